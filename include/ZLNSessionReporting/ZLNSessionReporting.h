@@ -1,0 +1,93 @@
+#ifndef ZLNSESSIONREPORTING_ZLNSESSIONREPORTING_H
+#define ZLNSESSIONREPORTING_ZLNSESSIONREPORTING_H
+
+#include <stdbool.h>
+
+#include "ZLNSessionReporting/ZLNExport.h"
+
+ZLN_EXTERN_C_BEGIN
+
+/*
+ * Session reporting for a game.
+ *
+ * Call ZLNInitializeReporting once, then ZLNStartSessionReporting; from then on the library
+ * follows the application's life by itself (where the system does not tell it, see ZLNHost.h).
+ *
+ * All functions may be called from any thread, normally the game's main thread. None waits for the
+ * network. Strings are zero-terminated UTF-8 and are copied during the call; text that is not
+ * valid UTF-8 is mended with U+FFFD. Before ZLNInitializeReporting every function does nothing,
+ * except where it says otherwise. Failures are not returned; they are logged (see ZLNLog.h).
+ */
+
+/* "@(#)PROGRAM:ZLNSessionReporting  PROJECT:ZLNSessionReporting-7" and a line feed: a mark that
+ * file tools find in a binary. */
+ZLN_EXPORT extern const unsigned char ZLNSessionReportingVersionString[];
+/* 7.0 */
+ZLN_EXPORT extern const double ZLNSessionReportingVersionNumber;
+
+/*
+ * Switches the library on for the rest of the process, creates its folders and keeps the version
+ * of the game engine, which new sessions carry. NULL is an absent version. May be called again:
+ * missing folders are made again and the version is replaced.
+ */
+ZLN_EXPORT void ZLNInitializeReporting(const char* mwVersion);
+
+/*
+ * Starts session reporting: settings, sending of reports (also of those that an earlier process
+ * left behind) and the first session. Calling it again does nothing new.
+ */
+ZLN_EXPORT void ZLNStartSessionReporting(void);
+
+/*
+ * Stops the current session, at the moment of its last pause, and queues its stop report. The
+ * next time the application becomes active a new session starts.
+ */
+ZLN_EXPORT void ZLNStopSessionReporting(void);
+
+/*
+ * Records one attempt to show an advertisement and queues its report. `network` names the ad
+ * network, `adType` the kind of advertisement, `zone` the ad zone; `filled` says whether the
+ * network had something to show. Each call is an attempt of its own.
+ *
+ * NULL for network, adType or zone is an error of the caller: nothing is queued and a C++
+ * std::invalid_argument leaves the function, which ends a program that does not catch it.
+ */
+ZLN_EXPORT void ZLNSendAdAttemptReport(const char* network, const char* adType, bool filled);
+/* The same with the ad types "banner", "interstitial" and "rewarded". */
+ZLN_EXPORT void ZLNSendBannerAdAttemptReport(const char* network, bool filled);
+ZLN_EXPORT void ZLNSendInterstitialAdAttemptReport(const char* network, bool filled);
+ZLN_EXPORT void ZLNSendRewardedAdAttemptReport(const char* network, bool filled);
+
+ZLN_EXPORT void ZLNSendAdZoneAttemptReport(const char* network, const char* adType,
+                                           const char* zone, bool filled);
+ZLN_EXPORT void ZLNSendBannerAdZoneAttemptReport(const char* network, const char* zone,
+                                                 bool filled);
+ZLN_EXPORT void ZLNSendInterstitialAdZoneAttemptReport(const char* network, const char* zone,
+                                                       bool filled);
+ZLN_EXPORT void ZLNSendRewardedAdZoneAttemptReport(const char* network, const char* zone,
+                                                   bool filled);
+
+/* Runs the clearing of the library's two folders. What cannot be removed is logged. */
+ZLN_EXPORT void ZLNClearCache(void);
+
+/*
+ * Nine lines of text about the current session: its times in seconds since 1970, its duration, the
+ * current time, its identifier and versions. Without a session every value is empty; before
+ * ZLNInitializeReporting the text is "[Encountered error]". The caller owns the text and gives it
+ * back with ZLNReleaseString or free. NULL only when memory is exhausted.
+ */
+ZLN_EXPORT char* ZLNGetSessionDescription(void);
+/* Gives back a text of this library. NULL is allowed. */
+ZLN_EXPORT void ZLNReleaseString(char* text);
+
+/* Set the log threshold; they work before ZLNInitializeReporting as well. */
+ZLN_EXPORT void ZLNSessionReportingSetLogLevelToError(void);
+ZLN_EXPORT void ZLNSessionReportingSetLogLevelToWarn(void);
+ZLN_EXPORT void ZLNSessionReportingSetLogLevelToInfo(void);
+ZLN_EXPORT void ZLNSessionReportingSetLogLevelToDebug(void);
+ZLN_EXPORT void ZLNSessionReportingSetLogLevelToVerbose(void);
+ZLN_EXPORT void ZLNSessionReportingSetLogLevelToSuperVerbose(void);
+
+ZLN_EXTERN_C_END
+
+#endif /* ZLNSESSIONREPORTING_ZLNSESSIONREPORTING_H */

@@ -1,0 +1,71 @@
+#include "platform/calendar.h"
+
+#include <chrono>
+
+namespace zln {
+namespace {
+
+constexpr std::int64_t kSecondsPerDay = 86400;
+
+std::int64_t daysBefore(std::int64_t seconds) {
+  const std::int64_t days = seconds / kSecondsPerDay;
+  return seconds % kSecondsPerDay < 0 ? days - 1 : days;
+}
+
+bool isWritable(const CalendarTime& time) {
+  return time.year >= 1 && time.year <= 9999 && time.month >= 1 && time.month <= 12 &&
+         time.day >= 1 && time.day <= 31;
+}
+
+bool isTimeOfDay(int hour, int minute, int second) {
+  return hour >= 0 && hour < 24 && minute >= 0 && minute < 60 && second >= 0 && second < 60;
+}
+
+void appendDigits(std::string& out, int number, int count) {
+  const std::size_t start = out.size();
+  out.append(static_cast<std::size_t>(count), '0');
+  for (std::size_t at = out.size(); at > start; number /= 10) {
+    out[--at] = static_cast<char>('0' + number % 10);
+  }
+}
+
+}  // namespace
+
+CalendarTime CalendarTime::fromSeconds(std::int64_t secondsSince1970) {
+  const std::int64_t days = daysBefore(secondsSince1970);
+  const auto ofDay = static_cast<int>(secondsSince1970 - days * kSecondsPerDay);
+  const std::chrono::year_month_day date{
+      std::chrono::sys_days{std::chrono::days{static_cast<int>(days)}}};
+  return CalendarTime{static_cast<int>(date.year()),
+                      static_cast<int>(static_cast<unsigned>(date.month())),
+                      static_cast<int>(static_cast<unsigned>(date.day())),
+                      ofDay / 3600,
+                      ofDay / 60 % 60,
+                      ofDay % 60};
+}
+
+std::optional<std::int64_t> CalendarTime::secondsSince1970() const {
+  if (!isWritable(*this) || !isTimeOfDay(hour, minute, second)) return std::nullopt;
+  const std::chrono::year_month_day date{std::chrono::year{year},
+                                         std::chrono::month{static_cast<unsigned>(month)},
+                                         std::chrono::day{static_cast<unsigned>(day)}};
+  if (!date.ok()) return std::nullopt;
+  const std::int64_t days = std::chrono::sys_days{date}.time_since_epoch().count();
+  return days * kSecondsPerDay + hour * 3600 + minute * 60 + second;
+}
+
+void CalendarTime::appendTo(std::string& out, char separator) const {
+  appendDigits(out, year, 4);
+  out += '-';
+  appendDigits(out, month, 2);
+  out += '-';
+  appendDigits(out, day, 2);
+  out += separator;
+  appendDigits(out, hour, 2);
+  out += ':';
+  appendDigits(out, minute, 2);
+  out += ':';
+  appendDigits(out, second, 2);
+}
+
+}  // namespace zln

@@ -1,0 +1,41 @@
+#pragma once
+
+#include <cstddef>
+#include <functional>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "platform/error.h"
+
+namespace zln {
+
+// The file system. Paths are absolute. Any thread may call it.
+class Files {
+ public:
+  virtual ~Files() = default;
+
+  // The folder in which the application keeps its own files; it need not exist yet.
+  virtual std::string applicationSupportPath() = 0;
+
+  virtual bool exists(const std::string& path) = 0;
+  // Creates the folder and all that is missing above it. An existing folder is a success.
+  virtual bool createDirectory(const std::string& path, Error* error) = 0;
+  // Visits everything below the folder, a folder before its contents, with paths relative to it.
+  // What a visit removes is not entered. Symbolic links are visited, never followed.
+  virtual void enumerate(const std::string& path,
+                         const std::function<void(const std::string& relativePath)>& visit) = 0;
+  // Removes a file, or a folder with its contents.
+  virtual bool remove(const std::string& path, Error* error) = 0;
+
+  // The whole content; absent when the file is missing, no plain file, unreadable or larger than
+  // `limit` bytes.
+  virtual std::optional<std::string> read(const std::string& path, std::size_t limit) = 0;
+  // Puts a file with these bytes in place of the old one: a reader sees all of the old content or
+  // all of the new. On failure the old file stays.
+  virtual bool writeAtomically(const std::string& path, std::string_view bytes, Error* error) = 0;
+  // Marks an existing item so that backups leave it out.
+  virtual bool excludeFromBackup(const std::string& path, Error* error) = 0;
+};
+
+}  // namespace zln

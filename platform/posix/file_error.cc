@@ -1,0 +1,131 @@
+#include "platform/posix/file_error.h"
+
+#include <cerrno>
+#include <cstring>
+#include <string_view>
+#include <utility>
+
+#include "platform/identity.h"
+
+namespace zln {
+
+namespace {
+
+int codeOf(int number) {
+  switch (number) {
+    case ENOENT:
+      return file_error::kNoSuchFile;
+    case EACCES:
+    case EPERM:
+      return file_error::kWriteNoPermission;
+    case EEXIST:
+      return file_error::kWriteFileExists;
+    case ENOSPC:
+    case EDQUOT:
+      return file_error::kWriteOutOfSpace;
+    case EROFS:
+      return file_error::kWriteVolumeReadOnly;
+    default:
+      return file_error::kWriteUnknown;
+  }
+}
+
+std::string quoted(std::string_view name) { return "“" + std::string(name) + "”"; }
+
+std::string_view parentOf(std::string_view path) {
+  const auto slash = path.rfind('/');
+  return slash == std::string_view::npos ? std::string_view() : path.substr(0, slash);
+}
+
+std::string_view nameOf(std::string_view path) {
+  const auto slash = path.rfind('/');
+  return slash == std::string_view::npos ? path : path.substr(slash + 1);
+}
+
+std::string notSavedText(const std::string& path) {
+  return "The file " + quoted(nameOf(path)) + " couldn’t be saved in the folder " +
+         quoted(nameOf(parentOf(path)));
+}
+
+std::string missingText(const char* kind, std::string_view name) {
+  return std::string("The ") + kind + " " + quoted(name) + " doesn’t exist.";
+}
+
+std::string changeText(const std::string& path, int code) {
+  const std::string item = "save the file " + quoted(nameOf(path));
+  switch (code) {
+    case file_error::kNoSuchFile:
+      return missingText("file", nameOf(path));
+    case file_error::kWriteNoPermission:
+      return "You don’t have permission to " + item + " in the folder " +
+             quoted(nameOf(parentOf(path))) + ".";
+    case file_error::kWriteFileExists:
+      return notSavedText(path) + " because a file with the same name already exists.";
+    case file_error::kWriteOutOfSpace:
+      return "You can’t " + item + " because the volume is out of space.";
+    case file_error::kWriteVolumeReadOnly:
+      return "You can’t " + item + " because the volume is read only.";
+    default:
+      return notSavedText(path) + ".";
+  }
+}
+
+// A new item is missing nothing but its folder.
+std::string saveText(const std::string& path, int code) {
+  return code == file_error::kNoSuchFile ? missingText("folder", nameOf(parentOf(path)))
+                                         : changeText(path, code);
+}
+
+std::string removeText(const std::string& path, int code) {
+  const std::string item = quoted(nameOf(path)) + " couldn’t be removed";
+  switch (code) {
+    case file_error::kWriteNoPermission:
+      return item + " because you don’t have permission to access it.";
+    case file_error::kWriteVolumeReadOnly:
+      return item + " because the volume is read only.";
+    default:
+      return item + ".";
+  }
+}
+
+// The system's words in English, whatever language the game has set.
+std::string_view systemText(int number) {
+  const char* text = strerrordesc_np(number);
+  return text == nullptr ? "(null)" : text;
+}
+
+// The text by which an error shows the one that lies beneath it. That one has no place in memory
+// of its own; the system's text stands in for it.
+std::string underlyingText(int number) {
+  return addressText(strerrordesc_np(number)) + " {Error Domain=" + kPosixErrorDomain +
+         " Code=" + std::to_string(number) + " \"" + std::string(systemText(number)) + "\"}";
+}
+
+Error writeError(const std::string& path, int number,
+                 std::string (*text)(const std::string& path, int code)) {
+  const int code = codeOf(number);
+  return Error{kCocoaErrorDomain,
+               code,
+               text(path, code),
+               {{"NSFilePath", path}, {"NSUnderlyingError", underlyingText(number)}}};
+}
+
+}  // namespace
+
+Error saveError(const std::string& path, int number) { return writeError(path, number, &saveText); }
+
+Error changeError(const std::string& path, int number) {
+  return writeError(path, number, &changeText);
+}
+
+Error removeError(const std::string& path, int number) {
+  const int code = codeOf(number);
+  return Error{kCocoaErrorDomain,
+               code,
+               removeText(path, code),
+               {{"NSUserStringVariant", "(\n    Remove\n)"},
+                {"NSFilePath", path},
+                {"NSUnderlyingError", underlyingText(number)}}};
+}
+
+}  // namespace zln

@@ -1,0 +1,218 @@
+#include "platform/posix/files_posix.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <stdlib.h>
+#include <sys/stat.h>
+#include <sys/types.h>
+#include <sys/xattr.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <charconv>
+#include <cstddef>
+#include <memory>
+#include <utility>
+#include <vector>
+
+#include "platform/posix/file_descriptor.h"
+#include "platform/posix/file_error.h"
+#include "platform/posix/plain_file.h"
+
+namespace zln {
+
+namespace {
+
+constexpr mode_t kFolderMode = 0700;
+// Folders are entered down to this depth, each with one open file at most. The library's own
+// folders are two levels deep.
+constexpr int kDepthLimit = 128;
+constexpr int kFolderFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK;
+
+// "May be backed up: no", as backup programs of this system read it.
+constexpr char kBackupAttribute[] = "user.xdg.robots.backup";
+constexpr std::string_view kBackupNo = "false";
+
+bool isFolder(const std::string& path) {
+  struct stat facts {};
+  return stat(path.c_str(), &facts) == 0 && S_ISDIR(facts.st_mode);
+}
+
+// Zero when the folder is there afterwards, else an errno.
+int createFolder(const std::string& path) {
+  return mkdir(path.c_str(), kFolderMode) == 0 || errno == EEXIST ? 0 : errno;
+}
+
+// Where the path ends that leads to the folder above; 0 when there is none.
+std::size_t parentEnd(const std::string& path, std::size_t end) {
+  const auto slash = path.rfind('/', end - 1);
+  return slash == std::string::npos ? 0 : slash;
+}
+
+// Looks upward for the first folder that is there or can be made, then makes those below it.
+int createFolders(const std::string& path) {
+  std::vector<std::size_t> ends;
+  std::size_t end = path.size();
+  int failure = ENOENT;
+  while (end > 0 && failure == ENOENT) {
+    ends.push_back(end);
+    failure = createFolder(path.substr(0, end));
+    end = parentEnd(path, end);
+  }
+  while (failure == 0 && ends.size() > 1) {
+    ends.pop_back();
+    failure = createFolder(path.substr(0, ends.back()));
+  }
+  return failure == 0 && !isFolder(path) ? EEXIST : failure;
+}
+
+// The names in an open folder without "." and "..", in the file system's order. Empty when it
+// cannot be listed.
+std::vector<std::string> namesIn(int folder) {
+  std::vector<std::string> names;
+  // The stream takes a file of its own and closes it.
+  FileDescriptor file(openat(folder, ".", kFolderFlags));
+  if (!file) return names;
+  const std::unique_ptr<DIR, int (*)(DIR*)> stream(fdopendir(file.get()), &closedir);
+  if (stream == nullptr) return names;
+  file.release();
+  while (const dirent* entry = readdir(stream.get())) {
+    std::string name = entry->d_name;
+    if (name != "." && name != "..") names.push_back(std::move(name));
+  }
+  return names;
+}
+
+using Visit = std::function<void(const std::string& relativePath)>;
+
+// Opening an entry as a folder fails for all that must not be entered: files, symbolic links, and
+// what the visit has removed.
+void enumerateBelow(int folder, const std::string& prefix, int depth, const Visit& visit) {
+  for (const auto& name : namesIn(folder)) {
+    const std::string relativePath = prefix + name;
+    visit(relativePath);
+    if (depth == kDepthLimit) continue;
+    const FileDescriptor below(openat(folder, name.c_str(), kFolderFlags));
+    if (below) enumerateBelow(below.get(), relativePath + '/', depth + 1, visit);
+  }
+}
+
+int removeBelow(int folder, int depth);
+
+// Zero when the item is gone, else an errno. Entry by entry from open folders, so that a symbolic
+// link in the place of a folder is removed itself, at whatever moment it came there.
+int removeItem(int folder, const char* name, int depth) {
+  if (unlinkat(folder, name, 0) == 0) return 0;
+  if (errno != EISDIR) return errno;
+  if (depth == kDepthLimit) return ELOOP;
+  {
+    const FileDescriptor below(openat(folder, name, kFolderFlags));
+    if (!below) return errno;
+    if (const int failure = removeBelow(below.get(), depth + 1); failure != 0) return failure;
+  }
+  return unlinkat(folder, name, AT_REMOVEDIR) == 0 ? 0 : errno;
+}
+
+int removeBelow(int folder, int depth) {
+  for (const auto& name : namesIn(folder)) {
+    const int failure = removeItem(folder, name.c_str(), depth);
+    if (failure != 0 && failure != ENOENT) return failure;
+  }
+  return 0;
+}
+
+int writeAll(int file, std::string_view bytes) {
+  while (!bytes.empty()) {
+    const ssize_t count = write(file, bytes.data(), bytes.size());
+    if (count >= 0) {
+      bytes.remove_prefix(static_cast<std::size_t>(count));
+    } else if (errno != EINTR) {
+      return errno;
+    }
+  }
+  return 0;
+}
+
+// The pattern of a temporary file beside `path`; its last six letters are to be chosen.
+std::string temporaryPattern(const std::string& path) {
+  char digits[16];
+  const auto end = std::to_chars(digits, digits + sizeof digits, getpid(), 16).ptr;
+  return path.substr(0, path.rfind('/') + 1) + ".dat.nosync" + std::string(digits, end) + ".XXXXXX";
+}
+
+int writeAndRename(FileDescriptor& file, const std::string& temporary, const std::string& path,
+                   std::string_view bytes) {
+  if (const int failure = writeAll(file.get(), bytes); failure != 0) return failure;
+  if (!file.close() && errno != EINTR) return errno;
+  return rename(temporary.c_str(), path.c_str()) == 0 ? 0 : errno;
+}
+
+// Zero, or an errno; no temporary file is left then.
+int replaceFile(const std::string& path, std::string_view bytes) {
+  std::string temporary = temporaryPattern(path);
+  // Makes a file that was not there before, not even as a symbolic link, with the mode 0600.
+  FileDescriptor file(mkostemp(temporary.data(), O_CLOEXEC));
+  if (!file) return errno;
+  const int failure = writeAndRename(file, temporary, path, bytes);
+  if (failure != 0) unlink(temporary.c_str());
+  return failure;
+}
+
+int setBackupAttribute(const std::string& path) {
+  return setxattr(path.c_str(), kBackupAttribute, kBackupNo.data(), kBackupNo.size(), 0) == 0
+             ? 0
+             : errno;
+}
+
+// False for a path that the system's calls would take for a shorter one.
+bool isWhole(const std::string& path) { return path.find('\0') == std::string::npos; }
+
+bool succeeded(int failure, const std::string& path, Error* error,
+               Error (*makeError)(const std::string&, int)) {
+  if (failure != 0) fillError(error, makeError(path, failure));
+  return failure == 0;
+}
+
+}  // namespace
+
+FilesPosix::FilesPosix(std::function<std::string()> applicationSupportPath)
+    : applicationSupportPath_(std::move(applicationSupportPath)) {}
+
+std::string FilesPosix::applicationSupportPath() { return applicationSupportPath_(); }
+
+bool FilesPosix::exists(const std::string& path) {
+  struct stat facts {};
+  return isWhole(path) && stat(path.c_str(), &facts) == 0;
+}
+
+bool FilesPosix::createDirectory(const std::string& path, Error* error) {
+  const int failure = isWhole(path) ? createFolders(path) : EINVAL;
+  return succeeded(failure, path, error, &saveError);
+}
+
+void FilesPosix::enumerate(const std::string& path, const Visit& visit) {
+  if (!isWhole(path)) return;
+  const FileDescriptor folder(open(path.c_str(), kFolderFlags));
+  if (folder) enumerateBelow(folder.get(), "", 1, visit);
+}
+
+bool FilesPosix::remove(const std::string& path, Error* error) {
+  const int failure = isWhole(path) ? removeItem(AT_FDCWD, path.c_str(), 0) : EINVAL;
+  return succeeded(failure, path, error, &removeError);
+}
+
+std::optional<std::string> FilesPosix::read(const std::string& path, std::size_t limit) {
+  return isWhole(path) ? readPlainFile(path, limit) : std::nullopt;
+}
+
+bool FilesPosix::writeAtomically(const std::string& path, std::string_view bytes, Error* error) {
+  const int failure = isWhole(path) ? replaceFile(path, bytes) : EINVAL;
+  return succeeded(failure, path, error, &saveError);
+}
+
+bool FilesPosix::excludeFromBackup(const std::string& path, Error* error) {
+  const int failure = isWhole(path) ? setBackupAttribute(path) : EINVAL;
+  return succeeded(failure, path, error, &changeError);
+}
+
+}  // namespace zln

@@ -1,0 +1,71 @@
+#include <optional>
+#include <string>
+
+#include "ZLNSessionReporting/ZLNHost.h"
+#include "ZLNSessionReporting/ZLNLog.h"
+#include "platform/notification_center.h"
+#include "platform/posix/environment_posix.h"
+#include "platform/utf8.h"
+
+namespace zln {
+
+namespace {
+
+std::optional<std::string> copied(const char* text) {
+  return text == nullptr ? std::nullopt : std::optional<std::string>(mendUtf8(text));
+}
+
+void postOnMainThread(Notification notification) {
+  PortParts& parts = portParts();
+  parts.dispatch.mainSync([&parts, notification] { parts.notificationCenter.post(notification); });
+}
+
+bool isComplete(const ZLNHostBackgroundTaskHooks& hooks) {
+  return hooks.begin != nullptr && hooks.end != nullptr && hooks.remaining != nullptr;
+}
+
+}  // namespace
+
+}  // namespace zln
+
+void ZLNHostSetApplicationInfo(const char* bundleIdentifier, const char* shortVersion) {
+  zln::portParts().application.set(zln::copied(bundleIdentifier), zln::copied(shortVersion));
+}
+
+void ZLNHostApplicationWillResignActive(void) {
+  zln::postOnMainThread(zln::Notification::applicationWillResignActive);
+}
+
+void ZLNHostApplicationDidBecomeActive(void) {
+  zln::postOnMainThread(zln::Notification::applicationDidBecomeActive);
+}
+
+void ZLNHostApplicationWillEnterForeground(void) {
+  zln::postOnMainThread(zln::Notification::applicationWillEnterForeground);
+}
+
+void ZLNHostApplicationDidEnterBackground(void) {
+  zln::postOnMainThread(zln::Notification::applicationDidEnterBackground);
+}
+
+void ZLNHostApplicationWillTerminate(void) {
+  zln::postOnMainThread(zln::Notification::applicationWillTerminate);
+}
+
+void ZLNHostSetBackgroundTaskHooks(const ZLNHostBackgroundTaskHooks* hooks) {
+  if (hooks == nullptr) {
+    zln::portParts().backgroundTasks.setHooks(std::nullopt);
+  } else if (zln::isComplete(*hooks)) {
+    zln::portParts().backgroundTasks.setHooks(*hooks);
+  } else {
+    ZLNLogError("Background task hooks ignored, one of begin, end and remaining is missing");
+  }
+}
+
+void ZLNHostBackgroundTaskWillExpire(uint64_t identifier) {
+  zln::portParts().backgroundTasks.willExpire(identifier);
+}
+
+void ZLNHostSetLogSink(void (*sink)(const char* line, void* context), void* context) {
+  zln::portParts().logSink.setHostSink(sink, context);
+}

@@ -1,0 +1,309 @@
+#include "platform/posix/http_transfer.h"
+
+#include <algorithm>
+#include <string_view>
+#include <utility>
+
+#include "platform/posix/process_environment.h"
+#include "platform/posix/url_errors.h"
+
+namespace zln {
+
+namespace {
+
+// How a message is framed follows from its body. A caller's word on it would stay behind when a
+// redirect drops the body, and the server would wait for bytes that never come.
+constexpr const char* kFramingHeaders[] = {"Content-Length", "Transfer-Encoding", "Expect"};
+
+bool isControl(char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7f; }
+
+bool hasControl(std::string_view text) { return std::any_of(text.begin(), text.end(), isControl); }
+
+// A method or the name of a header. Anything else could end the line and begin another request.
+bool isToken(std::string_view text) {
+  constexpr std::string_view kTokenCharacters =
+      "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789!#$%&'*+-.^_`|~";
+  return !text.empty() && text.find_first_not_of(kTokenCharacters) == std::string_view::npos;
+}
+
+bool isHeaderValue(std::string_view text) {
+  return text.find_first_of(std::string_view("\r\n\0", 3)) == std::string_view::npos;
+}
+
+bool sameName(const std::string& a, const char* b) { return curl_strequal(a.c_str(), b) != 0; }
+
+bool isFramingHeader(const std::string& name) {
+  return std::any_of(std::begin(kFramingHeaders), std::end(kFramingHeaders),
+                     [&](const char* framing) { return sameName(name, framing); });
+}
+
+bool startsWith(const std::string& url, const char* prefix) {
+  return curl_strnequal(url.c_str(), prefix, std::string_view(prefix).size()) != 0;
+}
+
+// Why the URL must not be asked, if so.
+std::optional<int> refusal(const std::string& url) {
+  if (startsWith(url, "http:")) return url_error::kSecureConnectionRequired;
+  if (!startsWith(url, "https:")) return url_error::kUnsupportedUrl;
+  if (!startsWith(url, "https://") || hasControl(url)) return url_error::kBadUrl;
+  return std::nullopt;
+}
+
+// Sets options one after the other until one fails.
+class Options {
+ public:
+  explicit Options(CURL* easy) : easy_(easy) {}
+
+  template <typename T>
+  void set(CURLoption option, T value) {
+    if (result_ == CURLE_OK) result_ = curl_easy_setopt(easy_, option, value);
+  }
+  bool allSet() const { return result_ == CURLE_OK; }
+
+ private:
+  CURL* easy_;
+  CURLcode result_ = CURLE_OK;
+};
+
+// A file alone, without a folder beside it, because the handle of all transfers keeps what it read
+// from a file, and reading the system's takes longer than the rest of a request.
+void setAuthorities(Options& options) {
+  if (const std::optional<std::string> file = environmentVariable("SSL_CERT_FILE")) {
+    options.set(CURLOPT_CAINFO, file->c_str());
+  } else if (curl_version_info(CURLVERSION_NOW)->cainfo == nullptr) {
+    return;
+  }
+  options.set(CURLOPT_CAPATH, static_cast<const char*>(nullptr));
+}
+
+// What is offered must be what can be undone.
+const char* acceptedEncodings() {
+  const bool brotli = (curl_version_info(CURLVERSION_NOW)->features & CURL_VERSION_BROTLI) != 0;
+  return brotli ? "gzip, deflate, br" : "gzip, deflate";
+}
+
+void setSecurity(Options& options) {
+  options.set(CURLOPT_PROTOCOLS_STR, "https");
+  options.set(CURLOPT_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
+  options.set(CURLOPT_SSL_VERIFYPEER, 1L);
+  options.set(CURLOPT_SSL_VERIFYHOST, 2L);
+  setAuthorities(options);
+}
+
+// A connection for this transfer and no other.
+void setConnection(Options& options) {
+  options.set(CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_2TLS));
+  options.set(CURLOPT_FRESH_CONNECT, 1L);
+  options.set(CURLOPT_FORBID_REUSE, 1L);
+  options.set(CURLOPT_FOLLOWLOCATION, 0L);
+  options.set(CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
+  options.set(CURLOPT_NOSIGNAL, 1L);
+  // A look-up of a name that has no end yet is left behind and does not hold up other requests.
+  options.set(CURLOPT_QUICK_EXIT, 1L);
+}
+
+void setMethod(Options& options, const HttpRequest& request) {
+  options.set(CURLOPT_CUSTOMREQUEST, static_cast<const char*>(nullptr));
+  if (request.method == "GET" && request.body.empty()) {
+    options.set(CURLOPT_HTTPGET, 1L);
+  } else if (request.method == "HEAD") {
+    options.set(CURLOPT_NOBODY, 1L);
+  } else {
+    options.set(CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(request.body.size()));
+    options.set(CURLOPT_POSTFIELDS, request.body.data());
+    options.set(CURLOPT_CUSTOMREQUEST, request.method.c_str());
+  }
+}
+
+// The statuses that lead on. Others with a Location are ordinary replies.
+bool isFollowed(long status) {
+  return (status >= 301 && status <= 303) || (status >= 305 && status <= 308);
+}
+
+bool turnsIntoGet(long status, const std::string& method) {
+  return status == 303 || ((status == 301 || status == 302) && method == "POST");
+}
+
+}  // namespace
+
+HttpTransfer::HttpTransfer(HttpRequest request, Completion completion, const HttpTimeouts& timeouts)
+    : request_(std::move(request)),
+      completion_(std::move(completion)),
+      timeouts_(timeouts),
+      end_(Clock::now() + timeouts.resource) {}
+
+std::optional<int> HttpTransfer::prepare(const std::string& userAgent) {
+  if (const std::optional<int> code = refusal(request_.url)) return code;
+  if (!isToken(request_.method)) return url_error::kUnknown;
+  if (!easy_) easy_.reset(curl_easy_init());
+  if (!easy_ || !makeHeaders() || !setOptions(userAgent)) return url_error::kUnknown;
+  beginHop();
+  return std::nullopt;
+}
+
+void HttpTransfer::beginHop() {
+  lastMove_.reset();
+  moved_ = 0;
+  headerBytes_ = 0;
+  headerLines_ = 0;
+  headComplete_ = false;
+  body_.clear();
+}
+
+bool HttpTransfer::makeHeaders() {
+  headers_.reset();
+  bool added = true;
+  for (const auto& [name, value] : request_.headers) {
+    if (!isToken(name) || !isHeaderValue(value) || isFramingHeader(name)) continue;
+    // A name with a semicolon is a header without a value; with a colon it would take one away.
+    added = added && addHeader(value.empty() ? name + ";" : name + ": " + value);
+  }
+  if (!callerSets("Content-Type")) added = added && addHeader("Content-Type:");
+  if (!callerSets("Accept-Language")) added = added && addHeader("Accept-Language: en-us");
+  return added && addHeader("Expect:");
+}
+
+bool HttpTransfer::addHeader(const std::string& line) {
+  curl_slist* list = curl_slist_append(headers_.get(), line.c_str());
+  if (list == nullptr) return false;
+  headers_.release();
+  headers_.reset(list);
+  return true;
+}
+
+bool HttpTransfer::callerSets(const char* name) const {
+  return std::any_of(request_.headers.begin(), request_.headers.end(),
+                     [&](const auto& header) { return sameName(header.first, name); });
+}
+
+bool HttpTransfer::setOptions(const std::string& userAgent) {
+  Options options(easy_.get());
+  options.set(CURLOPT_PRIVATE, this);
+  options.set(CURLOPT_URL, request_.url.c_str());
+  setSecurity(options);
+  setConnection(options);
+  setMethod(options, request_);
+  options.set(CURLOPT_HTTPHEADER, headers_.get());
+  if (isHeaderValue(userAgent)) options.set(CURLOPT_USERAGENT, userAgent.c_str());
+  options.set(CURLOPT_ACCEPT_ENCODING, acceptedEncodings());
+  options.set(CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(timeouts_.connect.count()));
+  options.set(CURLOPT_MAXFILESIZE_LARGE, static_cast<curl_off_t>(kMaxBodyBytes));
+  options.set(CURLOPT_WRITEFUNCTION, &HttpTransfer::bodyCame);
+  options.set(CURLOPT_WRITEDATA, this);
+  options.set(CURLOPT_HEADERFUNCTION, &HttpTransfer::headerLineCame);
+  options.set(CURLOPT_HEADERDATA, this);
+  options.set(CURLOPT_XFERINFOFUNCTION, &HttpTransfer::bytesMoved);
+  options.set(CURLOPT_XFERINFODATA, this);
+  options.set(CURLOPT_NOPROGRESS, 0L);
+  options.set(CURLOPT_PREREQFUNCTION, &HttpTransfer::connectionStands);
+  options.set(CURLOPT_PREREQDATA, this);
+  return options.allSet();
+}
+
+HttpTransfer::Clock::time_point HttpTransfer::deadline() const {
+  return lastMove_ ? std::min(end_, *lastMove_ + timeouts_.idle) : end_;
+}
+
+std::size_t HttpTransfer::bodyCame(char* bytes, std::size_t size, std::size_t count, void* self) {
+  auto& transfer = *static_cast<HttpTransfer*>(self);
+  const std::size_t length = size * count;
+  if (length > kMaxBodyBytes - transfer.body_.size()) return transfer.refuse();
+  transfer.body_.append(bytes, length);
+  return length;
+}
+
+std::size_t HttpTransfer::headerLineCame(char* bytes, std::size_t size, std::size_t count,
+                                         void* self) {
+  auto& transfer = *static_cast<HttpTransfer*>(self);
+  const std::size_t length = size * count;
+  transfer.restartIdleClock();
+  const std::string_view line(bytes, length);
+  if (line.starts_with("HTTP/")) transfer.headComplete_ = false;
+  if (line == "\r\n" || line == "\n") transfer.headComplete_ = true;
+  transfer.headerBytes_ += length;
+  ++transfer.headerLines_;
+  if (transfer.headerBytes_ > kMaxHeaderBytes || transfer.headerLines_ > kMaxHeaderLines) {
+    return transfer.refuse();
+  }
+  return length;
+}
+
+std::size_t HttpTransfer::refuse() {
+  tooLarge_ = true;
+  return CURL_WRITEFUNC_ERROR;
+}
+
+int HttpTransfer::bytesMoved(void* self, curl_off_t, curl_off_t received, curl_off_t,
+                             curl_off_t sent) {
+  auto& transfer = *static_cast<HttpTransfer*>(self);
+  if (transfer.moved_ != received + sent) {
+    transfer.moved_ = received + sent;
+    transfer.restartIdleClock();
+  }
+  return 0;
+}
+
+int HttpTransfer::connectionStands(void* self, char*, char*, int, int) {
+  static_cast<HttpTransfer*>(self)->restartIdleClock();
+  return CURL_PREREQFUNC_OK;
+}
+
+std::optional<HttpReply> HttpTransfer::finish(CURLcode result) {
+  if (tooLarge_) return failed(url_error::kDataLengthExceedsMaximum);
+  if (result != CURLE_OK) return failed(urlErrorCode(result, info(CURLINFO_OS_ERRNO)));
+  // A connection that is closed within the head ends a transfer in good order.
+  if (!headComplete_) return failed(url_error::kNetworkConnectionLost);
+  if (!isRedirect()) return reply();
+  if (redirects_ == kMaxRedirects) return failed(url_error::kTooManyRedirects);
+  follow();
+  return std::nullopt;
+}
+
+bool HttpTransfer::isRedirect() const {
+  const char* target = nullptr;
+  curl_easy_getinfo(easy_.get(), CURLINFO_REDIRECT_URL, &target);
+  return target != nullptr && isFollowed(info(CURLINFO_RESPONSE_CODE));
+}
+
+void HttpTransfer::follow() {
+  const char* target = nullptr;
+  curl_easy_getinfo(easy_.get(), CURLINFO_REDIRECT_URL, &target);
+  ++redirects_;
+  request_.url = target;
+  if (!turnsIntoGet(info(CURLINFO_RESPONSE_CODE), request_.method)) return;
+  request_.method = "GET";
+  request_.body.clear();
+  std::erase_if(request_.headers,
+                [](const auto& header) { return sameName(header.first, "Content-Type"); });
+}
+
+HttpReply HttpTransfer::failed(int code) const { return {{}, {}, urlError(code, request_.url)}; }
+
+HttpReply HttpTransfer::reply() const {
+  const auto status = static_cast<int>(info(CURLINFO_RESPONSE_CODE));
+  return {body_, HttpResponse{request_.url, status, responseHeaders()}, {}};
+}
+
+HttpHeaders HttpTransfer::responseHeaders() const {
+  HttpHeaders headers;
+  curl_header* header = nullptr;
+  while ((header = curl_easy_nextheader(easy_.get(), CURLH_HEADER, -1, header)) != nullptr) {
+    const auto known = std::find_if(headers.begin(), headers.end(), [&](const auto& other) {
+      return sameName(other.first, header->name);
+    });
+    if (known == headers.end()) {
+      headers.emplace_back(header->name, header->value);
+    } else {
+      known->second.append(", ").append(header->value);
+    }
+  }
+  return headers;
+}
+
+long HttpTransfer::info(CURLINFO what) const {
+  long value = 0;
+  curl_easy_getinfo(easy_.get(), what, &value);
+  return value;
+}
+
+}  // namespace zln

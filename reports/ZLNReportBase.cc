@@ -1,0 +1,62 @@
+#include "reports/ZLNReportBase.h"
+
+#include "platform/identity.h"
+#include "session/ZLNSessionManager.h"
+#include "support/log.h"
+#include "support/process_state.h"
+
+namespace zln {
+namespace {
+
+constexpr char kUserIdKey[] = "userId";
+constexpr char kCountryKey[] = "country";
+
+}  // namespace
+
+std::shared_ptr<ZLNReportBase> ZLNReportBase::initWithURLString(const std::string& url) {
+  return std::shared_ptr<ZLNReportBase>(new ZLNReportBase(url));
+}
+
+std::shared_ptr<ZLNReportBase> ZLNReportBase::initWithDictionary(const Dictionary& dictionary,
+                                                                 const std::string& url) {
+  return std::shared_ptr<ZLNReportBase>(new ZLNReportBase(dictionary, url));
+}
+
+ZLNReportBase::ZLNReportBase(const std::string& url)
+    : urlString_(url),
+      userId_(ZLNSessionManager::sharedManager()->sessionUserId()),
+      country_(environment().deviceFacts.countryCode()) {}
+
+ZLNReportBase::ZLNReportBase(const Dictionary& dictionary, const std::string& url)
+    : ZLNReportBase(url) {
+  if (const std::string* country = dictionary.findString(kCountryKey)) country_ = *country;
+  if (const std::string* userId = dictionary.findString(kUserIdKey)) userId_ = *userId;
+}
+
+std::optional<Dictionary> ZLNReportBase::toDictionary() const {
+  Dictionary dictionary;
+  if (userId_) dictionary.set(kUserIdKey, *userId_);
+  dictionary.setIfPresent(kCountryKey, country_);
+  return dictionary;
+}
+
+std::shared_ptr<const ReportElement> ZLNReportBase::toElement() const {
+  const std::optional<Dictionary> dictionary = toDictionary();
+  return dictionary ? ReportElement::of(*dictionary) : nullptr;
+}
+
+std::optional<Value> ZLNReportBase::superSerialization() const {
+  return ZLNReportBase::toDictionary();
+}
+
+std::optional<Dictionary> ZLNReportBase::superDictionary() const {
+  const std::optional<Value> base = superSerialization();
+  if (base && base->dictionary() != nullptr) return *base->dictionary();
+  const char* kind = base ? base->className() : nullptr;
+  logError("invalid super serialization %@ (%@)", base, kind);
+  return std::nullopt;
+}
+
+std::string ZLNReportBase::description() const { return identityText(className(), this); }
+
+}  // namespace zln

@@ -1,0 +1,121 @@
+#include "ZLNSessionReporting/ZLNSessionReporting.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "ZLNSessionReporting/ZLNLog.h"
+#include "config/ZLNReportingConfig.h"
+#include "platform/utf8.h"
+#include "reports/ZLNReportAdAttempt.h"
+#include "reports/ZLNReportAdZoneAttempt.h"
+#include "session/ZLNSessionManager.h"
+#include "support/ZLNDirectories.h"
+#include "support/ZLNReportingUtils.h"
+#include "transport/ZLNReportingManager.h"
+
+using zln::ZLNDirectories;
+using zln::ZLNReportAdAttempt;
+using zln::ZLNReportAdZoneAttempt;
+using zln::ZLNReportingConfig;
+using zln::ZLNReportingManager;
+using zln::ZLNReportingUtils;
+using zln::ZLNSessionManager;
+
+const unsigned char ZLNSessionReportingVersionString[] =
+    "@(#)PROGRAM:ZLNSessionReporting  PROJECT:ZLNSessionReporting-7\n";
+const double ZLNSessionReportingVersionNumber = 7.0;
+
+namespace {
+
+constexpr char kBanner[] = "banner";
+constexpr char kInterstitial[] = "interstitial";
+constexpr char kRewarded[] = "rewarded";
+
+std::optional<std::string> textFromHost(const char* text) {
+  if (text == nullptr) return std::nullopt;
+  return zln::mendUtf8(text);
+}
+
+void queue(const std::shared_ptr<zln::ZLNReportBase>& report) {
+  ZLNReportingManager::sharedManager()->queueReportForTransmission(report);
+}
+
+}  // namespace
+
+void ZLNInitializeReporting(const char* mwVersion) {
+  ZLNReportingUtils::enable();
+  ZLNDirectories::makeDirectories();
+  ZLNReportingUtils::setMarlwickVersion(textFromHost(mwVersion));
+}
+
+void ZLNStartSessionReporting() {
+  if (!ZLNReportingUtils::isEnabled()) return;
+  ZLNReportingConfig::sharedConfig();
+  ZLNReportingManager::sharedManager();
+  ZLNSessionManager::sharedManager();
+}
+
+void ZLNStopSessionReporting() {
+  if (!ZLNReportingUtils::isEnabled()) return;
+  ZLNSessionManager::sharedManager()->stopSession();
+}
+
+void ZLNSendAdAttemptReport(const char* network, const char* adType, bool filled) {
+  if (!ZLNReportingUtils::isEnabled()) return;
+  queue(ZLNReportAdAttempt::reportWithNetwork(textFromHost(network), textFromHost(adType), filled));
+}
+
+void ZLNSendBannerAdAttemptReport(const char* network, bool filled) {
+  ZLNSendAdAttemptReport(network, kBanner, filled);
+}
+
+void ZLNSendInterstitialAdAttemptReport(const char* network, bool filled) {
+  ZLNSendAdAttemptReport(network, kInterstitial, filled);
+}
+
+void ZLNSendRewardedAdAttemptReport(const char* network, bool filled) {
+  ZLNSendAdAttemptReport(network, kRewarded, filled);
+}
+
+void ZLNSendAdZoneAttemptReport(const char* network, const char* adType, const char* zone,
+                                bool filled) {
+  if (!ZLNReportingUtils::isEnabled()) return;
+  queue(ZLNReportAdZoneAttempt::reportWithNetwork(textFromHost(network), textFromHost(adType),
+                                                  textFromHost(zone), filled));
+}
+
+void ZLNSendBannerAdZoneAttemptReport(const char* network, const char* zone, bool filled) {
+  ZLNSendAdZoneAttemptReport(network, kBanner, zone, filled);
+}
+
+void ZLNSendInterstitialAdZoneAttemptReport(const char* network, const char* zone, bool filled) {
+  ZLNSendAdZoneAttemptReport(network, kInterstitial, zone, filled);
+}
+
+void ZLNSendRewardedAdZoneAttemptReport(const char* network, const char* zone, bool filled) {
+  ZLNSendAdZoneAttemptReport(network, kRewarded, zone, filled);
+}
+
+void ZLNClearCache() {
+  if (!ZLNReportingUtils::isEnabled()) return;
+  ZLNDirectories::clear();
+}
+
+char* ZLNGetSessionDescription() {
+  const std::string text = ZLNReportingUtils::isEnabled()
+                               ? ZLNSessionManager::sharedManager()->sessionDescription()
+                               : "[Encountered error]";
+  return strdup(text.c_str());
+}
+
+void ZLNReleaseString(char* text) { std::free(text); }
+
+void ZLNSessionReportingSetLogLevelToError() { ZLNLogSetLevel(ZLNLogLevelError); }
+void ZLNSessionReportingSetLogLevelToWarn() { ZLNLogSetLevel(ZLNLogLevelWarn); }
+void ZLNSessionReportingSetLogLevelToInfo() { ZLNLogSetLevel(ZLNLogLevelInfo); }
+void ZLNSessionReportingSetLogLevelToDebug() { ZLNLogSetLevel(ZLNLogLevelDebug); }
+void ZLNSessionReportingSetLogLevelToVerbose() { ZLNLogSetLevel(ZLNLogLevelVerbose); }
+void ZLNSessionReportingSetLogLevelToSuperVerbose() { ZLNLogSetLevel(ZLNLogLevelSuperVerbose); }

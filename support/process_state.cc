@@ -1,0 +1,10 @@
+#include "support/process_state.h"
+
+namespace zln {
+
+ProcessState& processState() {
+  static ProcessState& state = *new ProcessState(portEnvironment());
+  return state;
+}
+
+}  // namespace zln

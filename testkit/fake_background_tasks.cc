@@ -1,0 +1,35 @@
+#include "testkit/fake_background_tasks.h"
+
+#include <utility>
+
+namespace zln {
+
+BackgroundTaskId FakeBackgroundTasks::begin(std::function<void()> expired) {
+  ++begun_;
+  if (std::exchange(nextInvalid, false)) return kBackgroundTaskInvalid;
+  ++lastId_;
+  open_.emplace(lastId_, std::move(expired));
+  return lastId_;
+}
+
+void FakeBackgroundTasks::end(BackgroundTaskId id) {
+  ended_.push_back(id);
+  // Its handler is released after the task is off the list: what it held may come back here.
+  const auto task = open_.extract(id);
+}
+
+void FakeBackgroundTasks::expire(BackgroundTaskId id) {
+  const auto task = open_.find(id);
+  if (task == open_.end()) return;
+  // A copy, for the handler is likely to end its own task.
+  const auto expired = task->second;
+  dispatch_.asMain(expired);
+}
+
+std::vector<BackgroundTaskId> FakeBackgroundTasks::open() const {
+  std::vector<BackgroundTaskId> ids;
+  for (const auto& [id, expired] : open_) ids.push_back(id);
+  return ids;
+}
+
+}  // namespace zln

@@ -1,0 +1,24 @@
+#include "testkit/fake_defaults.h"
+
+#include <utility>
+
+namespace zln {
+
+std::optional<Value> FakeDefaults::get(const std::string& key) {
+  const auto entry = values_.find(key);
+  if (entry == values_.end()) return std::nullopt;
+  return entry->second;
+}
+
+void FakeDefaults::set(const std::string& key, Value value) {
+  values_.insert_or_assign(key, std::move(value));
+}
+
+bool FakeDefaults::synchronize() {
+  ++syncCount_;
+  return true;
+}
+
+void FakeDefaults::erase(const std::string& key) { values_.erase(key); }
+
+}  // namespace zln

@@ -1,0 +1,29 @@
+#pragma once
+
+#include <cstddef>
+#include <map>
+#include <optional>
+#include <string>
+
+#include "platform/user_defaults.h"
+
+namespace zln {
+
+// User defaults in memory, empty at first.
+class FakeDefaults : public UserDefaults {
+ public:
+  std::optional<Value> get(const std::string& key) override;
+  void set(const std::string& key, Value value) override;
+  bool synchronize() override;
+
+  const std::map<std::string, Value>& values() const { return values_; }
+  // How many times synchronize() has been called.
+  std::size_t syncCount() const { return syncCount_; }
+  void erase(const std::string& key);
+
+ private:
+  std::map<std::string, Value> values_;
+  std::size_t syncCount_ = 0;
+};
+
+}  // namespace zln

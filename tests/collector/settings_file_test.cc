@@ -1,0 +1,59 @@
+#include "collector/settings_file.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <stdexcept>
+#include <string>
+
+#include "tests/support/temporary_folder.h"
+
+namespace zln::collector {
+namespace {
+
+using nlohmann::json;
+
+class SettingsFileTest : public testing::Test {
+ protected:
+  std::string path() const { return folder_.path() + "/settings.json"; }
+
+  void write(const char* content) const { std::ofstream(path()) << content; }
+
+  const TemporaryFolder folder_;
+};
+
+TEST_F(SettingsFileTest, HoldsNoneWithoutAFile) {
+  SettingsFile settings;
+
+  EXPECT_EQ(json::object(), settings.current());
+}
+
+TEST_F(SettingsFileTest, FollowsItsFile) {
+  write(R"({"key":1})");
+  SettingsFile settings(path());
+
+  write(R"({"key":2})");
+
+  EXPECT_EQ(json({{"key", 2}}), settings.current());
+}
+
+TEST_F(SettingsFileTest, KeepsTheLastSettingsOfABrokenFile) {
+  write(R"({"key":1})");
+  SettingsFile settings(path());
+
+  write(R"({"key")");
+  EXPECT_EQ(json({{"key", 1}}), settings.current());
+
+  std::filesystem::remove(path());
+  EXPECT_EQ(json({{"key", 1}}), settings.current());
+}
+
+TEST_F(SettingsFileTest, RefusesToBeginWithABrokenFile) {
+  EXPECT_THROW(SettingsFile{path()}, std::invalid_argument);
+  write("[1]");
+  EXPECT_THROW(SettingsFile{path()}, std::invalid_argument);
+}
+
+}  // namespace
+}  // namespace zln::collector

@@ -1,0 +1,184 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <pthread.h>
+
+#include <array>
+#include <cfloat>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "ZLNSessionReporting/ZLNHost.h"
+#include "platform/environment.h"
+#include "platform/posix/environment_posix.h"
+#include "tests/support/environment_variable.h"
+#include "tests/support/process_state_for_tests.h"
+#include "tests/support/temporary_folder.h"
+
+namespace zln {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+// Notes what it hears, and on which thread.
+class Listener {
+ public:
+  void resign() { hear("resign active"); }
+  void become() { hear("become active"); }
+  void foreground() { hear("enter foreground"); }
+  void background() { hear("enter background"); }
+  void terminate() { hear("terminate"); }
+
+  std::vector<std::string> heard;
+  std::string thread;
+
+ private:
+  void hear(const char* what) {
+    heard.push_back(what);
+    std::array<char, 16> name{};
+    pthread_getname_np(pthread_self(), name.data(), name.size());
+    thread = name.data();
+  }
+};
+
+// The port as a host meets it. What a test sets is taken back, for tests may share the process.
+class ZLNHostTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    auto& center = port.notificationCenter;
+    center.addObserver(listener, Notification::applicationWillResignActive, &Listener::resign);
+    center.addObserver(listener, Notification::applicationDidBecomeActive, &Listener::become);
+    center.addObserver(listener, Notification::applicationWillEnterForeground,
+                       &Listener::foreground);
+    center.addObserver(listener, Notification::applicationDidEnterBackground,
+                       &Listener::background);
+    center.addObserver(listener, Notification::applicationWillTerminate, &Listener::terminate);
+    ZLNHostSetLogSink(
+        [](const char* line, void* kept) {
+          static_cast<std::vector<std::string>*>(kept)->emplace_back(line);
+        },
+        &lines);
+  }
+  void TearDown() override {
+    ZLNHostSetApplicationInfo(nullptr, nullptr);
+    ZLNHostSetBackgroundTaskHooks(nullptr);
+    ZLNHostSetLogSink(nullptr, nullptr);
+    setProcessStateForTests(nullptr);
+  }
+
+  Environment& port = portEnvironment();
+  std::shared_ptr<Listener> listener = std::make_shared<Listener>();
+  std::vector<std::string> lines;
+};
+
+TEST_F(ZLNHostTest, ThereIsOneEnvironment) { EXPECT_EQ(&port, &portEnvironment()); }
+
+TEST_F(ZLNHostTest, EachEventIsHeardWhenTheCallReturns) {
+  ZLNHostApplicationWillResignActive();
+  ZLNHostApplicationDidEnterBackground();
+  ZLNHostApplicationWillEnterForeground();
+  ZLNHostApplicationDidBecomeActive();
+  ZLNHostApplicationWillTerminate();
+
+  EXPECT_THAT(listener->heard, ElementsAre("resign active", "enter background", "enter foreground",
+                                           "become active", "terminate"));
+}
+
+TEST_F(ZLNHostTest, EventsAreHeardOnTheMainThread) {
+  ZLNHostApplicationDidBecomeActive();
+
+  EXPECT_EQ("ZLN main", listener->thread);
+}
+
+TEST_F(ZLNHostTest, TheApplicationIsAsTheHostSays) {
+  ZLNHostSetApplicationInfo("com.example.game", "1.2.3");
+
+  EXPECT_EQ("com.example.game", port.deviceFacts.mainBundleValue(kBundleIdentifierKey));
+  EXPECT_EQ("1.2.3", port.deviceFacts.mainBundleValue(kBundleShortVersionKey));
+}
+
+TEST_F(ZLNHostTest, WhatTheHostDoesNotSayIsAbsent) {
+  ZLNHostSetApplicationInfo("com.example.game", "1.2.3");
+  ZLNHostSetApplicationInfo(nullptr, nullptr);
+
+  EXPECT_EQ(std::nullopt, port.deviceFacts.mainBundleValue(kBundleIdentifierKey));
+  EXPECT_EQ(std::nullopt, port.deviceFacts.mainBundleValue(kBundleShortVersionKey));
+}
+
+TEST_F(ZLNHostTest, TextThatIsNotUtf8IsMended) {
+  ZLNHostSetApplicationInfo("com.\xff.game", "1.\xff");
+
+  EXPECT_EQ("com.\uFFFD.game", port.deviceFacts.mainBundleValue(kBundleIdentifierKey));
+  EXPECT_EQ("1.\uFFFD", port.deviceFacts.mainBundleValue(kBundleShortVersionKey));
+}
+
+TEST_F(ZLNHostTest, TheIdentifierNamesTheFolderOfTheApplication) {
+  const EnvironmentVariable variable("XDG_DATA_HOME", "/data");
+
+  ZLNHostSetApplicationInfo("com.example.game", nullptr);
+
+  EXPECT_EQ("/data/com.example.game", port.files.applicationSupportPath());
+}
+
+TEST_F(ZLNHostTest, TheIdentifierNamesTheFileOfTheDefaults) {
+  const TemporaryFolder folder;
+  const EnvironmentVariable variable("XDG_CONFIG_HOME", folder.path());
+  ZLNHostSetApplicationInfo("com.example.game", nullptr);
+  // Parts of its own, because the process reads its defaults once.
+  PortParts parts;
+  parts.application.set("com.example.game", std::nullopt);
+
+  parts.userDefaults.set("key", "text");
+
+  EXPECT_TRUE(parts.files.exists(folder.path() + "/com.example.game.plist"));
+}
+
+TEST_F(ZLNHostTest, TheLibraryHasTheVersionOfTheBuild) {
+  EXPECT_EQ("7.0.0", port.deviceFacts.libraryBundleValue(kBundleShortVersionKey));
+}
+
+TEST_F(ZLNHostTest, HooksAnswerForBackgroundTasks) {
+  const ZLNHostBackgroundTaskHooks hooks = {[](void*) { return uint64_t{40}; },
+                                            [](uint64_t, void*) {}, [](void*) { return 12.5; },
+                                            nullptr};
+
+  ZLNHostSetBackgroundTaskHooks(&hooks);
+
+  EXPECT_EQ(12.5, port.backgroundTasks.remaining());
+  EXPECT_EQ(40u, port.backgroundTasks.begin(nullptr));
+  port.backgroundTasks.end(40);
+  EXPECT_THAT(lines, IsEmpty());
+}
+
+TEST_F(ZLNHostTest, IncompleteHooksAreIgnoredAndLogged) {
+  ProcessState state(port);
+  setProcessStateForTests(&state);
+  const ZLNHostBackgroundTaskHooks hooks = {[](void*) { return uint64_t{40}; },
+                                            [](uint64_t, void*) {}, nullptr, nullptr};
+
+  ZLNHostSetBackgroundTaskHooks(&hooks);
+
+  EXPECT_EQ(DBL_MAX, port.backgroundTasks.remaining());
+  EXPECT_THAT(lines, ElementsAre("ZLN Session: Background task hooks ignored, one of begin, end "
+                                 "and remaining is missing"));
+}
+
+TEST_F(ZLNHostTest, ATaskIsToldOfItsExpiryWhenTheCallReturns) {
+  bool told = false;
+  const auto id = port.backgroundTasks.begin([&] { told = true; });
+
+  ZLNHostBackgroundTaskWillExpire(id);
+
+  EXPECT_TRUE(told);
+  port.backgroundTasks.end(id);
+}
+
+TEST_F(ZLNHostTest, TheSinkTakesTheLinesOfTheLibrary) {
+  port.logSink.write("text");
+
+  EXPECT_THAT(lines, ElementsAre("text"));
+}
+
+}  // namespace
+}  // namespace zln

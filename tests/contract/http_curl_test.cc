@@ -1,0 +1,983 @@
+#include "platform/posix/http_curl.h"
+
+#include <arpa/inet.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <openssl/crypto.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <future>
+#include <latch>
+#include <memory>
+#include <optional>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "tests/support/counted_threads.h"
+#include "tests/support/environment_variable.h"
+#include "tests/support/https_server.h"
+
+namespace zln {
+namespace {
+
+using namespace std::chrono_literals;
+using End = ServerReply::End;
+using testing::AnyOf;
+using testing::ElementsAre;
+using testing::Pair;
+using testing::UnorderedElementsAre;
+
+constexpr std::chrono::minutes kPatience{1};
+constexpr std::size_t kMaxBodyBytes = 8'388'608;
+
+HttpRequest post(const std::string& url) {
+  return {"POST", url, {{"Content-Type", "application/json"}}, R"({"a":1})"};
+}
+
+std::string userAgent() { return "Game/1.0 Reporter/7 Linux"; }
+
+// The reply to one request, when it comes.
+std::future<HttpReply> start(HttpClient& client, HttpRequest request) {
+  auto promise = std::make_shared<std::promise<HttpReply>>();
+  client.upload(std::move(request),
+                [promise](HttpReply reply) { promise->set_value(std::move(reply)); });
+  return promise->get_future();
+}
+
+HttpReply await(std::future<HttpReply> reply) {
+  if (reply.wait_for(kPatience) != std::future_status::ready) {
+    ADD_FAILURE() << "no completion within a minute";
+    return {};
+  }
+  return reply.get();
+}
+
+// The code of the error that a request came to; 0 when there is a response instead.
+std::int64_t codeOf(const HttpReply& reply) { return reply.error ? reply.error->code : 0; }
+
+int statusOf(const HttpReply& reply) { return reply.response ? reply.response->statusCode : 0; }
+
+// A loopback port that nobody listens on.
+std::uint16_t closedPort() {
+  const int socket = ::socket(AF_INET, SOCK_STREAM, 0);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  socklen_t size = sizeof address;
+  auto* const generic = reinterpret_cast<sockaddr*>(&address);
+  EXPECT_EQ(0, bind(socket, generic, size));
+  EXPECT_EQ(0, getsockname(socket, generic, &size));
+  close(socket);
+  return ntohs(address.sin_port);
+}
+
+std::size_t openDescriptors() {
+  const std::filesystem::directory_iterator descriptors("/proc/self/fd");
+  return static_cast<std::size_t>(std::distance(begin(descriptors), end(descriptors)));
+}
+
+std::string repeated(const std::string& text, int times) {
+  std::string all;
+  for (int i = 0; i < times; ++i) all += text;
+  return all;
+}
+
+class HttpClientCurlTest : public testing::Test {
+ protected:
+  HttpReply send(HttpRequest request) { return await(start(client, std::move(request))); }
+  HttpReply postTo(const std::string& target) { return send(post(server.url(target))); }
+
+  // What a client with these time-outs makes of a request to the server.
+  HttpReply postWithin(HttpTimeouts timeouts) {
+    HttpClientCurl other(pool, userAgent, timeouts);
+    return await(start(other, post(server.url("/"))));
+  }
+
+  HttpsServer server;
+  EnvironmentVariable authorities{"SSL_CERT_FILE", server.caFile()};
+  EnvironmentVariable noProxy{"no_proxy", "*"};
+  ThreadPool pool;
+  HttpClientCurl client{pool, userAgent};
+};
+
+// The request.
+
+TEST_F(HttpClientCurlTest, SendsTheHeadersThatAreSetAndItsOwnAndNoOthers) {
+  postTo("/session");
+
+  const std::vector<ReceivedRequest> requests = server.requests();
+  ASSERT_EQ(1u, requests.size());
+  EXPECT_EQ("POST", requests[0].method);
+  EXPECT_EQ("/session", requests[0].target);
+  EXPECT_EQ(R"({"a":1})", requests[0].body);
+  EXPECT_THAT(requests[0].headers,
+              UnorderedElementsAre(
+                  Pair("Host", server.authority()), Pair("User-Agent", "Game/1.0 Reporter/7 Linux"),
+                  Pair("Accept", "*/*"), Pair("Accept-Encoding", "gzip, deflate, br"),
+                  Pair("Accept-Language", "en-us"), Pair("Content-Type", "application/json"),
+                  Pair("Content-Length", "7")));
+}
+
+TEST_F(HttpClientCurlTest, SendsNoContentTypeThatIsNotSet) {
+  send({"POST", server.url("/config"), {}, "{}"});
+
+  ASSERT_EQ(1u, server.requests().size());
+  EXPECT_FALSE(server.requests()[0].hasHeader("Content-Type"));
+}
+
+TEST_F(HttpClientCurlTest, CountsTheBodyItself) {
+  send({"POST", server.url("/"), {{"Content-Length", "999"}}, "12345"});
+
+  ASSERT_EQ(1u, server.requests().size());
+  EXPECT_THAT(server.requests()[0].headers, testing::Contains(Pair("Content-Length", "5")));
+  EXPECT_THAT(server.requests()[0].headers,
+              testing::Not(testing::Contains(Pair("Content-Length", "999"))));
+}
+
+TEST_F(HttpClientCurlTest, FramesTheBodyItself) {
+  send({"POST", server.url("/"), {{"transfer-encoding", "chunked"}, {"Expect", "100"}}, "12345"});
+
+  ASSERT_EQ(1u, server.requests().size());
+  EXPECT_FALSE(server.requests()[0].hasHeader("Transfer-Encoding"));
+  EXPECT_FALSE(server.requests()[0].hasHeader("Expect"));
+  EXPECT_EQ("12345", server.requests()[0].body);
+}
+
+TEST_F(HttpClientCurlTest, SendsALargeBodyWithEveryByteAndWithoutAsking) {
+  const std::string body = repeated(std::string("\0\r\n\xff{}", 6), 500'000);
+
+  send({"POST", server.url("/"), {}, body});
+
+  ASSERT_EQ(1u, server.requests().size());
+  EXPECT_TRUE(body == server.requests()[0].body);
+  EXPECT_FALSE(server.requests()[0].hasHeader("Expect"));
+}
+
+TEST_F(HttpClientCurlTest, SendsAnEmptyBody) {
+  send({"POST", server.url("/"), {}, ""});
+
+  ASSERT_EQ(1u, server.requests().size());
+  EXPECT_EQ("POST", server.requests()[0].method);
+  EXPECT_EQ("0", server.requests()[0].header("Content-Length"));
+}
+
+TEST_F(HttpClientCurlTest, SendsAHeaderWithoutAValue) {
+  send({"POST", server.url("/"), {{"X-Empty", ""}}, "{}"});
+
+  ASSERT_EQ(1u, server.requests().size());
+  EXPECT_TRUE(server.requests()[0].hasHeader("X-Empty"));
+}
+
+TEST_F(HttpClientCurlTest, LeavesOutHeadersThatWouldSplitTheRequest) {
+  send({"POST",
+        server.url("/"),
+        {{"X-A", "1\r\nX-Inner: 1"}, {"X-B\nX-Inner", "1"}, {"X-C", std::string("1\0", 2)}},
+        "{}"});
+
+  ASSERT_EQ(1u, server.requests().size());
+  EXPECT_EQ(std::string::npos, server.requests()[0].head.find("X-"));
+}
+
+TEST_F(HttpClientCurlTest, RefusesAMethodThatWouldSplitTheRequest) {
+  const HttpReply reply = send({"POST / HTTP/1.1\r\nX: 1", server.url("/"), {}, "{}"});
+
+  EXPECT_EQ(-1, codeOf(reply));
+  EXPECT_EQ(0, server.connections());
+}
+
+TEST_F(HttpClientCurlTest, SendsOtherMethods) {
+  send({"GET", server.url("/get"), {}, ""});
+  send({"PUT", server.url("/put"), {}, "{}"});
+
+  const std::vector<ReceivedRequest> requests = server.requests();
+  ASSERT_EQ(2u, requests.size());
+  EXPECT_EQ("GET", requests[0].method);
+  EXPECT_FALSE(requests[0].hasHeader("Content-Length"));
+  EXPECT_EQ("PUT", requests[1].method);
+  EXPECT_EQ("{}", requests[1].body);
+}
+
+TEST_F(HttpClientCurlTest, AsksForTheUserAgentWithEachRequest) {
+  std::atomic<int> asked = 0;
+  HttpClientCurl other(pool, [&] { return "Agent/" + std::to_string(++asked); });
+
+  await(start(other, post(server.url("/"))));
+  await(start(other, post(server.url("/"))));
+
+  ASSERT_EQ(2u, server.requests().size());
+  EXPECT_EQ("Agent/1", server.requests()[0].header("User-Agent"));
+  EXPECT_EQ("Agent/2", server.requests()[1].header("User-Agent"));
+}
+
+TEST_F(HttpClientCurlTest, EachRequestHasAConnectionOfItsOwn) {
+  postTo("/");
+  postTo("/");
+  postTo("/");
+
+  const std::vector<ReceivedRequest> requests = server.requests();
+  ASSERT_EQ(3u, requests.size());
+  EXPECT_EQ(1, requests[0].connection);
+  EXPECT_EQ(2, requests[1].connection);
+  EXPECT_EQ(3, requests[2].connection);
+}
+
+TEST_F(HttpClientCurlTest, RequestsRunBesideEachOther) {
+  std::latch allArrived(3);
+  server.answer([&](const ReceivedRequest& request) {
+    allArrived.arrive_and_wait();
+    return replyWith(200, request.target);
+  });
+
+  std::future<HttpReply> first = start(client, post(server.url("/1")));
+  std::future<HttpReply> second = start(client, post(server.url("/2")));
+  std::future<HttpReply> third = start(client, post(server.url("/3")));
+
+  EXPECT_EQ("/1", await(std::move(first)).body);
+  EXPECT_EQ("/2", await(std::move(second)).body);
+  EXPECT_EQ("/3", await(std::move(third)).body);
+  EXPECT_EQ(3, server.connections());
+}
+
+TEST_F(HttpClientCurlTest, GoesByTheProxyOfTheEnvironment) {
+  noProxy.set("");
+  const EnvironmentVariable proxy("https_proxy",
+                                  "http://127.0.0.1:" + std::to_string(closedPort()));
+
+  const HttpReply reply = postTo("/");
+
+  EXPECT_EQ(-1004, codeOf(reply));
+  EXPECT_EQ(0, server.connections());
+}
+
+// The reply.
+
+TEST_F(HttpClientCurlTest, GivesBodyStatusUrlAndHeaders) {
+  server.answer(replyWith(200, R"({"success":true})",
+                          {{"Content-Type", "application/json"}, {"x-Odd-NAME", "a  b"}}));
+
+  const HttpReply reply = postTo("/session?a=b");
+
+  EXPECT_FALSE(reply.error);
+  EXPECT_EQ(R"({"success":true})", reply.body);
+  ASSERT_TRUE(reply.response);
+  EXPECT_EQ(200, reply.response->statusCode);
+  EXPECT_EQ(server.url("/session?a=b"), reply.response->url);
+  EXPECT_THAT(reply.response->headers,
+              ElementsAre(Pair("Content-Type", "application/json"), Pair("x-Odd-NAME", "a  b"),
+                          Pair("Content-Length", "16")));
+}
+
+TEST_F(HttpClientCurlTest, JoinsHeadersOfTheSameName) {
+  server.answer(replyWith(200, "", {{"Via", "a"}, {"X", "1"}, {"via", "b"}, {"VIA", "c"}}));
+
+  const HttpReply reply = postTo("/");
+
+  ASSERT_TRUE(reply.response);
+  EXPECT_THAT(reply.response->headers,
+              ElementsAre(Pair("Via", "a, b, c"), Pair("X", "1"), Pair("Content-Length", "0")));
+}
+
+TEST_F(HttpClientCurlTest, LeavesOutWhatComesBeforeTheLastHeadAndBehindTheBody) {
+  server.answer(
+      rawReply("HTTP/1.1 100 Continue\r\nX-Early: 1\r\n\r\n"
+               "HTTP/1.1 200 OK\r\nX: 2\r\nTransfer-Encoding: chunked\r\n\r\n"
+               "2\r\n{}\r\n0\r\nX-Late: 3\r\n\r\n",
+               End::kKeepOpen));
+
+  const HttpReply reply = postTo("/");
+
+  EXPECT_EQ("{}", reply.body);
+  ASSERT_TRUE(reply.response);
+  EXPECT_EQ(200, reply.response->statusCode);
+  EXPECT_THAT(reply.response->headers,
+              ElementsAre(Pair("X", "2"), Pair("Transfer-Encoding", "chunked")));
+}
+
+class HttpClientCurlStatusTest : public HttpClientCurlTest,
+                                 public testing::WithParamInterface<int> {};
+
+TEST_P(HttpClientCurlStatusTest, AnyStatusIsAReply) {
+  server.answer(replyWith(GetParam(), R"({"success":true})"));
+
+  const HttpReply reply = postTo("/");
+
+  EXPECT_FALSE(reply.error);
+  EXPECT_EQ(GetParam(), statusOf(reply));
+  EXPECT_EQ(R"({"success":true})", reply.body);
+  EXPECT_EQ(1u, server.requests().size());
+}
+
+INSTANTIATE_TEST_SUITE_P(All, HttpClientCurlStatusTest,
+                         testing::Values(200, 201, 299, 300, 301, 302, 303, 307, 308, 400, 401, 403,
+                                         404, 407, 417, 429, 500, 503, 599));
+
+TEST_F(HttpClientCurlTest, AReplyWithoutContentHasAnEmptyBody) {
+  server.answer(rawReply("HTTP/1.1 204 No Content\r\n\r\n", End::kKeepOpen));
+
+  const HttpReply reply = postTo("/");
+
+  EXPECT_FALSE(reply.error);
+  EXPECT_EQ(204, statusOf(reply));
+  EXPECT_EQ("", reply.body);
+}
+
+TEST_F(HttpClientCurlTest, ReadsABodyInChunks) {
+  server.answer(
+      rawReply("HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n"
+               "5\r\n{\"a\":\r\n2;name=x\r\n1}\r\n0\r\n\r\n",
+               End::kKeepOpen));
+
+  EXPECT_EQ(R"({"a":1})", postTo("/").body);
+}
+
+TEST_F(HttpClientCurlTest, ReadsABodyUntilTheConnectionIsClosed) {
+  server.answer(rawReply("HTTP/1.1 200 OK\r\n\r\n{}", End::kClose));
+
+  EXPECT_EQ("{}", postTo("/").body);
+}
+
+TEST_F(HttpClientCurlTest, ReadsAnHttp10Reply) {
+  server.answer(rawReply("HTTP/1.0 200 OK\r\n\r\n{}", End::kClose));
+
+  EXPECT_EQ("{}", postTo("/").body);
+}
+
+TEST_F(HttpClientCurlTest, UnpacksGzip) {
+  const std::string packed(
+      "\x1f\x8b\x08\x00\x00\x00\x00\x00\x02\x03\xab\x56\x2a\x2e\x4d\x4e\x4e\x2d\x2e\x56\xb2\x2a\x29"
+      "\x2a\x4d\xad\x05\x00\xdf\xf7\xf6\x66\x10\x00\x00\x00",
+      36);
+  server.answer(replyWith(200, packed, {{"Content-Encoding", "gzip"}}));
+
+  EXPECT_EQ(R"({"success":true})", postTo("/").body);
+}
+
+TEST_F(HttpClientCurlTest, UnpacksBrotli) {
+  const std::string packed(
+      "\x1b\x0f\x00\xf8\xa5\x45\x74\xf6\xfa\xa4\x22\x92\x54\x52\x1b\x18\x71\x08\x1b", 19);
+  server.answer(replyWith(200, packed, {{"Content-Encoding", "br"}}));
+
+  EXPECT_EQ(R"({"success":true})", postTo("/").body);
+}
+
+TEST_F(HttpClientCurlTest, AnUnknownOrBrokenPackingCannotBeDecoded) {
+  server.answer(replyWith(200, "{}", {{"Content-Encoding", "gzip"}}));
+  EXPECT_EQ(-1016, codeOf(postTo("/")));
+
+  server.answer(replyWith(200, "{}", {{"Content-Encoding", "rot13"}}));
+  EXPECT_EQ(-1016, codeOf(postTo("/")));
+}
+
+// Limits.
+
+TEST_F(HttpClientCurlTest, TakesABodyOfEightMegabytes) {
+  server.answer(replyWith(200, std::string(kMaxBodyBytes, 'x')));
+
+  EXPECT_EQ(kMaxBodyBytes, postTo("/").body.size());
+}
+
+TEST_F(HttpClientCurlTest, RefusesALargerBodyByItsLength) {
+  server.answer(rawReply("HTTP/1.1 200 OK\r\nContent-Length: 8388609\r\n\r\n", End::kStall));
+
+  EXPECT_EQ(-1103, codeOf(postTo("/")));
+}
+
+TEST_F(HttpClientCurlTest, RefusesABodyWithoutEnd) {
+  ServerReply reply;
+  reply.pieces = {"HTTP/1.1 200 OK\r\n\r\n", std::string(65536, 'x')};
+  reply.endless = true;
+  server.answer(reply);
+
+  const HttpReply received = postTo("/");
+
+  EXPECT_EQ(-1103, codeOf(received));
+  EXPECT_FALSE(received.response);
+  EXPECT_EQ("", received.body);
+}
+
+TEST_F(HttpClientCurlTest, CountsABodyAsItIsUnpacked) {
+  const std::string packedZeros =
+      std::string("\x62\x60\x18", 3) +
+      repeated("\x05\xa3\x60\x14\x8c\x82\x51\x30\x0a\x46\xc1\x28\x18", 4200);
+  server.answer(replyWith(200, packedZeros, {{"Content-Encoding", "deflate"}}));
+
+  EXPECT_EQ(-1103, codeOf(postTo("/")));
+}
+
+TEST_F(HttpClientCurlTest, RefusesHeadersWithoutEnd) {
+  ServerReply reply;
+  reply.pieces = {"HTTP/1.1 200 OK\r\n", "X: 1\r\n"};
+  reply.endless = true;
+  server.answer(reply);
+
+  EXPECT_EQ(-1103, codeOf(postTo("/")));
+}
+
+TEST_F(HttpClientCurlTest, TakesAThousandLinesOfHeadersAndNoMore) {
+  server.answer(
+      rawReply("HTTP/1.1 200 OK\r\nContent-Length: 0\r\n" + repeated("X: 1\r\n", 997) + "\r\n",
+               End::kKeepOpen));
+  EXPECT_EQ(200, statusOf(postTo("/")));
+
+  server.answer(
+      rawReply("HTTP/1.1 200 OK\r\nContent-Length: 0\r\n" + repeated("X: 1\r\n", 998) + "\r\n",
+               End::kKeepOpen));
+  EXPECT_EQ(-1103, codeOf(postTo("/")));
+}
+
+TEST_F(HttpClientCurlTest, RefusesLargeHeaders) {
+  server.answer(rawReply(
+      "HTTP/1.1 200 OK\r\n" + repeated("X: " + std::string(50'000, 'x') + "\r\n", 6), End::kStall));
+
+  EXPECT_EQ(-1103, codeOf(postTo("/")));
+}
+
+TEST_F(HttpClientCurlTest, RefusesHeadsWithoutEnd) {
+  ServerReply reply;
+  reply.pieces = {"HTTP/1.1 100 Continue\r\n\r\n"};
+  reply.endless = true;
+  server.answer(reply);
+
+  EXPECT_EQ(-1103, codeOf(postTo("/")));
+}
+
+TEST_F(HttpClientCurlTest, AHeaderLineWithoutEndIsAnError) {
+  ServerReply reply;
+  reply.pieces = {"HTTP/1.1 200 OK\r\nX: ", std::string(65536, 'x')};
+  reply.endless = true;
+  server.answer(reply);
+
+  EXPECT_EQ(-1, codeOf(postTo("/")));
+}
+
+// URLs.
+
+TEST_F(HttpClientCurlTest, WhatIsNoHttpsUrlIsUnsupported) {
+  for (const char* url : {"", "/session", "session", "127.0.0.1", "ftp://127.0.0.1/",
+                          "file:///etc/hostname", "://", "https", "mailto:a@b"}) {
+    EXPECT_EQ(-1002, codeOf(send(post(url)))) << url;
+  }
+}
+
+TEST_F(HttpClientCurlTest, ABrokenHttpsUrlIsBad) {
+  const std::string withNul = server.url("/") + std::string("\0x", 2);
+  for (const std::string& url :
+       {std::string("https:"), std::string("https:443/"), std::string("https:127.0.0.1"),
+        std::string("https:///"), std::string("https://127.0.0.1:99999/"),
+        std::string("https://127.0.0.1:x/"), std::string("https://127.0.0.1/\r\nX: 1"), withNul}) {
+    EXPECT_EQ(-1000, codeOf(send(post(url)))) << url;
+  }
+}
+
+TEST_F(HttpClientCurlTest, PlainHttpIsRefusedWithoutAConnection) {
+  EXPECT_EQ(-1022, codeOf(send(post("http://" + server.authority() + "/"))));
+  EXPECT_EQ(-1022, codeOf(send(post("HTTP://" + server.authority() + "/"))));
+  EXPECT_EQ(0, server.connections());
+}
+
+TEST_F(HttpClientCurlTest, ASchemeMayBeInCapitals) {
+  EXPECT_EQ(200, statusOf(send(post("HTTPS://" + server.authority() + "/"))));
+}
+
+TEST_F(HttpClientCurlTest, AnErrorComesWithItsTextAndTheUrl) {
+  const HttpReply reply = send(post("ftp://127.0.0.1/a"));
+
+  const Error expected{"NSURLErrorDomain",
+                       -1002,
+                       "unsupported URL",
+                       {{"NSErrorFailingURLStringKey", "ftp://127.0.0.1/a"},
+                        {"NSErrorFailingURLKey", "ftp://127.0.0.1/a"}}};
+  EXPECT_EQ(expected, reply.error);
+  EXPECT_FALSE(reply.response);
+  EXPECT_EQ("", reply.body);
+}
+
+// Redirects.
+
+struct RedirectCase {
+  int status;
+  const char* method;
+  const char* methodAfter;
+};
+
+class HttpClientCurlRedirectTest : public HttpClientCurlTest,
+                                   public testing::WithParamInterface<RedirectCase> {
+ protected:
+  // The first request is sent on to `target`.
+  void redirectTo(int status, const std::string& target) {
+    server.answer([=](const ReceivedRequest& request) {
+      if (request.target != "/old") return replyWith(200, "arrived");
+      return replyWith(status, "moved", {{"Location", target}, {"X-Old", "1"}});
+    });
+  }
+};
+
+TEST_P(HttpClientCurlRedirectTest, IsFollowedByItsRule) {
+  const auto [status, method, methodAfter] = GetParam();
+  redirectTo(status, "/new?a=b");
+
+  const HttpReply reply =
+      send({method, server.url("/old"), {{"Content-Type", "text/a"}, {"X-Kept", "1"}}, "body"});
+
+  EXPECT_EQ("arrived", reply.body);
+  ASSERT_TRUE(reply.response);
+  EXPECT_EQ(server.url("/new?a=b"), reply.response->url);
+  EXPECT_THAT(reply.response->headers, ElementsAre(Pair("Content-Length", "7")));
+  const std::vector<ReceivedRequest> requests = server.requests();
+  ASSERT_EQ(2u, requests.size());
+  const bool bodyKept = std::string("GET") != methodAfter;
+  EXPECT_EQ(methodAfter, requests[1].method);
+  EXPECT_EQ("/new?a=b", requests[1].target);
+  EXPECT_EQ(2, requests[1].connection);
+  EXPECT_EQ("1", requests[1].header("X-Kept"));
+  EXPECT_EQ(bodyKept ? "body" : "", requests[1].body);
+  EXPECT_EQ(bodyKept ? "4" : "", requests[1].header("Content-Length"));
+  EXPECT_EQ(bodyKept ? "text/a" : "", requests[1].header("Content-Type"));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    All, HttpClientCurlRedirectTest,
+    testing::Values(RedirectCase{301, "POST", "GET"}, RedirectCase{302, "POST", "GET"},
+                    RedirectCase{303, "POST", "GET"}, RedirectCase{305, "POST", "POST"},
+                    RedirectCase{306, "POST", "POST"}, RedirectCase{307, "POST", "POST"},
+                    RedirectCase{308, "POST", "POST"}, RedirectCase{301, "PUT", "PUT"},
+                    RedirectCase{302, "PUT", "PUT"}, RedirectCase{303, "PUT", "GET"}));
+
+TEST_F(HttpClientCurlTest, OtherStatusesWithALocationAreNotFollowed) {
+  for (const int status : {200, 201, 300, 304, 309, 399}) {
+    server.answer(rawReply("HTTP/1.1 " + std::to_string(status) +
+                               " Text\r\nLocation: /new\r\nContent-Length: 0\r\n\r\n",
+                           End::kKeepOpen));
+
+    EXPECT_EQ(status, statusOf(postTo("/")));
+  }
+  EXPECT_EQ(6u, server.requests().size());
+}
+
+TEST_F(HttpClientCurlTest, AnEmptyLocationIsNotFollowed) {
+  server.answer(replyWith(302, "body", {{"Location", ""}}));
+
+  const HttpReply reply = postTo("/");
+
+  EXPECT_EQ(302, statusOf(reply));
+  EXPECT_EQ("body", reply.body);
+}
+
+TEST_F(HttpClientCurlTest, FollowsTwentyRedirects) {
+  int left = 20;
+  server.answer([&](const ReceivedRequest&) {
+    return left-- == 0 ? replyWith(200, "arrived") : replyWith(307, "", {{"Location", "/again"}});
+  });
+
+  EXPECT_EQ("arrived", postTo("/").body);
+}
+
+TEST_F(HttpClientCurlTest, ALoopOfRedirectsEnds) {
+  server.answer(replyWith(307, "", {{"Location", "/again"}}));
+
+  EXPECT_EQ(-1007, codeOf(postTo("/")));
+  EXPECT_EQ(21u, server.requests().size());
+}
+
+TEST_F(HttpClientCurlTest, IsNotLedAwayFromHttps) {
+  const std::pair<std::string, int> cases[] = {
+      {"http://" + server.authority() + "/", -1022},
+      {"ftp://127.0.0.1/", -1002},
+      {"file:///etc/hostname", -1002},
+      {"javascript:alert(1)", -1002},
+      {"https://127.0.0.1:99999/", -1000},
+  };
+  for (const auto& [location, code] : cases) {
+    server.answer(replyWith(307, "", {{"Location", location}}));
+
+    const HttpReply reply = postTo("/");
+
+    EXPECT_EQ(code, codeOf(reply)) << location;
+    ASSERT_TRUE(reply.error) << location;
+    EXPECT_EQ(location, reply.error->userInfo[0].second);
+  }
+  EXPECT_EQ(5, server.connections());
+}
+
+// Connections that fail.
+
+TEST_F(HttpClientCurlTest, AServerThatIsNotThereRefuses) {
+  const std::string url = "https://127.0.0.1:" + std::to_string(closedPort()) + "/";
+
+  EXPECT_EQ(-1004, codeOf(send(post(url))));
+}
+
+TEST_F(HttpClientCurlTest, AnUnknownNameHasNoServer) {
+  EXPECT_EQ(-1003, codeOf(send(post("https://nobody.invalid/"))));
+}
+
+TEST_F(HttpClientCurlTest, AResetBeforeEncryptionStandsIsNoSecureConnection) {
+  server.setFault(ConnectionFault::kResetInHandshake);
+
+  EXPECT_EQ(-1200, codeOf(postTo("/")));
+}
+
+TEST_F(HttpClientCurlTest, AResetAtOnceIsNoConnection) {
+  server.setFault(ConnectionFault::kResetOnAccept);
+
+  EXPECT_THAT(codeOf(postTo("/")), AnyOf(-1004, -1200));
+}
+
+TEST_F(HttpClientCurlTest, AServerWithoutEncryptionIsNoSecureConnection) {
+  server.setFault(ConnectionFault::kPlainText);
+
+  EXPECT_EQ(-1200, codeOf(postTo("/")));
+}
+
+TEST_F(HttpClientCurlTest, AConnectionThatBreaksLaterIsLost) {
+  server.setFault(ConnectionFault::kResetAfterHandshake);
+  EXPECT_EQ(-1005, codeOf(postTo("/"))) << "before the request";
+
+  server.setFault(ConnectionFault::kResetAfterHead);
+  EXPECT_EQ(-1005, codeOf(send({"POST", server.url("/"), {}, std::string(4'000'000, 'x')})))
+      << "in the body of the request";
+}
+
+TEST_F(HttpClientCurlTest, AReplyThatBreaksOffIsAConnectionLost) {
+  const std::string partOfBody = "HTTP/1.1 200 OK\r\nContent-Length: 10\r\n\r\n{";
+  const std::string partOfChunk = "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n5\r\n{";
+  for (const std::string& bytes : {std::string(), partOfBody, partOfChunk}) {
+    for (const End end : {End::kClose, End::kCut, End::kReset}) {
+      server.answer(rawReply(bytes, end));
+
+      EXPECT_EQ(-1005, codeOf(postTo("/"))) << bytes << " / " << static_cast<int>(end);
+    }
+  }
+}
+
+TEST_F(HttpClientCurlTest, AHeadThatBreaksOffIsAConnectionLost) {
+  for (const char* bytes :
+       {"HTTP/1.1 200 OK\r\n", "HTTP/1.1 200 OK\r\nContent-Le", "HTTP/1.1 100 Continue\r\n\r\n",
+        "HTTP/1.1 100 Continue\r\n\r\nHTTP/1.1 200 OK\r\nX: 1\r\n"}) {
+    for (const End end : {End::kClose, End::kCut, End::kReset}) {
+      server.answer(rawReply(bytes, end));
+
+      EXPECT_EQ(-1005, codeOf(postTo("/"))) << bytes << " / " << static_cast<int>(end);
+    }
+  }
+}
+
+TEST_F(HttpClientCurlTest, AReplyThatIsNotHttpCannotBeParsed) {
+  for (const char* bytes : {"SSH-2.0-Server\r\n\r\n", "<html></html>", "HTTP/7.7 200 OK\r\n\r\n",
+                            "HTTP/1.1 OK\r\n\r\n"}) {
+    server.answer(rawReply(bytes, End::kClose));
+
+    EXPECT_EQ(-1017, codeOf(postTo("/"))) << bytes;
+  }
+}
+
+// Certificates.
+
+TEST_F(HttpClientCurlTest, AnExpiredCertificateIsRefused) {
+  const HttpsServer other(CertificateFlaw::kExpired);
+  authorities.set(other.caFile());
+
+  const HttpReply reply = send(post(other.url("/")));
+
+  EXPECT_EQ(-1202, codeOf(reply));
+  ASSERT_TRUE(reply.error);
+  EXPECT_EQ(
+      "The certificate for this server is invalid. You might be connecting to a server that is "
+      "pretending to be “127.0.0.1” which could put your confidential information at risk.",
+      reply.error->localizedDescription);
+}
+
+TEST_F(HttpClientCurlTest, ASelfSignedCertificateIsRefused) {
+  const HttpsServer other(CertificateFlaw::kSelfSigned);
+  authorities.set(other.caFile());
+
+  EXPECT_EQ(-1202, codeOf(send(post(other.url("/")))));
+}
+
+TEST_F(HttpClientCurlTest, ACertificateForAnotherHostIsRefused) {
+  const HttpsServer other(CertificateFlaw::kWrongHost);
+  authorities.set(other.caFile());
+
+  EXPECT_EQ(-1202, codeOf(send(post(other.url("/")))));
+}
+
+TEST_F(HttpClientCurlTest, ACertificateOfAnotherAuthorityIsRefused) {
+  const HttpsServer other;
+
+  EXPECT_EQ(-1202, codeOf(send(post(other.url("/")))));
+  EXPECT_EQ(0u, other.requests().size());
+}
+
+TEST_F(HttpClientCurlTest, AsksTheEnvironmentForTheAuthoritiesWithEachRequest) {
+  const HttpsServer other;
+  EXPECT_EQ(200, statusOf(postTo("/")));
+  EXPECT_EQ(-1202, codeOf(send(post(other.url("/")))));
+
+  authorities.set(other.caFile());
+
+  EXPECT_EQ(200, statusOf(send(post(other.url("/")))));
+  EXPECT_EQ(-1202, codeOf(postTo("/")));
+}
+
+TEST_F(HttpClientCurlTest, AuthoritiesThatCannotBeReadMakeNoSecureConnection) {
+  authorities.set("/nowhere/authorities.pem");
+
+  EXPECT_EQ(-1200, codeOf(postTo("/")));
+}
+
+TEST_F(HttpClientCurlTest, KeepsTheAuthoritiesThatItHasReadWhileItsThreadComesAndGoes) {
+  const std::string file = server.caFile() + ".copy";
+  std::filesystem::copy_file(server.caFile(), file);
+  authorities.set(file);
+  CountedThreads threads;
+  HttpClientCurl other(pool, userAgent, {}, threads.starter());
+  EXPECT_EQ(200, statusOf(await(start(other, post(server.url("/"))))));
+
+  std::filesystem::remove(file);
+
+  EXPECT_EQ(200, statusOf(await(start(other, post(server.url("/"))))));
+  EXPECT_TRUE(threads.waitUntilNoneRuns());
+  EXPECT_EQ(200, statusOf(await(start(other, post(server.url("/"))))));
+}
+
+// Time-outs.
+
+TEST_F(HttpClientCurlTest, AConnectionThatDoesNotComeAboutTimesOut) {
+  server.setFault(ConnectionFault::kNoHandshake);
+
+  EXPECT_EQ(-1001, codeOf(postWithin({.connect = 300ms})));
+}
+
+TEST_F(HttpClientCurlTest, AReplyThatStallsTimesOut) {
+  for (const char* bytes :
+       {"", "HTTP/1.1 200 OK\r\nX", "HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\n{"}) {
+    server.answer(rawReply(bytes, End::kStall));
+
+    EXPECT_EQ(-1001, codeOf(postWithin({.idle = 300ms}))) << bytes;
+  }
+}
+
+TEST_F(HttpClientCurlTest, AStallTimesOutAlsoWhenNothingIsSentUp) {
+  server.answer(rawReply("", End::kStall));
+  HttpClientCurl other(pool, userAgent, {.idle = 300ms});
+
+  EXPECT_EQ(-1001, codeOf(await(start(other, {"GET", server.url("/"), {}, ""}))));
+}
+
+TEST_F(HttpClientCurlTest, ASlowUploadThatMovesDoesNotTimeOut) {
+  server.setFault(ConnectionFault::kSlowReader);
+  HttpClientCurl other(pool, userAgent, {.idle = 2s});
+
+  const HttpReply reply =
+      await(start(other, {"POST", server.url("/"), {}, std::string(32'000'000, 'x')}));
+
+  EXPECT_EQ(200, statusOf(reply));
+}
+
+TEST_F(HttpClientCurlTest, ASlowBodyThatMovesDoesNotTimeOut) {
+  ServerReply reply;
+  reply.pieces = {"HTTP/1.1 200 OK\r\nContent-Length: 24\r\n\r\n"};
+  reply.pieces.insert(reply.pieces.end(), 24, "x");
+  reply.pause = 100ms;
+  server.answer(reply);
+
+  EXPECT_EQ("xxxxxxxxxxxxxxxxxxxxxxxx", postWithin({.connect = 1500ms, .idle = 1500ms}).body);
+}
+
+TEST_F(HttpClientCurlTest, SlowHeadersThatMoveDoNotTimeOut) {
+  ServerReply reply;
+  reply.pieces = {"HTTP/1.1 200 OK\r\n"};
+  reply.pieces.insert(reply.pieces.end(), 24, "X: 1\r\n");
+  reply.pieces.push_back("Content-Length: 0\r\n\r\n");
+  reply.pause = 100ms;
+  server.answer(reply);
+
+  EXPECT_EQ(200, statusOf(postWithin({.connect = 1500ms, .idle = 1500ms})));
+}
+
+TEST_F(HttpClientCurlTest, ABodyThatMovesForTooLongTimesOut) {
+  ServerReply reply;
+  reply.pieces = {"HTTP/1.1 200 OK\r\n\r\n", "x"};
+  reply.endless = true;
+  reply.pause = 20ms;
+  server.answer(reply);
+
+  EXPECT_EQ(-1001, codeOf(postWithin({.resource = 500ms})));
+}
+
+TEST_F(HttpClientCurlTest, TheTimeOfTheWholeRequestGoesOnOverRedirects) {
+  server.answer([](const ReceivedRequest&) {
+    ServerReply reply = replyWith(307, "", {{"Location", "/again"}});
+    reply.pieces.insert(reply.pieces.begin(), "HTTP/1.1 100 Continue\r\n\r\n");
+    reply.pause = 100ms;
+    return reply;
+  });
+
+  EXPECT_EQ(-1001, codeOf(postWithin({.resource = 700ms})));
+}
+
+// Threads.
+
+TEST_F(HttpClientCurlTest, CompletesOnAnotherThread) {
+  for (const std::string& url : {server.url("/"), std::string("ftp://127.0.0.1/")}) {
+    std::promise<std::thread::id> thread;
+
+    client.upload(post(url), [&](HttpReply) { thread.set_value(std::this_thread::get_id()); });
+
+    EXPECT_NE(std::this_thread::get_id(), thread.get_future().get());
+  }
+}
+
+TEST_F(HttpClientCurlTest, ABusyCompletionHoldsUpNobody) {
+  std::latch bothComplete(2);
+  std::promise<void> through[2];
+
+  for (std::promise<void>& each : through) {
+    client.upload(post(server.url("/")), [&](HttpReply) {
+      bothComplete.arrive_and_wait();
+      each.set_value();
+    });
+  }
+
+  EXPECT_EQ(std::future_status::ready, through[0].get_future().wait_for(kPatience));
+  EXPECT_EQ(std::future_status::ready, through[1].get_future().wait_for(kPatience));
+}
+
+TEST_F(HttpClientCurlTest, ACompletionMayStartTheNextRequest) {
+  std::promise<HttpReply> second;
+
+  client.upload(post(server.url("/1")), [&](HttpReply) {
+    client.upload(post(server.url("/2")),
+                  [&](HttpReply reply) { second.set_value(std::move(reply)); });
+  });
+
+  EXPECT_EQ(200, statusOf(await(second.get_future())));
+}
+
+TEST_F(HttpClientCurlTest, ManyRequestsCompleteOnceEachAndLeaveNothingBehind) {
+  postTo("/");
+  ASSERT_TRUE(server.waitUntilDeserted());
+  const std::size_t descriptorsBefore = openDescriptors();
+  std::vector<std::atomic<int>> completions(200);
+  CountedThreads poolThreads;
+  CountedThreads networkThreads;
+  {
+    ThreadPool otherPool(poolThreads.starter(), 10ms);
+    HttpClientCurl other(otherPool, userAgent, {}, networkThreads.starter());
+
+    std::latch allComplete(200);
+    for (std::atomic<int>& count : completions) {
+      other.upload(post(server.url("/")), [&](HttpReply reply) {
+        if (statusOf(reply) == 200) ++count;
+        allComplete.count_down();
+      });
+    }
+    allComplete.wait();
+  }
+
+  EXPECT_TRUE(networkThreads.waitUntilNoneRuns());
+  EXPECT_TRUE(poolThreads.waitUntilNoneRuns());
+  EXPECT_EQ(1u, networkThreads.started());
+  EXPECT_TRUE(server.waitUntilDeserted());
+  EXPECT_EQ(descriptorsBefore, openDescriptors());
+  for (const std::atomic<int>& count : completions) EXPECT_EQ(1, count);
+}
+
+TEST_F(HttpClientCurlTest, ItsThreadEndsWithoutWorkAndComesBackWithIt) {
+  CountedThreads threads;
+  HttpClientCurl other(pool, userAgent, {}, threads.starter());
+  EXPECT_EQ(0u, threads.started());
+
+  EXPECT_EQ(200, statusOf(await(start(other, post(server.url("/"))))));
+  EXPECT_TRUE(threads.waitUntilNoneRuns());
+  EXPECT_EQ(200, statusOf(await(start(other, post(server.url("/"))))));
+
+  EXPECT_EQ(2u, threads.started());
+}
+
+TEST_F(HttpClientCurlTest, WithoutAThreadRequestsFailUntilThereIsOne) {
+  CountedThreads threads;
+  std::atomic<bool> starts = false;
+  HttpClientCurl other(pool, userAgent, {}, [&](std::function<void()> body) {
+    return starts && threads.starter()(std::move(body));
+  });
+
+  EXPECT_EQ(-1, codeOf(await(start(other, post(server.url("/"))))));
+  starts = true;
+  EXPECT_EQ(200, statusOf(await(start(other, post(server.url("/"))))));
+}
+
+TEST_F(HttpClientCurlTest, ADestroyedClientCancelsWithoutCompletion) {
+  server.answer(rawReply("", End::kStall));
+  CountedThreads poolThreads;
+  std::atomic<int> completions = 0;
+  {
+    ThreadPool otherPool(poolThreads.starter(), 10ms);
+    HttpClientCurl other(otherPool, userAgent);
+    other.upload(post(server.url("/")), [&](HttpReply) { ++completions; });
+    ASSERT_TRUE(server.waitForRequests(1));
+  }
+
+  EXPECT_TRUE(poolThreads.waitUntilNoneRuns());
+  EXPECT_EQ(0, completions);
+  EXPECT_TRUE(server.waitUntilDeserted());
+}
+
+// The end of the process.
+
+class HttpClientCurlExitTest : public testing::Test {
+ protected:
+  void SetUp() override { GTEST_FLAG_SET(death_test_style, "threadsafe"); }
+};
+
+TEST_F(HttpClientCurlExitTest, ExitWithRequestsUnderWayIsQuiet) {
+  EXPECT_EXIT(
+      {
+        HttpsServer& server = *new HttpsServer;
+        server.answer(rawReply("", End::kStall));
+        setenv("SSL_CERT_FILE", server.caFile().c_str(), 1);
+        setenv("no_proxy", "*", 1);
+        auto& client = *new HttpClientCurl(*new ThreadPool, userAgent);
+        for (int i = 0; i < 5; ++i) client.upload(post(server.url("/")), [](HttpReply) {});
+        server.waitForRequests(3);
+        unlink(server.caFile().c_str());
+        std::exit(0);
+      },
+      testing::ExitedWithCode(0), "^$");
+}
+
+void leaveByStateOfOpenSsl() { _exit(OPENSSL_init_crypto(0, nullptr) == 1 ? 0 : 1); }
+
+TEST_F(HttpClientCurlExitTest, OpenSslStaysUsableUntilTheProcessIsGone) {
+  EXPECT_EXIT(
+      {
+        std::atexit(leaveByStateOfOpenSsl);
+        auto& client = *new HttpClientCurl(*new ThreadPool, userAgent);
+        const std::string url = "https://127.0.0.1:" + std::to_string(closedPort()) + "/";
+        await(start(client, post(url)));
+        std::exit(2);
+      },
+      testing::ExitedWithCode(0), "");
+}
+
+// The user agent.
+
+TEST(UserAgentTextTest, NamesTheAppAndTheLibrary) {
+  EXPECT_EQ("Game/1.0 ZLNSessionReporting/7.0.0 Linux", userAgentText("Game", "1.0", "7.0.0"));
+}
+
+TEST(UserAgentTextTest, EncodesWhatANameMayHold) {
+  EXPECT_EQ("M%C3%BCll%20%26%0D%0A%2FCo/1%202 ZLNSessionReporting/7 Linux",
+            userAgentText("Müll &\r\n/Co", "1 2", "7"));
+}
+
+}  // namespace
+}  // namespace zln

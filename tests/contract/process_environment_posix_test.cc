@@ -1,0 +1,68 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <map>
+#include <utility>
+
+#include "platform/posix/process_environment.h"
+#include "tests/support/environment_variable.h"
+
+namespace zln {
+namespace {
+
+using Variables = std::map<std::string, std::string>;
+
+VariableLookup lookupIn(Variables variables) {
+  return [variables = std::move(variables)](const char* name) -> std::optional<std::string> {
+    const auto found = variables.find(name);
+    if (found == variables.end()) return std::nullopt;
+    return found->second;
+  };
+}
+
+TEST(ProcessEnvironmentTest, AVariableIsRead) {
+  const EnvironmentVariable variable("ZLN_TEST_VARIABLE", "value");
+
+  EXPECT_EQ("value", environmentVariable("ZLN_TEST_VARIABLE"));
+}
+
+TEST(ProcessEnvironmentTest, AnEmptyVariableIsAbsent) {
+  const EnvironmentVariable variable("ZLN_TEST_VARIABLE", "");
+
+  EXPECT_EQ(std::nullopt, environmentVariable("ZLN_TEST_VARIABLE"));
+}
+
+TEST(ProcessEnvironmentTest, AMissingVariableIsAbsent) {
+  EXPECT_EQ(std::nullopt, environmentVariable("ZLN_TEST_VARIABLE_THAT_NOBODY_SETS"));
+}
+
+TEST(ProcessEnvironmentTest, FoldersLieInTheHomeFolder) {
+  const auto variable = lookupIn({{"HOME", "/home/player"}});
+
+  EXPECT_EQ("/home/player/.local/share", dataFolder(variable));
+  EXPECT_EQ("/home/player/.config", configFolder(variable));
+}
+
+TEST(ProcessEnvironmentTest, FoldersLieWhereTheUserWantsThem) {
+  const auto variable = lookupIn(
+      {{"HOME", "/home/player"}, {"XDG_DATA_HOME", "/data"}, {"XDG_CONFIG_HOME", "/config"}});
+
+  EXPECT_EQ("/data", dataFolder(variable));
+  EXPECT_EQ("/config", configFolder(variable));
+}
+
+TEST(ProcessEnvironmentTest, AFolderThatIsNotAbsoluteDoesNotCount) {
+  const auto variable = lookupIn(
+      {{"HOME", "/home/player"}, {"XDG_DATA_HOME", "data"}, {"XDG_CONFIG_HOME", "./config"}});
+
+  EXPECT_EQ("/home/player/.local/share", dataFolder(variable));
+  EXPECT_EQ("/home/player/.config", configFolder(variable));
+}
+
+TEST(ProcessEnvironmentTest, WithoutHomeTheUserDatabaseNamesTheFolder) {
+  EXPECT_THAT(homeFolder(lookupIn({})), testing::StartsWith("/"));
+  EXPECT_EQ(homeFolder(lookupIn({})), homeFolder(lookupIn({{"HOME", "player"}})));
+}
+
+}  // namespace
+}  // namespace zln

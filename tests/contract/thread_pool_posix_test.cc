@@ -1,0 +1,330 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <pthread.h>
+#include <signal.h>
+
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstddef>
+#include <functional>
+#include <future>
+#include <latch>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "platform/posix/thread_pool.h"
+#include "tests/support/counted_threads.h"
+
+namespace zln {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::SizeIs;
+
+// A pool whose threads the test plays itself: each waits in `bodies` until the test runs it, and
+// comes back when it finds no task.
+class ThreadPoolTest : public testing::Test {
+ protected:
+  void note(int number) {
+    pool.run([this, number] { ran.push_back(number); });
+  }
+
+  std::vector<std::function<void()>> bodies;
+  bool threadsRefused = false;
+  std::vector<int> ran;
+  ThreadPool pool{[this](std::function<void()> body) {
+                    if (!threadsRefused) bodies.push_back(std::move(body));
+                    return !threadsRefused;
+                  },
+                  std::chrono::milliseconds(0)};
+};
+
+TEST_F(ThreadPoolTest, ANewPoolHasNoThread) { EXPECT_THAT(bodies, IsEmpty()); }
+
+TEST_F(ThreadPoolTest, ATaskDoesNotRunOnTheCallingThread) {
+  note(1);
+
+  EXPECT_THAT(ran, IsEmpty());
+}
+
+TEST_F(ThreadPoolTest, AThreadTakesTasksInTheOrderOfTheirComing) {
+  note(1);
+  note(2);
+  note(3);
+
+  bodies.at(0)();
+
+  EXPECT_THAT(ran, ElementsAre(1, 2, 3));
+}
+
+TEST_F(ThreadPoolTest, EachTaskThatWaitsHasAThreadComing) {
+  note(1);
+  note(2);
+
+  EXPECT_THAT(bodies, SizeIs(2));
+}
+
+TEST_F(ThreadPoolTest, ATaskThatComesWhileAnotherRunsGetsAThreadOfItsOwn) {
+  std::size_t bodiesInside = 0;
+  pool.run([&] {
+    note(1);
+    bodiesInside = bodies.size();
+  });
+
+  bodies.at(0)();
+
+  EXPECT_EQ(2u, bodiesInside);
+}
+
+TEST_F(ThreadPoolTest, AThreadThatHasYetToBeginIsEnough) {
+  note(1);
+  note(2);
+  bodies.at(0)();
+
+  note(3);
+
+  EXPECT_THAT(bodies, SizeIs(2));
+}
+
+TEST_F(ThreadPoolTest, AThreadWithoutWorkEndsAndTheNextTaskGetsANewOne) {
+  note(1);
+  bodies.at(0)();
+
+  note(2);
+
+  ASSERT_THAT(bodies, SizeIs(2));
+  bodies.at(1)();
+  EXPECT_THAT(ran, ElementsAre(1, 2));
+}
+
+TEST_F(ThreadPoolTest, ThreadsThatHaveEndedMakeRoomForOthers) {
+  for (int number = 0; number < 70; ++number) {
+    note(number);
+    bodies.back()();
+  }
+
+  EXPECT_THAT(bodies, SizeIs(70));
+  EXPECT_THAT(ran, SizeIs(70));
+}
+
+TEST_F(ThreadPoolTest, TasksBeyond64ThreadsWait) {
+  for (int number = 0; number < 70; ++number) note(number);
+
+  EXPECT_THAT(bodies, SizeIs(64));
+  bodies.at(0)();
+  EXPECT_THAT(ran, SizeIs(70));
+}
+
+TEST_F(ThreadPoolTest, ATaskWithoutAThreadIsKeptForTheNextOne) {
+  threadsRefused = true;
+  note(1);
+  threadsRefused = false;
+  note(2);
+
+  ASSERT_THAT(bodies, SizeIs(1));
+  bodies.at(0)();
+
+  EXPECT_THAT(ran, ElementsAre(1, 2));
+}
+
+TEST_F(ThreadPoolTest, AThreadThatTakesATaskAsksForOthersThatAreStillMissing) {
+  threadsRefused = true;
+  note(1);
+  note(2);
+  threadsRefused = false;
+  note(3);
+  ASSERT_THAT(bodies, SizeIs(1));
+
+  bodies.at(0)();
+
+  EXPECT_THAT(bodies, SizeIs(2));
+}
+
+TEST_F(ThreadPoolTest, ARefusedThreadDoesNotCount) {
+  threadsRefused = true;
+  for (int number = 0; number < 100; ++number) note(number);
+  threadsRefused = false;
+  note(100);
+
+  ASSERT_THAT(bodies, SizeIs(1));
+  bodies.at(0)();
+
+  EXPECT_THAT(ran, SizeIs(101));
+}
+
+TEST_F(ThreadPoolTest, ATaskIsReleasedBeforeTheNextRuns) {
+  auto held = std::make_shared<int>(1);
+  const std::weak_ptr<int> watched = held;
+  bool wasReleased = false;
+  pool.run([held = std::move(held)] {});
+  pool.run([&] { wasReleased = watched.expired(); });
+
+  bodies.at(0)();
+
+  EXPECT_TRUE(wasReleased);
+}
+
+TEST_F(ThreadPoolTest, WhatATaskHeldMayRunAnotherAsItGoes) {
+  std::shared_ptr<int> held(new int(1), [this](const int* number) {
+    delete number;
+    note(7);
+  });
+  pool.run([held = std::move(held)] {});
+
+  bodies.at(0)();
+
+  EXPECT_THAT(ran, ElementsAre(7));
+}
+
+TEST_F(ThreadPoolTest, TasksOutliveThePool) {
+  std::vector<std::function<void()>> threads;
+  bool hasRun = false;
+  {
+    ThreadPool passing(
+        [&](std::function<void()> body) {
+          threads.push_back(std::move(body));
+          return true;
+        },
+        std::chrono::milliseconds(0));
+    passing.run([&] { hasRun = true; });
+  }
+
+  threads.at(0)();
+
+  EXPECT_TRUE(hasRun);
+}
+
+// Pools with threads of their own.
+class ThreadPoolThreadsTest : public testing::Test {
+ protected:
+  CountedThreads threads;
+};
+
+TEST_F(ThreadPoolThreadsTest, AThreadThatWaitsIsUsedAgain) {
+  ThreadPool pool(threads.starter(), std::chrono::milliseconds(100));
+
+  for (int round = 0; round < 200; ++round) {
+    std::promise<void> done;
+    pool.run([&] { done.set_value(); });
+    done.get_future().wait();
+  }
+
+  // A thread may not be back yet when the next task comes, but hardly ever is it late each time.
+  EXPECT_LT(threads.started(), 100u);
+}
+
+TEST_F(ThreadPoolThreadsTest, SixtyFourTasksRunBesideEachOther) {
+  ThreadPool pool(threads.starter(), std::chrono::milliseconds(1));
+  std::latch allRun(64);
+  std::latch allDone(64);
+
+  for (int count = 0; count < 64; ++count) {
+    pool.run([&] {
+      allRun.arrive_and_wait();
+      allDone.count_down();
+    });
+  }
+  allDone.wait();
+
+  EXPECT_EQ(64u, threads.started());
+  EXPECT_TRUE(threads.waitUntilNoneRuns());
+}
+
+TEST_F(ThreadPoolThreadsTest, ThreadsEndWhenThereIsNothingToDo) {
+  ThreadPool pool(threads.starter(), std::chrono::milliseconds(1));
+  pool.run([] {});
+
+  EXPECT_TRUE(threads.waitUntilNoneRuns());
+}
+
+TEST_F(ThreadPoolThreadsTest, EveryTaskOfManyThreadsRunsOnce) {
+  constexpr int kTasks = 4000;
+  std::array<std::atomic<int>, kTasks> runs{};
+  std::latch allDone(kTasks);
+  ThreadPool pool(threads.starter(), std::chrono::milliseconds(1));
+  const auto runQuarter = [&](int first) {
+    for (int task = first; task < kTasks; task += 4) {
+      pool.run([&, task] {
+        ++runs[static_cast<std::size_t>(task)];
+        allDone.count_down();
+      });
+    }
+  };
+
+  std::vector<std::thread> callers;
+  for (int first = 0; first < 4; ++first) callers.emplace_back(runQuarter, first);
+  for (auto& caller : callers) caller.join();
+  allDone.wait();
+
+  EXPECT_THAT(runs, testing::Each(testing::Eq(1)));
+  EXPECT_TRUE(threads.waitUntilNoneRuns());
+}
+
+// The threads that the library's own pool makes.
+class ThreadPoolOwnThreadsTest : public testing::Test {
+ protected:
+  // Runs it on a thread of the pool and returns when it has run.
+  void onPool(const std::function<void()>& task) {
+    std::promise<void> done;
+    pool.run([&] {
+      task();
+      done.set_value();
+    });
+    done.get_future().wait();
+  }
+
+  ThreadPool pool;
+};
+
+TEST_F(ThreadPoolOwnThreadsTest, TheyHaveAName) {
+  std::array<char, 16> name{};
+
+  onPool([&] { pthread_getname_np(pthread_self(), name.data(), name.size()); });
+
+  EXPECT_STREQ("ZLN pool", name.data());
+}
+
+TEST_F(ThreadPoolOwnThreadsTest, TheyLeaveTheSignalsOfTheGameToItsOwnThreads) {
+  sigset_t blocked;
+  sigemptyset(&blocked);
+
+  onPool([&] { pthread_sigmask(SIG_SETMASK, nullptr, &blocked); });
+
+  for (const int number : {SIGINT, SIGTERM, SIGALRM, SIGCHLD, SIGHUP, SIGPIPE, SIGUSR1, SIGUSR2,
+                           SIGPROF, SIGRTMIN, SIGRTMAX}) {
+    EXPECT_EQ(1, sigismember(&blocked, number)) << number;
+  }
+}
+
+TEST_F(ThreadPoolOwnThreadsTest, TheyReportFaultsOfTheirOwn) {
+  sigset_t blocked;
+  sigemptyset(&blocked);
+
+  onPool([&] { pthread_sigmask(SIG_SETMASK, nullptr, &blocked); });
+
+  for (const int number : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGABRT, SIGTRAP, SIGSYS}) {
+    EXPECT_EQ(0, sigismember(&blocked, number)) << number;
+  }
+}
+
+TEST_F(ThreadPoolOwnThreadsTest, TheCallerKeepsItsSignals) {
+  sigset_t before;
+  sigset_t after;
+  pthread_sigmask(SIG_SETMASK, nullptr, &before);
+
+  onPool([] {});
+
+  pthread_sigmask(SIG_SETMASK, nullptr, &after);
+  EXPECT_EQ(sigismember(&before, SIGTERM), sigismember(&after, SIGTERM));
+  EXPECT_EQ(sigismember(&before, SIGUSR1), sigismember(&after, SIGUSR1));
+}
+
+}  // namespace
+}  // namespace zln

@@ -1,0 +1,219 @@
+#include "platform/posix/user_defaults_posix.h"
+
+#include <sys/stat.h>
+#include <sys/types.h>
+
+#include <fstream>
+#include <iterator>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "platform/posix/files_posix.h"
+#include "testkit/fake_files.h"
+#include "tests/contract/user_defaults_contract.h"
+#include "tests/support/temporary_folder.h"
+
+namespace zln {
+namespace {
+
+class PosixUserDefaults {
+ public:
+  PosixUserDefaults() { restart(); }
+
+  UserDefaults& defaults() { return *defaults_; }
+  void restart() {
+    defaults_ = std::make_unique<UserDefaultsPosix>(
+        files_, [this] { return folder_.path() + "/config/com.example.game.plist"; });
+  }
+
+ private:
+  TemporaryFolder folder_;
+  FilesPosix files_{[] { return std::string("/unused"); }};
+  std::unique_ptr<UserDefaultsPosix> defaults_;
+};
+
+INSTANTIATE_TYPED_TEST_SUITE_P(Posix, UserDefaultsContract, PosixUserDefaults);
+
+constexpr char kPath[] = "/config/com.example.game.plist";
+constexpr char kHead[] =
+    "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
+    "<!DOCTYPE plist PUBLIC \"-//Apple//DTD PLIST 1.0//EN\" "
+    "\"http://www.apple.com/DTDs/PropertyList-1.0.dtd\">\n"
+    "<plist version=\"1.0\">\n";
+constexpr char kTail[] = "</plist>\n";
+
+std::string document(const std::string& root) { return kHead + root + kTail; }
+
+class UserDefaultsPosixTest : public testing::Test {
+ protected:
+  FakeFiles files;
+  UserDefaultsPosix defaults{files, [] { return std::string(kPath); }};
+};
+
+TEST_F(UserDefaultsPosixTest, AFileOfOneMegabyteIsTaken) {
+  std::string bytes = document("<dict><key>a</key><string>1</string></dict>\n");
+  files.put(kPath, bytes + std::string(1048576 - bytes.size(), '\n'));
+
+  EXPECT_EQ(Value("1"), defaults.get("a"));
+}
+
+TEST_F(UserDefaultsPosixTest, ALargerFileCountsAsEmpty) {
+  std::string bytes = document("<dict><key>a</key><string>1</string></dict>\n");
+  files.put(kPath, bytes + std::string(1048577 - bytes.size(), '\n'));
+
+  EXPECT_EQ(std::nullopt, defaults.get("a"));
+}
+
+TEST_F(UserDefaultsPosixTest, ReadingMakesNoFile) {
+  defaults.get("key");
+  defaults.synchronize();
+
+  EXPECT_FALSE(files.exists("/config"));
+}
+
+TEST_F(UserDefaultsPosixTest, AValueIsInTheFileAtOnce) {
+  defaults.set("key", "text");
+
+  EXPECT_EQ(document("<dict>\n\t<key>key</key>\n\t<string>text</string>\n</dict>\n"),
+            files.contents(kPath));
+}
+
+TEST_F(UserDefaultsPosixTest, TheFileIsReadAtFirstUseAndNotAgain) {
+  files.put(kPath, document("<dict>\n<key>key</key><string>first</string>\n</dict>\n"));
+  const auto first = defaults.get("key");
+  files.put(kPath, document("<dict>\n<key>key</key><string>second</string>\n</dict>\n"));
+
+  EXPECT_EQ(Value("first"), first);
+  EXPECT_EQ(Value("first"), defaults.get("key"));
+}
+
+TEST_F(UserDefaultsPosixTest, ThePathIsAskedForOnce) {
+  int asked = 0;
+  UserDefaultsPosix counted(files, [&] {
+    ++asked;
+    return std::string(kPath);
+  });
+  EXPECT_EQ(0, asked);
+
+  counted.get("key");
+  counted.set("key", "text");
+
+  EXPECT_EQ(1, asked);
+}
+
+TEST_F(UserDefaultsPosixTest, ValuesOfOthersInTheFileAreKept) {
+  files.put(kPath, document("<dict><key>other</key><integer>7</integer></dict>"));
+
+  defaults.set("key", "text");
+
+  EXPECT_EQ(document("<dict>\n\t<key>key</key>\n\t<string>text</string>\n"
+                     "\t<key>other</key>\n\t<integer>7</integer>\n</dict>\n"),
+            files.contents(kPath));
+}
+
+class UserDefaultsPosixBrokenFileTest : public UserDefaultsPosixTest,
+                                        public testing::WithParamInterface<const char*> {};
+
+TEST_P(UserDefaultsPosixBrokenFileTest, ItCountsAsEmptyAndIsReplacedByTheNextSet) {
+  files.put(kPath, GetParam());
+
+  EXPECT_EQ(std::nullopt, defaults.get("key"));
+  EXPECT_EQ(GetParam(), files.contents(kPath));
+
+  defaults.set("new", "text");
+  EXPECT_EQ(document("<dict>\n\t<key>new</key>\n\t<string>text</string>\n</dict>\n"),
+            files.contents(kPath));
+}
+
+INSTANTIATE_TEST_SUITE_P(Contents, UserDefaultsPosixBrokenFileTest,
+                         testing::Values("", "no property list",
+                                         "<plist version=\"1.0\"><dict><key>key</key></dict>",
+                                         "<plist version=\"1.0\"><string>key</string></plist>"));
+
+TEST_F(UserDefaultsPosixTest, AValueThatCouldNotBeWrittenIsStillRead) {
+  files.failWrites();
+
+  defaults.set("key", "text");
+
+  EXPECT_EQ(Value("text"), defaults.get("key"));
+}
+
+TEST_F(UserDefaultsPosixTest, SynchronizingFailsWhileAValueCannotBeWritten) {
+  files.failWrites();
+  defaults.set("key", "text");
+
+  EXPECT_FALSE(defaults.synchronize());
+}
+
+TEST_F(UserDefaultsPosixTest, SynchronizingWritesWhatCouldNotBeWrittenBefore) {
+  files.failWrites();
+  defaults.set("key", "text");
+  files.failWrites(false);
+
+  EXPECT_TRUE(defaults.synchronize());
+
+  EXPECT_EQ(document("<dict>\n\t<key>key</key>\n\t<string>text</string>\n</dict>\n"),
+            files.contents(kPath));
+}
+
+TEST_F(UserDefaultsPosixTest, SynchronizingWritesNothingThatIsWrittenAlready) {
+  defaults.set("key", "text");
+
+  defaults.synchronize();
+
+  EXPECT_EQ(1u, files.writeCount(kPath));
+}
+
+TEST_F(UserDefaultsPosixTest, ALaterSetWritesWhatAnEarlierOneCouldNot) {
+  files.failWrites();
+  defaults.set("one", "1");
+  files.failWrites(false);
+
+  defaults.set("two", "2");
+
+  EXPECT_TRUE(defaults.synchronize());
+  EXPECT_EQ(document("<dict>\n\t<key>one</key>\n\t<string>1</string>\n"
+                     "\t<key>two</key>\n\t<string>2</string>\n</dict>\n"),
+            files.contents(kPath));
+}
+
+TEST_F(UserDefaultsPosixTest, AValueThatAPropertyListCannotHoldIsNotKept) {
+  defaults.set("key", "text");
+
+  defaults.set("key", Null{});
+
+  EXPECT_EQ(Value("text"), defaults.get("key"));
+  EXPECT_TRUE(defaults.synchronize());
+}
+
+TEST_F(UserDefaultsPosixTest, ValuesThatSeveralThreadsSetAreAllKept) {
+  std::vector<std::thread> threads;
+  for (const char* key : {"a", "b", "c", "d"}) {
+    threads.emplace_back([this, key] {
+      for (int round = 0; round < 20; ++round) defaults.set(key, Number::int32(round));
+    });
+  }
+  for (auto& thread : threads) thread.join();
+
+  for (const char* key : {"a", "b", "c", "d"}) {
+    EXPECT_EQ(Value(Number::int32(19)), defaults.get(key)) << key;
+  }
+}
+
+TEST(UserDefaultsPosixFilesTest, FileAndFolderBelongToTheUserAlone) {
+  const TemporaryFolder folder;
+  FilesPosix files([] { return std::string("/unused"); });
+  UserDefaultsPosix defaults(files, [&] { return folder.path() + "/config/game.plist"; });
+
+  defaults.set("key", "text");
+
+  struct stat facts {};
+  ASSERT_EQ(0, stat((folder.path() + "/config").c_str(), &facts));
+  EXPECT_EQ(0700u, facts.st_mode & 07777);
+  ASSERT_EQ(0, stat((folder.path() + "/config/game.plist").c_str(), &facts));
+  EXPECT_EQ(0600u, facts.st_mode & 07777);
+}
+
+}  // namespace
+}  // namespace zln

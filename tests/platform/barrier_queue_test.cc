@@ -1,0 +1,131 @@
+#include "platform/barrier_queue.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <latch>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace zln {
+namespace {
+
+TEST(BarrierQueueTest, KeepsItsLabel) {
+  const BarrierQueue queue("com.example.queue");
+
+  EXPECT_EQ("com.example.queue", std::string(queue.label()));
+}
+
+TEST(BarrierQueueTest, AReadHasRunOnTheCallingThreadWhenItReturns) {
+  BarrierQueue queue("label");
+  std::thread::id ranOn;
+
+  queue.read([&] { ranOn = std::this_thread::get_id(); });
+
+  EXPECT_EQ(std::this_thread::get_id(), ranOn);
+}
+
+TEST(BarrierQueueTest, ABarrierHasRunOnTheCallingThreadWhenItReturns) {
+  BarrierQueue queue("label");
+  std::thread::id ranOn;
+
+  queue.barrier([&] { ranOn = std::this_thread::get_id(); });
+
+  EXPECT_EQ(std::this_thread::get_id(), ranOn);
+}
+
+TEST(BarrierQueueTest, IsFreeAgainAfterEachUse) {
+  BarrierQueue queue("label");
+  std::string order;
+
+  queue.barrier([&] { order += "1"; });
+  queue.read([&] { order += "2"; });
+  queue.barrier([&] { order += "3"; });
+
+  EXPECT_EQ("123", order);
+}
+
+TEST(BarrierQueueTest, IsFreeAgainAfterABlockThatThrows) {
+  BarrierQueue queue("label");
+  bool ran = false;
+
+  EXPECT_THROW(queue.barrier([] { throw 1; }), int);
+  EXPECT_THROW(queue.read([] { throw 1; }), int);
+  queue.barrier([&] { ran = true; });
+
+  EXPECT_TRUE(ran);
+}
+
+TEST(BarrierQueueTest, ReadsRunBesideEachOther) {
+  BarrierQueue queue("label");
+  std::latch bothInside(2);
+  const auto readAndMeet = [&] { queue.read([&] { bothInside.arrive_and_wait(); }); };
+
+  std::thread other(readAndMeet);
+  readAndMeet();
+  other.join();
+
+  EXPECT_TRUE(bothInside.try_wait());
+}
+
+// Counts as slowly as it can: other threads get a turn between reading and writing.
+void countInTwoSteps(int& count) {
+  const int before = count;
+  std::this_thread::yield();
+  count = before + 1;
+}
+
+TEST(BarrierQueueTest, BarriersRunOneByOne) {
+  BarrierQueue queue("label");
+  std::latch ready(4);
+  int count = 0;
+  std::vector<std::thread> threads;
+
+  for (int thread = 0; thread < 4; ++thread) {
+    threads.emplace_back([&] {
+      ready.arrive_and_wait();
+      for (int round = 0; round < 500; ++round) queue.barrier([&] { countInTwoSteps(count); });
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+
+  EXPECT_EQ(2000, count);
+}
+
+TEST(BarrierQueueTest, NoReadRunsBesideABarrier) {
+  BarrierQueue queue("label");
+  std::latch writing(2);
+  std::atomic<bool> allRead{false};
+  std::atomic<int> barriers{0};
+  int first = 0;
+  int second = 0;
+  int tornReads = 0;
+
+  std::thread writer([&] {
+    writing.arrive_and_wait();
+    while (!allRead) {
+      queue.barrier([&] {
+        countInTwoSteps(first);
+        countInTwoSteps(second);
+      });
+      ++barriers;
+    }
+  });
+  writing.arrive_and_wait();
+  for (int round = 0; round < 1000 || barriers < 1000; ++round) {
+    queue.read([&] {
+      const int seen = first;
+      if (seen != second) ++tornReads;
+      std::this_thread::yield();
+      if (seen != second) ++tornReads;
+    });
+  }
+  allRead = true;
+  writer.join();
+
+  EXPECT_EQ(0, tornReads);
+}
+
+}  // namespace
+}  // namespace zln

@@ -1,0 +1,267 @@
+#include "platform/notification_center.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+namespace zln {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+class NotificationCenterTest : public testing::Test {
+ protected:
+  // Notes that it was told, under its name, and does what the test wants it to do then.
+  class Listener {
+   public:
+    Listener(std::string name, std::vector<std::string>& told)
+        : name_(std::move(name)), told_(told) {}
+
+    void hear() {
+      told_.push_back(name_);
+      if (onHear) onHear();
+    }
+
+    void hearOther() { told_.push_back(name_ + " other"); }
+
+    std::function<void()> onHear;
+
+   private:
+    std::string name_;
+    std::vector<std::string>& told_;
+  };
+
+  std::shared_ptr<Listener> make(const std::string& name) {
+    return std::make_shared<Listener>(name, told);
+  }
+
+  std::shared_ptr<Listener> add(const std::string& name) {
+    auto listener = make(name);
+    center.addObserver(listener, Notification::applicationDidBecomeActive, &Listener::hear);
+    return listener;
+  }
+
+  void post() { center.post(Notification::applicationDidBecomeActive); }
+
+  NotificationCenter center;
+  std::vector<std::string> told;
+};
+
+TEST_F(NotificationCenterTest, APostWithoutObserversIsHeardByNobody) {
+  post();
+
+  EXPECT_THAT(told, IsEmpty());
+}
+
+TEST_F(NotificationCenterTest, TellsAllObserversInTheOrderOfAddingBeforeThePostReturns) {
+  const auto a = add("a");
+  const auto b = add("b");
+  const auto c = add("c");
+
+  post();
+
+  EXPECT_THAT(told, ElementsAre("a", "b", "c"));
+}
+
+TEST_F(NotificationCenterTest, TellsOnThePostingThread) {
+  const auto a = add("a");
+  std::thread::id heardOn;
+  a->onHear = [&] { heardOn = std::this_thread::get_id(); };
+
+  post();
+
+  EXPECT_EQ(std::this_thread::get_id(), heardOn);
+}
+
+TEST_F(NotificationCenterTest, TellsEveryPostAnew) {
+  const auto a = add("a");
+
+  post();
+  post();
+
+  EXPECT_THAT(told, ElementsAre("a", "a"));
+}
+
+TEST_F(NotificationCenterTest, TellsOnlyThoseWhoObserveThatNotification) {
+  const auto a = add("a");
+  const auto b = make("b");
+  center.addObserver(b, Notification::applicationWillTerminate, &Listener::hear);
+
+  center.post(Notification::applicationWillTerminate);
+
+  EXPECT_THAT(told, ElementsAre("b"));
+}
+
+TEST_F(NotificationCenterTest, KeepsTheFiveNotificationsApart) {
+  const Notification all[] = {
+      Notification::applicationWillResignActive, Notification::applicationDidBecomeActive,
+      Notification::applicationWillEnterForeground, Notification::applicationDidEnterBackground,
+      Notification::applicationWillTerminate};
+  const char* names[] = {"resign", "active", "foreground", "background", "terminate"};
+  std::vector<std::shared_ptr<Listener>> listeners;
+  for (int i = 0; i < 5; ++i) {
+    listeners.push_back(make(names[i]));
+    center.addObserver(listeners.back(), all[i], &Listener::hear);
+  }
+
+  for (const Notification notification : all) center.post(notification);
+
+  EXPECT_THAT(told, ElementsAre("resign", "active", "foreground", "background", "terminate"));
+}
+
+TEST_F(NotificationCenterTest, CallsTheHandlerGivenForTheNotification) {
+  const auto a = add("a");
+  center.addObserver(a, Notification::applicationWillTerminate, &Listener::hearOther);
+
+  center.post(Notification::applicationWillTerminate);
+
+  EXPECT_THAT(told, ElementsAre("a other"));
+}
+
+TEST_F(NotificationCenterTest, TellsAnObserverTwiceThatWasAddedTwice) {
+  const auto a = add("a");
+  center.addObserver(a, Notification::applicationDidBecomeActive, &Listener::hear);
+
+  post();
+
+  EXPECT_THAT(told, ElementsAre("a", "a"));
+}
+
+TEST_F(NotificationCenterTest, KeepsNoObserverAlive) {
+  auto a = add("a");
+  const std::weak_ptr<Listener> weak = a;
+
+  a.reset();
+
+  EXPECT_TRUE(weak.expired());
+}
+
+TEST_F(NotificationCenterTest, TellsTheOthersWhenAnObserverIsGone) {
+  auto a = add("a");
+  const auto b = add("b");
+
+  a.reset();
+  post();
+
+  EXPECT_THAT(told, ElementsAre("b"));
+}
+
+TEST_F(NotificationCenterTest, ARemovedObserverHearsNothingOfAnyNotification) {
+  const auto a = add("a");
+  center.addObserver(a, Notification::applicationWillTerminate, &Listener::hear);
+  const auto b = add("b");
+
+  center.removeObserver(a.get());
+  post();
+  center.post(Notification::applicationWillTerminate);
+
+  EXPECT_THAT(told, ElementsAre("b"));
+}
+
+TEST_F(NotificationCenterTest, IgnoresTheRemovalOfAnObserverThatIsNotThere) {
+  const auto a = add("a");
+  const auto stranger = make("stranger");
+
+  center.removeObserver(stranger.get());
+  center.removeObserver(nullptr);
+  post();
+
+  EXPECT_THAT(told, ElementsAre("a"));
+}
+
+TEST_F(NotificationCenterTest, ARemovedObserverMayBeAddedAgain) {
+  const auto a = add("a");
+  center.removeObserver(a.get());
+
+  center.addObserver(a, Notification::applicationDidBecomeActive, &Listener::hear);
+  post();
+
+  EXPECT_THAT(told, ElementsAre("a"));
+}
+
+TEST_F(NotificationCenterTest, AnObserverAddedDuringAPostHearsTheNextOne) {
+  const auto a = add("a");
+  std::shared_ptr<Listener> late;
+  a->onHear = [&] {
+    if (late == nullptr) late = add("late");
+  };
+
+  post();
+
+  EXPECT_THAT(told, ElementsAre("a"));
+
+  told.clear();
+  post();
+
+  EXPECT_THAT(told, ElementsAre("a", "late"));
+}
+
+TEST_F(NotificationCenterTest, LeavesOutAnObserverThatIsRemovedBeforeItsTurn) {
+  const auto a = add("a");
+  const auto b = add("b");
+  const auto c = add("c");
+  a->onHear = [&] { center.removeObserver(b.get()); };
+
+  post();
+
+  EXPECT_THAT(told, ElementsAre("a", "c"));
+}
+
+TEST_F(NotificationCenterTest, LeavesOutAnObserverThatIsGoneBeforeItsTurn) {
+  const auto a = add("a");
+  auto b = add("b");
+  const auto c = add("c");
+  a->onHear = [&] { b.reset(); };
+
+  post();
+
+  EXPECT_THAT(told, ElementsAre("a", "c"));
+}
+
+TEST_F(NotificationCenterTest, AnObserverLivesUntilItsHandlerReturns) {
+  auto a = add("a");
+  const std::weak_ptr<Listener> weak = a;
+  bool goneInside = true;
+  a->onHear = [&] {
+    a.reset();
+    goneInside = weak.expired();
+  };
+
+  post();
+
+  EXPECT_FALSE(goneInside);
+  EXPECT_TRUE(weak.expired());
+}
+
+TEST_F(NotificationCenterTest, AnObserverMayRemoveItself) {
+  const auto a = add("a");
+  const auto b = add("b");
+  a->onHear = [&] { center.removeObserver(a.get()); };
+
+  post();
+  post();
+
+  EXPECT_THAT(told, ElementsAre("a", "b", "b"));
+}
+
+TEST_F(NotificationCenterTest, AHandlerMayPost) {
+  const auto a = add("a");
+  const auto b = make("b");
+  center.addObserver(b, Notification::applicationWillTerminate, &Listener::hear);
+  const auto c = add("c");
+  a->onHear = [&] { center.post(Notification::applicationWillTerminate); };
+
+  post();
+
+  EXPECT_THAT(told, ElementsAre("a", "b", "c"));
+}
+
+}  // namespace
+}  // namespace zln

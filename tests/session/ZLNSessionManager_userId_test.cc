@@ -1,0 +1,152 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <array>
+#include <latch>
+#include <memory>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "reports/ZLNReportBase.h"
+#include "session/ZLNSessionManager.h"
+#include "support/ZLNDirectories.h"
+#include "tests/support/host_test.h"
+#include "tests/support/sent_reports.h"
+
+namespace zln {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::SizeIs;
+
+constexpr char kUserIdKey[] = "com.zelnor.sessionUserId";
+
+class ZLNSessionManagerUserIdTest : public HostTest {
+ protected:
+  void SetUp() override { ZLNDirectories::makeDirectories(); }
+
+  static Value userId() { return ZLNSessionManager::sharedManager()->sessionUserId(); }
+};
+
+TEST_F(ZLNSessionManagerUserIdTest, TheFirstRunMakesAnIdentifierAndStoresItOnDisk) {
+  EXPECT_EQ(Value("00000000-0000-4000-8000-000000000001"), userId());
+
+  EXPECT_EQ(Value("00000000-0000-4000-8000-000000000001"), env.defaults.get(kUserIdKey));
+  EXPECT_EQ(1u, env.defaults.syncCount());
+}
+
+TEST_F(ZLNSessionManagerUserIdTest, TheIdentifierIsThereBeforeTheFirstSession) {
+  userId();
+
+  EXPECT_THAT(env.defaults.values(), SizeIs(1));
+  EXPECT_THAT(env.uuids.issued(), ElementsAre("00000000-0000-4000-8000-000000000001"));
+}
+
+TEST_F(ZLNSessionManagerUserIdTest, TheNextProcessHasTheSameIdentifier) {
+  userId();
+
+  restart();
+
+  EXPECT_EQ(Value("00000000-0000-4000-8000-000000000001"), userId());
+  EXPECT_THAT(env.uuids.issued(), SizeIs(1));
+  EXPECT_EQ(1u, env.defaults.syncCount());
+}
+
+TEST_F(ZLNSessionManagerUserIdTest, WithinAProcessTheIdentifierNeverChanges) {
+  userId();
+
+  env.defaults.erase(kUserIdKey);
+
+  EXPECT_EQ(Value("00000000-0000-4000-8000-000000000001"), userId());
+  EXPECT_EQ(std::nullopt, env.defaults.get(kUserIdKey));
+}
+
+TEST_F(ZLNSessionManagerUserIdTest, ADeletedIdentifierIsReplacedInTheNextProcess) {
+  userId();
+  env.defaults.erase(kUserIdKey);
+
+  restart();
+
+  EXPECT_EQ(Value("00000000-0000-4000-8000-000000000002"), userId());
+  EXPECT_EQ(Value("00000000-0000-4000-8000-000000000002"), env.defaults.get(kUserIdKey));
+}
+
+TEST_F(ZLNSessionManagerUserIdTest, AStoredIdentifierIsTakenAsItIs) {
+  for (const Value& stored :
+       {Value("anything"), Value(""), Value(Number::int32(42)), Value(Array{Value("a")})}) {
+    SCOPED_TRACE(stored.description());
+    env.defaults.set(kUserIdKey, stored);
+
+    restart();
+
+    EXPECT_EQ(stored, userId());
+    EXPECT_EQ(stored, env.defaults.get(kUserIdKey));
+  }
+  EXPECT_THAT(env.uuids.issued(), IsEmpty());
+  EXPECT_EQ(0u, env.defaults.syncCount());
+}
+
+TEST_F(ZLNSessionManagerUserIdTest, ReportsCarryTheIdentifier) {
+  env.defaults.set(kUserIdKey, "U");
+  ZLNSessionManager::sharedManager();
+
+  env.dispatch.runAll();
+
+  const std::vector<SentReport> sent = sentReports(env.http);
+  ASSERT_THAT(sent, SizeIs(1));
+  EXPECT_EQ("U", textOf(sent[0].body, "userId"));
+}
+
+TEST_F(ZLNSessionManagerUserIdTest, ReportsCarryAnIdentifierThatIsNoTextAsItIs) {
+  env.defaults.set(kUserIdKey, Number::int32(42));
+  ZLNSessionManager::sharedManager();
+
+  env.dispatch.runAll();
+
+  const std::vector<SentReport> sent = sentReports(env.http);
+  ASSERT_THAT(sent, SizeIs(1));
+  EXPECT_EQ(42.0, numberOf(sent[0].body, "userId"));
+}
+
+TEST_F(ZLNSessionManagerUserIdTest, AReportBringsTheManagerAndASessionToLife) {
+  const auto report = ZLNReportBase::initWithURLString("https://example.invalid/session");
+
+  EXPECT_EQ(Value("00000000-0000-4000-8000-000000000001"), report->userId());
+  EXPECT_EQ(1u, env.dispatch.mainCount());
+
+  env.dispatch.runMain();
+
+  EXPECT_NE(nullptr, ZLNSessionManager::sharedManager()->session());
+}
+
+TEST_F(ZLNSessionManagerUserIdTest, NothingIsLogged) {
+  setLevel(5);
+
+  userId();
+
+  EXPECT_THAT(log().lines(), IsEmpty());
+}
+
+TEST_F(ZLNSessionManagerUserIdTest, ThreadsThatAskAtTheSameTimeGetOneManagerAndOneIdentifier) {
+  std::latch ready(4);
+  std::array<std::shared_ptr<ZLNSessionManager>, 4> managers;
+  std::vector<std::thread> threads;
+
+  for (auto& manager : managers) {
+    threads.emplace_back([&] {
+      ready.arrive_and_wait();
+      manager = ZLNSessionManager::sharedManager();
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+
+  for (const auto& manager : managers) EXPECT_EQ(managers[0], manager);
+  EXPECT_THAT(env.uuids.issued(), SizeIs(1));
+  EXPECT_EQ(1u, env.dispatch.mainCount());
+}
+
+}  // namespace
+}  // namespace zln

@@ -1,0 +1,115 @@
+#include "tests/support/child_process.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <iterator>
+#include <stdexcept>
+#include <utility>
+
+namespace zln {
+namespace {
+
+constexpr int kAnswerMilliseconds = 60000;
+
+}  // namespace
+
+ChildProcess::ChildProcess(const std::string& program,
+                           const std::map<std::string, std::string>& environment,
+                           std::string errorFile)
+    : errorFile_(std::move(errorFile)) {
+  signal(SIGPIPE, SIG_IGN);
+  int input[2];
+  int output[2];
+  if (pipe2(input, O_CLOEXEC) != 0 || pipe2(output, O_CLOEXEC) != 0) {
+    throw std::runtime_error("No pipe");
+  }
+  std::vector<std::string> variables;
+  for (const auto& [name, value] : environment) variables.push_back(name + "=" + value);
+  std::vector<char*> pointers;
+  for (std::string& variable : variables) pointers.push_back(variable.data());
+  pointers.push_back(nullptr);
+
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  posix_spawn_file_actions_adddup2(&actions, input[0], STDIN_FILENO);
+  posix_spawn_file_actions_adddup2(&actions, output[1], STDOUT_FILENO);
+  posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, errorFile_.c_str(),
+                                   O_WRONLY | O_CREAT | O_APPEND, 0600);
+  std::string name = program;
+  char* arguments[] = {name.data(), nullptr};
+  const int failure =
+      posix_spawn(&pid_, program.c_str(), &actions, nullptr, arguments, pointers.data());
+  posix_spawn_file_actions_destroy(&actions);
+  close(input[0]);
+  close(output[1]);
+  input_ = input[1];
+  output_ = output[0];
+  if (failure != 0) throw std::runtime_error("Cannot start " + program);
+}
+
+ChildProcess::~ChildProcess() {
+  kill();
+  close(input_);
+  close(output_);
+}
+
+std::string ChildProcess::tell(const std::string& line) {
+  send(line);
+  std::string answer;
+  for (std::string next = readLine(); next != "ok"; next = readLine()) answer += next + "\n";
+  return answer;
+}
+
+void ChildProcess::send(const std::string& line) {
+  const std::string bytes = line + "\n";
+  if (write(input_, bytes.data(), bytes.size()) != static_cast<ssize_t>(bytes.size())) {
+    throw std::runtime_error("The program does not listen any more: " + errors());
+  }
+}
+
+std::string ChildProcess::readLine() {
+  while (unread_.find('\n') == std::string::npos) {
+    pollfd waiting{output_, POLLIN, 0};
+    char bytes[4096];
+    if (poll(&waiting, 1, kAnswerMilliseconds) != 1) throw std::runtime_error("No answer");
+    const ssize_t length = read(output_, bytes, sizeof bytes);
+    if (length <= 0) throw std::runtime_error("The program has ended: " + errors());
+    unread_.append(bytes, static_cast<std::size_t>(length));
+  }
+  const std::size_t end = unread_.find('\n');
+  std::string line = unread_.substr(0, end);
+  unread_.erase(0, end + 1);
+  return line;
+}
+
+int ChildProcess::waitForEnd(std::chrono::milliseconds patience) {
+  if (pid_ < 0) return -1;
+  const int handle = static_cast<int>(syscall(SYS_pidfd_open, pid_, 0));
+  pollfd ended{handle, POLLIN, 0};
+  const bool inTime = poll(&ended, 1, static_cast<int>(patience.count())) == 1;
+  close(handle);
+  if (!inTime) return -1;
+  int status = -1;
+  waitpid(std::exchange(pid_, -1), &status, 0);
+  return status;
+}
+
+void ChildProcess::kill() {
+  if (pid_ < 0) return;
+  ::kill(pid_, SIGKILL);
+  waitpid(std::exchange(pid_, -1), nullptr, 0);
+}
+
+std::string ChildProcess::errors() const {
+  std::ifstream file(errorFile_);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
+}  // namespace zln

@@ -1,0 +1,88 @@
+#include "support/once.h"
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <atomic>
+#include <latch>
+#include <memory>
+#include <optional>
+#include <thread>
+#include <vector>
+
+namespace zln {
+namespace {
+
+TEST(OnceTest, MakesNothingBeforeItsFirstUse) {
+  bool made = false;
+  const auto make = [&] {
+    made = true;
+    return std::make_shared<int>(1);
+  };
+  Once<int> once;
+
+  EXPECT_FALSE(made);
+
+  once.get(make);
+
+  EXPECT_TRUE(made);
+}
+
+TEST(OnceTest, GivesWhatTheFactoryMade) {
+  Once<int> once;
+
+  EXPECT_EQ(7, *once.get([] { return std::make_shared<int>(7); }));
+}
+
+TEST(OnceTest, GivesTheFirstObjectEverAfter) {
+  Once<int> once;
+
+  const auto first = once.get([] { return std::make_shared<int>(1); });
+  const auto second = once.get([] { return std::make_shared<int>(2); });
+
+  EXPECT_EQ(first, second);
+  EXPECT_EQ(1, *second);
+}
+
+TEST(OnceTest, AsksTheFactoryOnceEvenWhenItMakesNothing) {
+  Once<int> once;
+
+  const auto first = once.get([] { return std::shared_ptr<int>(); });
+  const auto second = once.get([] { return std::make_shared<int>(2); });
+
+  EXPECT_EQ(nullptr, first);
+  EXPECT_EQ(nullptr, second);
+}
+
+TEST(OnceTest, OwnsTheObjectAsLongAsItLives) {
+  std::optional<Once<int>> once(std::in_place);
+  const std::weak_ptr<int> object = once->get([] { return std::make_shared<int>(1); });
+
+  ASSERT_FALSE(object.expired());
+
+  once.reset();
+
+  EXPECT_TRUE(object.expired());
+}
+
+TEST(OnceTest, ThreadsThatAskAtTheSameTimeShareOneObject) {
+  Once<int> once;
+  std::latch ready(4);
+  std::atomic<int> made{0};
+  std::array<std::shared_ptr<int>, 4> objects;
+  std::vector<std::thread> threads;
+
+  for (auto& object : objects) {
+    threads.emplace_back([&] {
+      ready.arrive_and_wait();
+      object = once.get([&] { return std::make_shared<int>(++made); });
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+
+  EXPECT_EQ(1, made);
+  for (const auto& object : objects) EXPECT_EQ(objects[0], object);
+}
+
+}  // namespace
+}  // namespace zln

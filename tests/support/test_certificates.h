@@ -1,0 +1,36 @@
+#pragma once
+
+#include <openssl/evp.h>
+#include <openssl/x509.h>
+
+#include <memory>
+#include <string>
+
+namespace zln {
+
+using KeyPointer = std::unique_ptr<EVP_PKEY, decltype(&EVP_PKEY_free)>;
+using CertificatePointer = std::unique_ptr<X509, decltype(&X509_free)>;
+
+// A certificate with its private key.
+struct Identity {
+  KeyPointer key;
+  CertificatePointer certificate;
+};
+
+// What is wrong with the certificate of a server, if anything.
+enum class CertificateFlaw { kNone, kExpired, kSelfSigned, kWrongHost };
+
+// A certificate authority of its own, made anew for each object.
+class TestAuthority {
+ public:
+  TestAuthority();
+
+  // A certificate for 127.0.0.1, localhost and the hosts of a library that is built without any.
+  Identity issue(CertificateFlaw flaw) const;
+  std::string certificatePem() const;
+
+ private:
+  Identity identity_;
+};
+
+}  // namespace zln

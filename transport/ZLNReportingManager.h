@@ -1,0 +1,96 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "platform/background_tasks.h"
+#include "platform/barrier_queue.h"
+#include "platform/operation_queue.h"
+#include "reports/ZLNReportBase.h"
+#include "support/field.h"
+#include "transport/ZLNReportOperationDelegate.h"
+#include "transport/ZLNReportOperationPost.h"
+
+namespace zln {
+
+// Owns every report from queueing until delivery or drop: sends three at a time, tries again after
+// temporary failures up to the limit, then holds the report until the application comes to the
+// foreground. Writes all that is owed to "reports.json" at every change. Any thread may call it.
+class ZLNReportingManager : public ZLNReportOperationDelegate,
+                            public std::enable_shared_from_this<ZLNReportingManager> {
+ public:
+  // The one object of the process, made on the first call.
+  static std::shared_ptr<ZLNReportingManager> sharedManager();
+  // Takes up the stored reports on a thread of the pool. For sharedManager().
+  static std::shared_ptr<ZLNReportingManager> init();
+
+  ZLNReportingManager(const ZLNReportingManager&) = delete;
+  ZLNReportingManager& operator=(const ZLNReportingManager&) = delete;
+  ~ZLNReportingManager() override;
+
+  // True when the report was queued, or dropped because the settings switch its kind off.
+  bool queueReportForTransmission(const std::shared_ptr<ZLNReportBase>& report);
+  // Sends what is queued, under a background task.
+  void transmitPendingReports();
+  // Null, with a line in the log, when the report is of no kind that can be sent.
+  std::shared_ptr<ZLNReportOperationPost> getReportingOperationForReport(
+      const std::shared_ptr<ZLNReportBase>& report);
+
+  // Begins, or ends, the one background task that covers sending.
+  void startBackgroundTask();
+  void stopBackgroundTask();
+
+  void applicationForegrounding();
+  void applicationBackgrounding();
+
+  void reportTransmittedSuccessfully(const std::shared_ptr<ZLNReportBase>& report) override;
+  void reportFailedWithPermanentError(const std::shared_ptr<ZLNReportBase>& report,
+                                      const Error& error) override;
+  void reportFailedWithTemporaryError(const std::shared_ptr<ZLNReportBase>& report,
+                                      const Error& error) override;
+
+  // The file of the reports that are owed.
+  static std::string savedReportsPath();
+  void saveReports();
+  // Writes all held reports and all queued ones but those given.
+  void saveReportsExcept(const std::vector<std::shared_ptr<ZLNReportBase>>& left);
+  // Queues the reports that an earlier process has left, once.
+  void loadStoredReports();
+  // Queues the held reports again, their failures forgotten.
+  void restoreTemporaryErrorReports();
+
+  OperationQueue& reportQueue() { return reportQueue_; }
+  std::vector<std::shared_ptr<ZLNReportBase>> temporaryErrorReports();
+  BackgroundTaskId backgroundTaskId() const { return backgroundTaskId_.get(); }
+
+ private:
+  ZLNReportingManager();
+
+  void registerForNotifications();
+  // Reads the file of an earlier process before the first save replaces it: reports may be queued
+  // while the stored ones still wait for their thread.
+  void secureStoredReports();
+  // Replaces the file, unless a save that began later has done so: that one holds all that this one
+  // does. Without this an older snapshot could come last and lose what was queued since.
+  bool replaceFile(std::uint64_t turn, const std::string& bytes);
+  // The end of every outcome. The calling operation is still counted, so a queue of fewer than two
+  // holds only the last one.
+  void restAfterOutcome();
+
+  OperationQueue reportQueue_;
+  std::vector<std::shared_ptr<ZLNReportBase>> temporaryErrorReports_;
+  BarrierQueue temporaryErrorReportsAccessQueue_{"temporaryErrorReportsAccessQueue"};
+  Field<BackgroundTaskId> backgroundTaskId_{kBackgroundTaskInvalid};
+  std::once_flag storedReportsSecured_;
+  std::optional<std::string> storedReports_;
+  std::atomic<std::uint64_t> lastTurn_{0};
+  std::mutex writing_;
+  std::uint64_t writtenTurn_ = 0;
+};
+
+}  // namespace zln
