@@ -40,10 +40,13 @@ class PrivateDisk {
   }
   void makeRoom() const { unlink(fillerPath().c_str()); }
 
-  bool setReadOnly(bool readOnly) const {
-    const unsigned long flags = MS_REMOUNT | MS_BIND | (readOnly ? MS_RDONLY : 0);
-    return mount(nullptr, path_.c_str(), nullptr, flags, nullptr) == 0;
+  // Lays the same disk over itself, for reading only: files that are open for writing do not keep
+  // it from that.
+  bool setReadOnly() const {
+    return mount(path_.c_str(), path_.c_str(), nullptr, MS_BIND, nullptr) == 0 &&
+           mount(nullptr, path_.c_str(), nullptr, MS_REMOUNT | MS_BIND | MS_RDONLY, nullptr) == 0;
   }
+  bool setWritable() const { return umount2(path_.c_str(), MNT_DETACH) == 0; }
 
  private:
   std::string fillerPath() const { return path_ + "/filler"; }
@@ -55,10 +58,10 @@ class PrivateDisk {
 class LostStorageTest : public StoredFilesTest {
  protected:
   // A game with two reports under way that have been stored: the first session and an ad. Only the
-  // ad of the network "during" is answered before release().
+  // ad whose network begins with "during" is answered before release().
   void launchWithReportsUnderWay() {
     server.answer([this](const ReceivedRequest& request) {
-      if (request.body.find("\"during\"") == std::string::npos) released_.wait();
+      if (request.body.find("\"during") == std::string::npos) released_.wait();
       return replyWith(200, R"({"success":true})");
     });
     putStaleSettings();
@@ -69,14 +72,15 @@ class LostStorageTest : public StoredFilesTest {
   void release() { release_.set_value(); }
 
   // One more ad and an activation, while nothing can be stored.
-  void playWithoutStorage() {
-    tell("banner during 1");
+  void playWithoutStorage(const std::string& network = "during") {
+    during_ = network;
+    tell("banner " + during_ + " 1");
     tell("active");
     // The ad may have been delivered before the save takes its snapshot.
     EXPECT_THAT(game->errors(),
                 ContainsRegex("ZLN Session: failed to save [23] pending reports!\n"));
     EXPECT_THAT(game->errors(), HasSubstr("ZLN Session: An error occured writing config\n"));
-    EXPECT_EQ(1u, waitForReportsHaving("network", "during", 1).size());
+    EXPECT_EQ(1u, waitForReportsHaving("network", during_, 1).size());
   }
 
   // The storage is back: files hold what is in memory, and all of it arrives.
@@ -92,11 +96,12 @@ class LostStorageTest : public StoredFilesTest {
     release();
     EXPECT_EQ(1u, waitForReportsHaving("network", "after", 1).size());
     EXPECT_EQ(1u, having(reports(), "network", "before").size());
-    EXPECT_EQ(1u, having(reports(), "network", "during").size());
+    EXPECT_EQ(1u, having(reports(), "network", during_).size());
     EXPECT_EQ(1u, having(reports(), "type", "ReportTypeSessionFirst").size());
   }
 
  private:
+  std::string during_;
   std::promise<void> release_;
   const std::shared_future<void> released_ = release_.get_future().share();
 };
@@ -110,7 +115,8 @@ TEST_F(LostStorageTest, OnAFullDiskTheOldFilesStayWholeAndNothingIsLost) {
   const std::string settingsBefore = contentsOf(settingsFile());
 
   disk.fill();
-  playWithoutStorage();
+  // More than the room that the files have already.
+  playWithoutStorage("during" + std::string(8192, 'x'));
 
   EXPECT_THAT(storedNetworks(), Contains("before"));
   EXPECT_EQ(reportsBefore, contentsOf(reportsFile()));
@@ -127,20 +133,21 @@ TEST_F(LostStorageTest, OnAReadOnlyDiskTheOldFilesStayWholeAndNothingIsLost) {
   const std::string reportsBefore = contentsOf(reportsFile());
   const std::string settingsBefore = contentsOf(settingsFile());
 
-  ASSERT_TRUE(disk.setReadOnly(true));
+  ASSERT_TRUE(disk.setReadOnly());
   playWithoutStorage();
 
   EXPECT_THAT(storedNetworks(), Contains("before"));
   EXPECT_EQ(reportsBefore, contentsOf(reportsFile()));
   EXPECT_EQ(settingsBefore, contentsOf(settingsFile()));
-  ASSERT_TRUE(disk.setReadOnly(false));
+  ASSERT_TRUE(disk.setWritable());
   expectThatNothingIsLost();
 }
 
 TEST_F(LostStorageTest, WhenTheFoldersGoAndComeBackNothingIsLost) {
   launchWithReportsUnderWay();
 
-  std::filesystem::remove_all(folder());
+  // All at once, whatever the game is doing.
+  std::filesystem::rename(folder(), home.path() + "/gone");
   playWithoutStorage();
 
   EXPECT_FALSE(std::filesystem::exists(folder()));

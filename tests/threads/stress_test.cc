@@ -8,9 +8,12 @@
 #include <chrono>
 #include <cstdlib>
 #include <filesystem>
+#include <functional>
 #include <random>
 #include <string>
+#include <system_error>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "ZLNSessionReporting/ZLNLog.h"
@@ -105,7 +108,8 @@ struct BusyMachine {
   ThreadPool pool;
   DispatchPosix dispatch{pool};
   AnsweringHttp http{pool};
-  FilesPosix files{[this] { return folder; }};
+  FilesPosix files{[this] { return folder; },
+                   [this](std::function<void()> flush) { pool.run(std::move(flush)); }};
   UserDefaultsPosix userDefaults{files, [this] { return folder + "/defaults.plist"; }};
   FakeDevice device;
   BackgroundTasksPosix backgroundTasks{dispatch};
@@ -131,7 +135,14 @@ class ThreadsTest : public testing::Test {
   ThreadsTest() : machine(*new BusyMachine) {
     setProcessStateForTests(new ProcessState(machine.environment));
   }
-  ~ThreadsTest() override { std::filesystem::remove_all(machine.folder); }
+  // Threads of the machine may still be writing.
+  ~ThreadsTest() override {
+    EXPECT_TRUE(await([this] {
+      std::error_code problem;
+      std::filesystem::remove_all(machine.folder, problem);
+      return !problem;
+    }));
+  }
 
   // Runs `body` on several threads at once and returns when all have ended.
   template <typename Body>
