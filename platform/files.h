@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -9,6 +10,24 @@
 #include "platform/error.h"
 
 namespace zln {
+
+// A file whose content is put in its place whole, again and again. One thread at a time replaces
+// it; another may read the old content meanwhile.
+class AtomicFile {
+ public:
+  virtual ~AtomicFile() = default;
+
+  // Puts this content in place of the old one: a reader sees all of the old or all of the new. The
+  // first `unchanged` bytes are those of the last content that was put here successfully, so they
+  // need not be written again; 0 is always right. On failure the old content stays.
+  virtual bool replace(std::string_view content, std::size_t unchanged, Error* error) = 0;
+
+  // Offers what stood there when this object was made, whatever has been put there since, and, if
+  // that is declined, what stood there one replacement earlier, where the system has kept it.
+  // Absent and unreadable content, and content beyond `limit` bytes, is passed over. Once only.
+  virtual void offerOldContent(std::size_t limit,
+                               const std::function<bool(const std::string& content)>& accept) = 0;
+};
 
 // The file system. Paths are absolute. Any thread may call it.
 class Files {
@@ -34,6 +53,10 @@ class Files {
   // Puts a file with these bytes in place of the old one: a reader sees all of the old content or
   // all of the new. On failure the old file stays.
   virtual bool writeAtomically(const std::string& path, std::string_view bytes, Error* error) = 0;
+  // The file at `path`, there or not. `sparePath` belongs to this file alone; what lies there is
+  // the system's own aid, which may come and go.
+  virtual std::unique_ptr<AtomicFile> atomicFile(const std::string& path,
+                                                 const std::string& sparePath) = 0;
   // Marks an existing item so that backups leave it out.
   virtual bool excludeFromBackup(const std::string& path, Error* error) = 0;
 };

@@ -46,7 +46,7 @@ class OperationQueue::Scheduler : public OperationObserver,
 
   void add(std::shared_ptr<Operation> operation) {
     operation->addObserver(weak_from_this());
-    change([&] { entries_.push_back({std::move(operation), false}); });
+    change([&] { entries_.push_back({std::move(operation), ++lastNumber_, false}); });
   }
 
   std::size_t count() const {
@@ -62,6 +62,11 @@ class OperationQueue::Scheduler : public OperationObserver,
     return operations;
   }
 
+  void visit(const Look& look) const {
+    std::lock_guard lock(mutex_);
+    for (const auto& entry : entries_) look(entry.number, entry.operation);
+  }
+
   // Retires the operation inside its announcement: when that returns, it has left the queue and
   // the next one has been handed to the pool.
   void valueChanged(Operation& operation, ValueChange change, std::string_view key) override {
@@ -70,7 +75,7 @@ class OperationQueue::Scheduler : public OperationObserver,
   }
 
   void dropWaiting() {
-    std::list<Entry> dropped;
+    std::vector<Entry> dropped;
     std::lock_guard lock(mutex_);
     suspended_ = true;
     dropped.swap(entries_);
@@ -79,6 +84,7 @@ class OperationQueue::Scheduler : public OperationObserver,
  private:
   struct Entry {
     std::shared_ptr<Operation> operation;
+    std::uint64_t number;
     bool started;
   };
 
@@ -119,7 +125,7 @@ class OperationQueue::Scheduler : public OperationObserver,
     return ready;
   }
 
-  std::list<Entry>::iterator highestWaiting() {
+  std::vector<Entry>::iterator highestWaiting() {
     auto highest = entries_.end();
     for (auto entry = entries_.begin(); entry != entries_.end(); ++entry) {
       if (entry->started) continue;
@@ -139,7 +145,8 @@ class OperationQueue::Scheduler : public OperationObserver,
 
   Dispatch& dispatch_;
   mutable std::mutex mutex_;
-  std::list<Entry> entries_;
+  std::vector<Entry> entries_;
+  std::uint64_t lastNumber_ = 0;
   std::size_t limit_ = SIZE_MAX;
   std::size_t running_ = 0;
   bool suspended_ = false;
@@ -167,5 +174,7 @@ std::size_t OperationQueue::operationCount() const { return scheduler_->count();
 std::vector<std::shared_ptr<Operation>> OperationQueue::operations() const {
   return scheduler_->snapshot();
 }
+
+void OperationQueue::visit(const Look& look) const { scheduler_->visit(look); }
 
 }  // namespace zln

@@ -4,7 +4,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
-#include <list>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -91,6 +90,12 @@ class OperationQueue {
   // Snapshots, running operations included, in the order of adding.
   std::size_t operationCount() const;
   std::vector<std::shared_ptr<Operation>> operations() const;
+
+  // Shows the operations in the order of adding, each with its number, which rises from operation
+  // to operation and stays. The queue stands still meanwhile: `look` must be quick, must not come
+  // back to the queue and must not let go of an operation.
+  using Look = std::function<void(std::uint64_t number, const std::shared_ptr<Operation>&)>;
+  void visit(const Look& look) const;
 
  private:
   class Scheduler;

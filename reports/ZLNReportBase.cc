@@ -41,8 +41,20 @@ std::optional<Dictionary> ZLNReportBase::toDictionary() const {
 }
 
 std::shared_ptr<const ReportElement> ZLNReportBase::toElement() const {
+  // Asked for first: what changes while the dictionary is made is then made again the next time.
+  const std::optional<std::uint64_t> current = revision();
+  if (current) {
+    std::lock_guard lock(elementMutex_);
+    if (element_ && elementRevision_ == *current) return element_;
+  }
   const std::optional<Dictionary> dictionary = toDictionary();
-  return dictionary ? ReportElement::of(*dictionary) : nullptr;
+  auto element = dictionary ? ReportElement::of(*dictionary) : nullptr;
+  if (current) {
+    std::lock_guard lock(elementMutex_);
+    element_ = element;
+    elementRevision_ = *current;
+  }
+  return element;
 }
 
 std::optional<Value> ZLNReportBase::superSerialization() const {

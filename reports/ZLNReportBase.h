@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 
@@ -30,9 +31,14 @@ class ZLNReportBase {
   // What is posted and stored. The kinds add their keys to those of the base. Absent when the
   // report has no dictionary form.
   virtual std::optional<Dictionary> toDictionary() const;
-  // The same for the report file, made anew at each call unless a kind knows better. Null when the
+  // The same for the report file: one and the same object until the revision changes. Null when the
   // report has no dictionary form.
-  virtual std::shared_ptr<const ReportElement> toElement() const;
+  std::shared_ptr<const ReportElement> toElement() const;
+  // Changes whenever the dictionary may have changed; absent when that cannot be told.
+  virtual std::optional<std::uint64_t> revision() const { return std::nullopt; }
+
+  // The revision of a report that never changes.
+  static constexpr std::uint64_t kUnchanging = 0;
 
   // The name of the kind, and the kind with its address, by which log lines name the report.
   virtual const char* className() const { return "ZLNReportBase"; }
@@ -74,6 +80,9 @@ class ZLNReportBase {
   std::optional<std::string> sessionId_;
   std::optional<Value> userId_;
   std::optional<std::string> country_;
+  mutable std::mutex elementMutex_;
+  mutable std::shared_ptr<const ReportElement> element_;
+  mutable std::uint64_t elementRevision_ = 0;
 };
 
 }  // namespace zln

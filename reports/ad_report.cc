@@ -79,10 +79,6 @@ std::optional<Dictionary> AdReport::toDictionary() const {
   return dictionary;
 }
 
-std::shared_ptr<const ReportElement> AdReport::toElement() const {
-  return element_.get([this] { return ZLNReportBase::toElement(); });
-}
-
 void AdReport::addKindKeys(Dictionary&) const {}
 
 }  // namespace zln

@@ -1,11 +1,11 @@
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
 
 #include "reports/ZLNReportBase.h"
-#include "support/once.h"
 
 namespace zln {
 
@@ -14,8 +14,7 @@ namespace zln {
 class AdReport : public ZLNReportBase {
  public:
   std::optional<Dictionary> toDictionary() const override;
-  // Made once: nothing in an ad report changes.
-  std::shared_ptr<const ReportElement> toElement() const override;
+  std::optional<std::uint64_t> revision() const override { return kUnchanging; }
 
   // The identifier of the attempt.
   const std::optional<Value>& uuid() const { return uuid_; }
@@ -55,7 +54,6 @@ class AdReport : public ZLNReportBase {
   std::optional<std::string> bundleId_;
   std::optional<std::string> device_;
   bool filled_ = false;
-  mutable Once<const ReportElement> element_;
 };
 
 }  // namespace zln

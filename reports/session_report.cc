@@ -20,4 +20,8 @@ std::optional<Dictionary> SessionReport::toDictionary() const {
   return dictionary;
 }
 
+std::optional<std::uint64_t> SessionReport::revision() const {
+  return session_ ? session_->revision() : kUnchanging;
+}
+
 }  // namespace zln

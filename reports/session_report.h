@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <optional>
 
@@ -13,6 +14,7 @@ namespace zln {
 class SessionReport : public ZLNReportBase {
  public:
   std::optional<Dictionary> toDictionary() const override;
+  std::optional<std::uint64_t> revision() const override;
 
   // Null when a restored report's dictionary held no session.
   const std::shared_ptr<ZLNSession>& session() const { return session_; }

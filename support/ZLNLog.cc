@@ -5,6 +5,7 @@
 #include <string>
 
 #include "platform/utf8.h"
+#include "support/held_log_lines.h"
 #include "support/log.h"
 #include "support/process_state.h"
 
@@ -14,7 +15,7 @@ namespace {
 void writeLine(std::string_view message) {
   std::string line = "ZLN Session: ";
   line += message;
-  environment().logSink.write(line);
+  if (!HeldLogLines::take(line)) environment().logSink.write(line);
 }
 
 // The message is always made, also when the line is then filtered out: a caller of the C functions

@@ -113,6 +113,33 @@ void mark(std::set<std::string>& paths, const std::string& path, bool marked) {
   }
 }
 
+// Writes only what it is told has changed, as the real thing does.
+class FakeAtomicFile : public AtomicFile {
+ public:
+  FakeAtomicFile(FakeFiles& files, std::string path)
+      : files_(files), path_(std::move(path)), old_(files_.contents(path_)) {}
+
+  bool replace(std::string_view content, std::size_t unchanged, Error* error) override {
+    std::string written = last_.substr(0, unchanged);
+    written += content.substr(written.size());
+    if (!files_.writeAtomically(path_, written, error)) return false;
+    last_ = std::move(written);
+    return true;
+  }
+
+  void offerOldContent(std::size_t limit,
+                       const std::function<bool(const std::string&)>& accept) override {
+    const std::optional<std::string> old = std::exchange(old_, std::nullopt);
+    if (old && old->size() <= limit) accept(*old);
+  }
+
+ private:
+  FakeFiles& files_;
+  const std::string path_;
+  std::optional<std::string> old_;
+  std::string last_;
+};
+
 }  // namespace
 
 bool FakeFiles::exists(const std::string& path) {
@@ -159,6 +186,10 @@ bool FakeFiles::writeAtomically(const std::string& path, std::string_view bytes,
   excluded_.erase(plain);
   ++writeCounts_[plain];
   return true;
+}
+
+std::unique_ptr<AtomicFile> FakeFiles::atomicFile(const std::string& path, const std::string&) {
+  return std::make_unique<FakeAtomicFile>(*this, path);
 }
 
 bool FakeFiles::excludeFromBackup(const std::string& path, Error* error) {

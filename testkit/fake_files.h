@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <map>
+#include <memory>
 #include <optional>
 #include <set>
 #include <string>
@@ -22,6 +23,9 @@ class FakeFiles : public Files {
   bool remove(const std::string& path, Error* error) override;
   std::optional<std::string> read(const std::string& path, std::size_t limit) override;
   bool writeAtomically(const std::string& path, std::string_view bytes, Error* error) override;
+  // Keeps no earlier content, and mends no wrong number of unchanged bytes.
+  std::unique_ptr<AtomicFile> atomicFile(const std::string& path,
+                                         const std::string& sparePath) override;
   bool excludeFromBackup(const std::string& path, Error* error) override;
 
   // Make operations fail, for lack of permission, until they are told otherwise. A folder fails to

@@ -1,7 +1,10 @@
 #pragma once
 
+#include <atomic>
+#include <cstdint>
 #include <memory>
 #include <string>
+#include <utility>
 
 #include "reports/ZLNReportBase.h"
 #include "support/field.h"
@@ -22,7 +25,12 @@ class ZLNReportOperationBase : public ZLNAsynchronousOperation {
   std::string description() const override;
 
   std::shared_ptr<ZLNReportBase> report() const { return report_.get(); }
-  void setReport(std::shared_ptr<ZLNReportBase> report) { report_.set(std::move(report)); }
+  void setReport(std::shared_ptr<ZLNReportBase> report) {
+    report_.set(std::move(report));
+    reportRevision_.fetch_add(1, std::memory_order_release);
+  }
+  // Rises whenever another report is set, after it.
+  std::uint32_t reportRevision() const { return reportRevision_.load(std::memory_order_acquire); }
   std::shared_ptr<ZLNReportOperationDelegate> delegate() const { return delegate_.get().lock(); }
   void setDelegate(const std::shared_ptr<ZLNReportOperationDelegate>& delegate) {
     delegate_.set(delegate);
@@ -36,6 +44,7 @@ class ZLNReportOperationBase : public ZLNAsynchronousOperation {
 
  private:
   Field<bool> validateResponse_;
+  std::atomic<std::uint32_t> reportRevision_{0};
   Field<std::shared_ptr<ZLNReportBase>> report_;
   Field<std::weak_ptr<ZLNReportOperationDelegate>> delegate_;
 };

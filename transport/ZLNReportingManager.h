@@ -1,20 +1,21 @@
 #pragma once
 
-#include <atomic>
-#include <cstdint>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "platform/background_tasks.h"
 #include "platform/barrier_queue.h"
+#include "platform/files.h"
 #include "platform/operation_queue.h"
+#include "platform/turn_mutex.h"
 #include "reports/ZLNReportBase.h"
 #include "support/field.h"
 #include "transport/ZLNReportOperationDelegate.h"
 #include "transport/ZLNReportOperationPost.h"
+#include "transport/queued_reports.h"
+#include "transport/report_file_image.h"
 
 namespace zln {
 
@@ -72,12 +73,15 @@ class ZLNReportingManager : public ZLNReportOperationDelegate,
   ZLNReportingManager();
 
   void registerForNotifications();
-  // Reads the file of an earlier process before the first save replaces it: reports may be queued
-  // while the stored ones still wait for their thread.
-  void secureStoredReports();
-  // Replaces the file, unless a save that began later has done so: that one holds all that this one
-  // does. Without this an older snapshot could come last and lose what was queued since.
-  bool replaceFile(std::uint64_t turn, const std::string& bytes);
+  // The report file, opened before the first save replaces what an earlier process left there:
+  // reports may be queued while the stored ones still wait for their thread. The caller has the
+  // turn to save.
+  AtomicFile& reportFile();
+  // Steps of a save; the caller has the turn.
+  void listHeldReports();
+  bool writeListedReports();
+  // The array that an earlier process has left in the file, if it has. Once only.
+  std::optional<Value> readStoredReports();
   // The end of every outcome. The calling operation is still counted, so a queue of fewer than two
   // holds only the last one.
   void restAfterOutcome();
@@ -86,11 +90,13 @@ class ZLNReportingManager : public ZLNReportOperationDelegate,
   std::vector<std::shared_ptr<ZLNReportBase>> temporaryErrorReports_;
   BarrierQueue temporaryErrorReportsAccessQueue_{"temporaryErrorReportsAccessQueue"};
   Field<BackgroundTaskId> backgroundTaskId_{kBackgroundTaskInvalid};
-  std::once_flag storedReportsSecured_;
-  std::optional<std::string> storedReports_;
-  std::atomic<std::uint64_t> lastTurn_{0};
-  std::mutex writing_;
-  std::uint64_t writtenTurn_ = 0;
+
+  // Saves run one after the other, in the order of their asking, and the last one to begin wins.
+  // Guards what follows.
+  TurnMutex saving_;
+  std::unique_ptr<AtomicFile> reportFile_;
+  QueuedReports queuedReports_;
+  ReportFileImage image_;
 };
 
 }  // namespace zln

@@ -1,16 +1,15 @@
-#include <algorithm>
 #include <cstddef>
+#include <mutex>
 #include <optional>
-#include <utility>
 
 #include "platform/path.h"
 #include "platform/property_list.h"
 #include "reports/ZLNReportFactory.h"
 #include "support/ZLNDirectories.h"
+#include "support/held_log_lines.h"
 #include "support/log.h"
 #include "support/process_state.h"
 #include "transport/ZLNReportingManager.h"
-#include "transport/report_file_image.h"
 
 namespace zln {
 namespace {
@@ -18,23 +17,9 @@ namespace {
 // A full queue of reports with long texts still fits.
 constexpr std::size_t kLargestFile = std::size_t{64} << 20;
 
-void addHeldReport(ReportFileImage& image, const std::shared_ptr<ZLNReportBase>& report) {
-  const auto element = report->toElement();
-  if (!element) {
-    logError("unable to serialize report %@", report);
-    return;
-  }
-  image.add(*element);
-}
-
-void addQueuedReport(ReportFileImage& image, const std::shared_ptr<ZLNReportBase>& report) {
-  const auto element = report ? report->toElement() : nullptr;
-  if (!element) {
-    logError("unable to serialize report %@", report);
-    return;
-  }
-  logVerbose("saving report %@ to %@", report, report->urlString());
-  image.add(*element);
+// In the root folder, whose contents nothing lists or clears.
+std::string sparePath() {
+  return appendPathComponent(ZLNDirectories::rootPath(), ".reports.json.spare");
 }
 
 }  // namespace
@@ -47,46 +32,51 @@ void ZLNReportingManager::saveReports() { saveReportsExcept({}); }
 
 void ZLNReportingManager::saveReportsExcept(
     const std::vector<std::shared_ptr<ZLNReportBase>>& left) {
-  secureStoredReports();
-  const std::uint64_t turn = ++lastTurn_;
-  const auto operations = reportQueue_.operations();
-  ReportFileImage image;
-  temporaryErrorReportsAccessQueue_.read([&] {
-    // Kept: a held report is written also when it is to be left out.
-    for (const auto& report : temporaryErrorReports_) addHeldReport(image, report);
-  });
-  for (const auto& operation : operations) {
-    const auto reportOperation = dynamic_cast<const ZLNReportOperationBase*>(operation.get());
-    if (reportOperation == nullptr) {
-      logError("unexpected report in op queue: %@", operation);
-      continue;
-    }
-    const auto report = reportOperation->report();
-    if (std::find(left.begin(), left.end(), report) == left.end()) addQueuedReport(image, report);
-  }
-  const std::optional<std::string> bytes = image.finish();
-  if (!bytes || !replaceFile(turn, *bytes)) {
-    logWarn("failed to save %i pending reports!", image.count());
+  HeldLogLines lines;
+  std::lock_guard turn(saving_);
+  image_.begin();
+  listHeldReports();
+  queuedReports_.list(reportQueue_, left, image_);
+  if (writeListedReports()) {
+    logDebug("saved %i reports", image_.count());
   } else {
-    logDebug("saved %i reports", image.count());
+    logWarn("failed to save %i pending reports!", image_.count());
   }
 }
 
-bool ZLNReportingManager::replaceFile(std::uint64_t turn, const std::string& bytes) {
-  std::lock_guard lock(writing_);
-  if (turn < writtenTurn_) return true;
-  if (!environment().files.writeAtomically(savedReportsPath(), bytes, nullptr)) return false;
-  writtenTurn_ = turn;
+// Kept: a held report is written also when it is to be left out.
+void ZLNReportingManager::listHeldReports() {
+  temporaryErrorReportsAccessQueue_.read([&] {
+    for (const auto& report : temporaryErrorReports_) {
+      const auto element = report->toElement();
+      if (element) {
+        image_.add(element);
+      } else {
+        logError("unable to serialize report %@", report);
+      }
+    }
+  });
+}
+
+bool ZLNReportingManager::writeListedReports() {
+  // Before anything is written: opening the file keeps what it holds now for the one who loads it.
+  AtomicFile& file = reportFile();
+  if (!image_.finish() || !file.replace(image_.text(), image_.unchanged(), nullptr)) return false;
+  image_.written();
   return true;
 }
 
+AtomicFile& ZLNReportingManager::reportFile() {
+  if (!reportFile_) {
+    reportFile_ = environment().files.atomicFile(savedReportsPath(), sparePath());
+  }
+  return *reportFile_;
+}
+
 void ZLNReportingManager::loadStoredReports() {
-  secureStoredReports();
-  const std::optional<std::string> bytes = std::exchange(storedReports_, std::nullopt);
-  const std::optional<Value> root = bytes ? property_list::read(*bytes) : std::nullopt;
-  const Array* elements = root ? root->array() : nullptr;
-  if (elements == nullptr) return;
-  for (const Value& element : *elements) {
+  const std::optional<Value> root = readStoredReports();
+  if (!root) return;
+  for (const Value& element : *root->array()) {
     const Dictionary* dictionary = element.dictionary();
     const auto report =
         dictionary ? ZLNReportFactory::newReportFromDictionary(*dictionary) : nullptr;
@@ -99,10 +89,19 @@ void ZLNReportingManager::loadStoredReports() {
   }
 }
 
-void ZLNReportingManager::secureStoredReports() {
-  std::call_once(storedReportsSecured_, [this] {
-    storedReports_ = environment().files.read(savedReportsPath(), kLargestFile);
+std::optional<Value> ZLNReportingManager::readStoredReports() {
+  AtomicFile* file = nullptr;
+  {
+    std::lock_guard turn(saving_);
+    file = &reportFile();
+  }
+  std::optional<Value> root;
+  file->offerOldContent(kLargestFile, [&](const std::string& content) {
+    root = property_list::read(content);
+    if (root && root->array() == nullptr) root.reset();
+    return root.has_value();
   });
+  return root;
 }
 
 void ZLNReportingManager::restoreTemporaryErrorReports() {

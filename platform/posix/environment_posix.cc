@@ -10,6 +10,7 @@ namespace zln {
 namespace {
 
 constexpr char kUnknownVersion[] = "0";
+constexpr unsigned kSecondsBeforeFlush = 1;
 
 }  // namespace
 
@@ -21,9 +22,16 @@ PortParts::PortParts()
                                   application.shortVersion().value_or(kUnknownVersion),
                                   ZLN_REPORTING_VERSION);
            }),
-      files([this] {
-        return appendPathComponent(dataFolder(&environmentVariable), application.folderName());
-      }),
+      files(
+          [this] {
+            return appendPathComponent(dataFolder(&environmentVariable), application.folderName());
+          },
+          [this](std::function<void()> flush) {
+            pool.run([this, flush = std::move(flush)] {
+              clock.sleep(kSecondsBeforeFlush);
+              flush();
+            });
+          }),
       userDefaults(files,
                    [this] {
                      return appendPathComponent(configFolder(&environmentVariable),

@@ -11,7 +11,13 @@ class FileDescriptor {
  public:
   explicit FileDescriptor(int number) : number_(number) {}
   FileDescriptor(FileDescriptor&& other) noexcept : number_(std::exchange(other.number_, -1)) {}
-  FileDescriptor& operator=(FileDescriptor&&) = delete;
+  FileDescriptor& operator=(FileDescriptor&& other) noexcept {
+    if (this != &other) {
+      close();
+      number_ = other.release();
+    }
+    return *this;
+  }
   ~FileDescriptor() { close(); }
 
   // False when opening failed.

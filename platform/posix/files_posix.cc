@@ -15,6 +15,7 @@
 #include <utility>
 #include <vector>
 
+#include "platform/posix/atomic_file_posix.h"
 #include "platform/posix/file_descriptor.h"
 #include "platform/posix/file_error.h"
 #include "platform/posix/plain_file.h"
@@ -175,8 +176,10 @@ bool succeeded(int failure, const std::string& path, Error* error,
 
 }  // namespace
 
-FilesPosix::FilesPosix(std::function<std::string()> applicationSupportPath)
-    : applicationSupportPath_(std::move(applicationSupportPath)) {}
+FilesPosix::FilesPosix(std::function<std::string()> applicationSupportPath,
+                       DelayedFlush::RunLater runFlushLater)
+    : applicationSupportPath_(std::move(applicationSupportPath)),
+      flush_(runFlushLater ? std::make_shared<DelayedFlush>(std::move(runFlushLater)) : nullptr) {}
 
 std::string FilesPosix::applicationSupportPath() { return applicationSupportPath_(); }
 
@@ -208,6 +211,11 @@ std::optional<std::string> FilesPosix::read(const std::string& path, std::size_t
 bool FilesPosix::writeAtomically(const std::string& path, std::string_view bytes, Error* error) {
   const int failure = isWhole(path) ? replaceFile(path, bytes) : EINVAL;
   return succeeded(failure, path, error, &saveError);
+}
+
+std::unique_ptr<AtomicFile> FilesPosix::atomicFile(const std::string& path,
+                                                   const std::string& sparePath) {
+  return std::make_unique<AtomicFilePosix>(*this, path, sparePath, flush_);
 }
 
 bool FilesPosix::excludeFromBackup(const std::string& path, Error* error) {

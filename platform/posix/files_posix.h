@@ -2,11 +2,13 @@
 
 #include <cstddef>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
 
 #include "platform/files.h"
+#include "platform/posix/delayed_flush.h"
 
 namespace zln {
 
@@ -14,8 +16,10 @@ namespace zln {
 // 0700, files 0600.
 class FilesPosix : public Files {
  public:
-  // The provider is asked at every call: the host may name the application late.
-  explicit FilesPosix(std::function<std::string()> applicationSupportPath);
+  // The provider is asked at every call: the host may name the application late. Without
+  // `runFlushLater` the system writes what was written to the disk in its own time.
+  explicit FilesPosix(std::function<std::string()> applicationSupportPath,
+                      DelayedFlush::RunLater runFlushLater = nullptr);
 
   std::string applicationSupportPath() override;
   bool exists(const std::string& path) override;
@@ -25,10 +29,13 @@ class FilesPosix : public Files {
   bool remove(const std::string& path, Error* error) override;
   std::optional<std::string> read(const std::string& path, std::size_t limit) override;
   bool writeAtomically(const std::string& path, std::string_view bytes, Error* error) override;
+  std::unique_ptr<AtomicFile> atomicFile(const std::string& path,
+                                         const std::string& sparePath) override;
   bool excludeFromBackup(const std::string& path, Error* error) override;
 
  private:
   const std::function<std::string()> applicationSupportPath_;
+  const std::shared_ptr<DelayedFlush> flush_;
 };
 
 }  // namespace zln

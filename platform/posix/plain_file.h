@@ -4,7 +4,16 @@
 #include <optional>
 #include <string>
 
+#include "platform/posix/file_descriptor.h"
+
 namespace zln {
+
+// Opens a regular file for reading; no file when the path leads to anything else. Never waits for
+// another program.
+FileDescriptor openPlainFile(const std::string& path);
+
+// The rest of an open file; absent when it cannot be read or is more than `limit` bytes.
+std::optional<std::string> readToEnd(int file, std::size_t limit);
 
 // The whole content of a regular file; absent when the path leads to anything else, the file cannot
 // be read or holds more than `limit` bytes. Never waits for another program.

@@ -24,6 +24,8 @@ class OddReport : public ZLNReportSessionStop {
   explicit OddReport(std::optional<Value> baseAtFirst)
       : ZLNReportSessionStop(std::shared_ptr<ZLNSession>()), base(std::move(baseAtFirst)) {}
 
+  std::optional<std::uint64_t> revision() const override { return std::nullopt; }
+
   std::optional<Value> base;
 
  protected:

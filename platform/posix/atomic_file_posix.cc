@@ -1,0 +1,178 @@
+#include "platform/posix/atomic_file_posix.h"
+
+#include <fcntl.h>
+#include <signal.h>
+#include <stdio.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdint>
+#include <utility>
+
+#include "platform/posix/plain_file.h"
+
+namespace zln {
+namespace {
+
+constexpr int kSpareFlags = O_RDWR | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
+constexpr mode_t kPrivate = S_IRUSR | S_IWUSR;
+
+std::string folderOf(const std::string& path) { return path.substr(0, path.rfind('/') + 1); }
+
+bool isFolder(const std::string& path) {
+  struct stat facts {};
+  return lstat(path.c_str(), &facts) == 0 && S_ISDIR(facts.st_mode);
+}
+
+// While it stands nobody else has the file open, and who tries to open it waits the few
+// microseconds. The signal that then comes to this process is one that is ignored unless a game
+// asks for it.
+class ExclusiveUse {
+ public:
+  explicit ExclusiveUse(int file) : file_(file), granted_(fcntl(file, F_SETLEASE, F_WRLCK) == 0) {}
+  ~ExclusiveUse() {
+    if (granted_) fcntl(file_, F_SETLEASE, F_UNLCK);
+  }
+  ExclusiveUse(const ExclusiveUse&) = delete;
+  ExclusiveUse& operator=(const ExclusiveUse&) = delete;
+
+  static bool prepare(int file) { return fcntl(file, F_SETSIG, SIGURG) == 0; }
+  bool isGranted() const { return granted_; }
+
+ private:
+  const int file_;
+  const bool granted_;
+};
+
+// Ours alone: whatever else lies there must not be written to.
+bool isOurs(const struct stat& facts) {
+  return S_ISREG(facts.st_mode) && facts.st_nlink == 1 && facts.st_uid == geteuid() &&
+         (facts.st_mode & ~S_IFMT) == kPrivate;
+}
+
+bool writeFrom(int file, std::string_view content, std::size_t at) {
+  while (at < content.size()) {
+    const ssize_t count =
+        pwrite(file, content.data() + at, content.size() - at, static_cast<off_t>(at));
+    if (count >= 0) {
+      at += static_cast<std::size_t>(count);
+    } else if (errno != EINTR) {
+      return false;
+    }
+  }
+  return true;
+}
+
+}  // namespace
+
+AtomicFilePosix::AtomicFilePosix(Files& files, std::string path, std::string sparePath,
+                                 std::shared_ptr<DelayedFlush> flush)
+    : files_(files),
+      path_(std::move(path)),
+      sparePath_(std::move(sparePath)),
+      flush_(std::move(flush)),
+      old_(openPlainFile(path_)),
+      oldSpare_(openPlainFile(sparePath_)) {}
+
+void AtomicFilePosix::offerOldContent(
+    std::size_t limit, const std::function<bool(const std::string& content)>& accept) {
+  // Without a file in place a spare one is a left-over.
+  bool isWanted = static_cast<bool>(old_);
+  for (FileDescriptor* file : {&old_, &oldSpare_}) {
+    const auto content = isWanted && *file ? readToEnd(file->get(), limit) : std::nullopt;
+    file->close();
+    if (content && accept(*content)) isWanted = false;
+  }
+}
+
+bool AtomicFilePosix::replace(std::string_view content, std::size_t unchanged, Error* error) {
+  if (exchange(content, unchanged)) {
+    current_.shared = content.size();
+    if (flush_) flush_->wrote(current_.file);
+  } else if (files_.writeAtomically(path_, content, error)) {
+    current_ = {};
+  } else {
+    return false;
+  }
+  spare_.shared = std::min(spare_.shared, unchanged);
+  return true;
+}
+
+bool AtomicFilePosix::exchange(std::string_view content, std::size_t unchanged) {
+  const bool isUpToDate =
+      updateSpare(content, unchanged) || (makeSpare() && writeSpare(content, 0));
+  return isUpToDate && putSpareInPlace();
+}
+
+bool AtomicFilePosix::updateSpare(std::string_view content, std::size_t unchanged) {
+  if (!spareIsThere() && !adoptSpare()) return false;
+  const ExclusiveUse use(spare_.file->get());
+  return use.isGranted() && writeSpare(content, std::min(spare_.shared, unchanged));
+}
+
+bool AtomicFilePosix::spareIsThere() const {
+  struct stat facts {};
+  return spare_.file && lstat(sparePath_.c_str(), &facts) == 0 && isOurs(facts) &&
+         facts.st_dev == spare_.device && facts.st_ino == spare_.inode;
+}
+
+// Takes what lies there: the file that was in place before, or one that an earlier process left.
+bool AtomicFilePosix::adoptSpare() { return ownSpare() && openSpare(0); }
+
+bool AtomicFilePosix::makeSpare() {
+  spare_ = {};
+  // The folder may be another one by now.
+  folder_.close();
+  if (!ownSpare()) return false;
+  unlink(sparePath_.c_str());
+  return openSpare(O_CREAT | O_EXCL);
+}
+
+// Of several processes with the same folder one at a time has the spare path.
+bool AtomicFilePosix::ownSpare() {
+  if (folder_) return true;
+  folder_ = FileDescriptor(
+      open(folderOf(sparePath_).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NONBLOCK));
+  if (folder_ && flock(folder_.get(), LOCK_EX | LOCK_NB) != 0) folder_.close();
+  return static_cast<bool>(folder_);
+}
+
+bool AtomicFilePosix::openSpare(int moreFlags) {
+  spare_ = {};
+  auto file =
+      std::make_shared<FileDescriptor>(open(sparePath_.c_str(), kSpareFlags | moreFlags, kPrivate));
+  struct stat facts {};
+  if (!*file || fstat(file->get(), &facts) != 0 || !isOurs(facts)) return false;
+  if (!ExclusiveUse::prepare(file->get())) return false;
+  spare_ = {std::move(file), facts.st_dev, facts.st_ino, static_cast<std::size_t>(facts.st_size),
+            0};
+  return true;
+}
+
+bool AtomicFilePosix::writeSpare(std::string_view content, std::size_t from) {
+  const std::size_t oldSize = std::exchange(spare_.size, SIZE_MAX);
+  spare_.shared = 0;
+  const int file = spare_.file->get();
+  if (!writeFrom(file, content, from)) return false;
+  if (oldSize > content.size() && ftruncate(file, static_cast<off_t>(content.size())) != 0) {
+    return false;
+  }
+  spare_.size = content.size();
+  return true;
+}
+
+bool AtomicFilePosix::putSpareInPlace() {
+  if (!current_.file && isFolder(path_)) return false;
+  if (renameat2(AT_FDCWD, sparePath_.c_str(), AT_FDCWD, path_.c_str(), RENAME_EXCHANGE) == 0) {
+    std::swap(current_, spare_);
+    return true;
+  }
+  // There is nothing in place yet, or this file system exchanges nothing.
+  if (rename(sparePath_.c_str(), path_.c_str()) != 0) return false;
+  current_ = std::exchange(spare_, {});
+  return true;
+}
+
+}  // namespace zln

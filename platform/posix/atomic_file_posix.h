@@ -1,0 +1,69 @@
+#pragma once
+
+#include <sys/stat.h>
+#include <sys/types.h>
+
+#include <cstddef>
+#include <functional>
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "platform/files.h"
+#include "platform/posix/delayed_flush.h"
+#include "platform/posix/file_descriptor.h"
+
+namespace zln {
+
+// Two files that change places: the one that lies spare is brought up to date, which mostly takes
+// the few bytes behind those that it shares with the new content, and is then exchanged with the
+// one in place. That frees no blocks and makes no file, so it takes microseconds.
+//
+// Nobody else writes to the two, and the spare one is written to only when no process has it open:
+// whoever has opened the file reads on in what he has opened. Where the system cannot do any of
+// this, a new file takes the place of the old one.
+class AtomicFilePosix : public AtomicFile {
+ public:
+  // `files` outlives this object. Without `flush` the system writes to the disk in its own time.
+  AtomicFilePosix(Files& files, std::string path, std::string sparePath,
+                  std::shared_ptr<DelayedFlush> flush);
+
+  bool replace(std::string_view content, std::size_t unchanged, Error* error) override;
+  void offerOldContent(std::size_t limit,
+                       const std::function<bool(const std::string& content)>& accept) override;
+
+ private:
+  // One of the two files.
+  struct Side {
+    std::shared_ptr<FileDescriptor> file;
+    dev_t device = 0;
+    ino_t inode = 0;
+    std::size_t size = 0;
+    // How many bytes from the beginning are those of the content put in place last.
+    std::size_t shared = 0;
+  };
+
+  bool exchange(std::string_view content, std::size_t unchanged);
+  bool updateSpare(std::string_view content, std::size_t unchanged);
+  bool spareIsThere() const;
+  bool adoptSpare();
+  bool makeSpare();
+  bool ownSpare();
+  bool openSpare(int moreFlags);
+  bool writeSpare(std::string_view content, std::size_t from);
+  bool putSpareInPlace();
+
+  Files& files_;
+  const std::string path_;
+  const std::string sparePath_;
+  const std::shared_ptr<DelayedFlush> flush_;
+  // What lay at the two paths at first, for offerOldContent().
+  FileDescriptor old_;
+  FileDescriptor oldSpare_;
+  // Locked as long as this process may use the spare path.
+  FileDescriptor folder_{-1};
+  Side current_;
+  Side spare_;
+};
+
+}  // namespace zln

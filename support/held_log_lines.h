@@ -1,0 +1,26 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace zln {
+
+// While one of these stands, the lines that its thread logs wait; they are written, in their order,
+// when it goes. Whoever logs under a lock puts one before the lock, so that no sink ever runs
+// inside.
+class HeldLogLines {
+ public:
+  HeldLogLines();
+  ~HeldLogLines();
+  HeldLogLines(const HeldLogLines&) = delete;
+  HeldLogLines& operator=(const HeldLogLines&) = delete;
+
+  // Takes the line if the calling thread holds its lines.
+  static bool take(const std::string& line);
+
+ private:
+  HeldLogLines* const outer_;
+  std::vector<std::string> lines_;
+};
+
+}  // namespace zln
