@@ -62,9 +62,18 @@ class OperationQueue::Scheduler : public OperationObserver,
     return operations;
   }
 
-  void visit(const Look& look) const {
+  Shown follow(Mark& mark, const Look& look) const {
     std::lock_guard lock(mutex_);
-    for (const auto& entry : entries_) look(entry.number, entry.operation);
+    const Shown shown = mark.departures == departures_ ? Shown::additions : Shown::all;
+    auto entry = entries_.begin();
+    if (shown == Shown::additions) {
+      entry = std::upper_bound(
+          entries_.begin(), entries_.end(), mark.lastNumber,
+          [](std::uint64_t number, const Entry& other) { return number < other.number; });
+    }
+    for (; entry != entries_.end(); ++entry) look(entry->number, entry->operation);
+    mark = {lastNumber_, departures_};
+    return shown;
   }
 
   // Retires the operation inside its announcement: when that returns, it has left the queue and
@@ -109,6 +118,7 @@ class OperationQueue::Scheduler : public OperationObserver,
       if (entry->started) --running_;
       retired = std::move(entry->operation);
       entries_.erase(entry);
+      ++departures_;
     });
   }
 
@@ -147,6 +157,7 @@ class OperationQueue::Scheduler : public OperationObserver,
   mutable std::mutex mutex_;
   std::vector<Entry> entries_;
   std::uint64_t lastNumber_ = 0;
+  std::uint64_t departures_ = 0;
   std::size_t limit_ = SIZE_MAX;
   std::size_t running_ = 0;
   bool suspended_ = false;
@@ -175,6 +186,8 @@ std::vector<std::shared_ptr<Operation>> OperationQueue::operations() const {
   return scheduler_->snapshot();
 }
 
-void OperationQueue::visit(const Look& look) const { scheduler_->visit(look); }
+OperationQueue::Shown OperationQueue::follow(Mark& mark, const Look& look) const {
+  return scheduler_->follow(mark, look);
+}
 
 }  // namespace zln

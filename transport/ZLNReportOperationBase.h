@@ -27,10 +27,10 @@ class ZLNReportOperationBase : public ZLNAsynchronousOperation {
   std::shared_ptr<ZLNReportBase> report() const { return report_.get(); }
   void setReport(std::shared_ptr<ZLNReportBase> report) {
     report_.set(std::move(report));
-    reportRevision_.fetch_add(1, std::memory_order_release);
+    replacements_.fetch_add(1, std::memory_order_release);
   }
-  // Rises whenever another report is set, after it.
-  std::uint32_t reportRevision() const { return reportRevision_.load(std::memory_order_acquire); }
+  // How many times the report of any operation has been replaced; rises after the replacement.
+  static std::uint64_t replacements() { return replacements_.load(std::memory_order_acquire); }
   std::shared_ptr<ZLNReportOperationDelegate> delegate() const { return delegate_.get().lock(); }
   void setDelegate(const std::shared_ptr<ZLNReportOperationDelegate>& delegate) {
     delegate_.set(delegate);
@@ -43,8 +43,9 @@ class ZLNReportOperationBase : public ZLNAsynchronousOperation {
                          const std::shared_ptr<ZLNReportOperationDelegate>& delegate);
 
  private:
+  static inline std::atomic<std::uint64_t> replacements_{0};
+
   Field<bool> validateResponse_;
-  std::atomic<std::uint32_t> reportRevision_{0};
   Field<std::shared_ptr<ZLNReportBase>> report_;
   Field<std::weak_ptr<ZLNReportOperationDelegate>> delegate_;
 };

@@ -1,7 +1,9 @@
 #include "transport/queued_reports.h"
 
 #include <algorithm>
-#include <cstddef>
+#include <cstdint>
+#include <iterator>
+#include <optional>
 #include <utility>
 
 #include "support/log.h"
@@ -20,65 +22,67 @@ bool isOneOf(const std::vector<std::shared_ptr<ZLNReportBase>>& reports,
 void QueuedReports::list(const OperationQueue& queue,
                          const std::vector<std::shared_ptr<ZLNReportBase>>& left,
                          ReportFileImage& image) {
+  forgetReplaced();
   follow(queue);
+  const bool tellsOfEach = isLogged(LogLevel::verbose);
   for (Entry& entry : entries_) {
-    if (entry.changed) lookInto(entry, left);
-    if (entry.element && !isOneOf(left, entry.report)) image.add(entry.element);
+    if (!entry.isSteady) lookInto(entry, left);
+    if (!entry.element || isOneOf(left, entry.report.get())) continue;
+    if (tellsOfEach) {
+      logVerbose("saving report %@ to %@", entry.report, entry.report->urlString());
+    }
+    image.add(entry.element);
   }
+}
+
+// A replaced report, which hardly ever happens, has everything looked into again.
+void QueuedReports::forgetReplaced() {
+  const std::uint64_t replacements = ZLNReportOperationBase::replacements();
+  if (replacements == replacements_) return;
+  replacements_ = replacements;
+  entries_.clear();
+  mark_ = {};
 }
 
 // Entries whose operation has left the queue go; the others keep their order, new ones follow them.
 void QueuedReports::follow(const OperationQueue& queue) {
-  const bool tellsOfEach = isLogged(LogLevel::verbose);
-  const std::size_t known = entries_.size();
-  std::size_t next = 0;
-  std::size_t kept = 0;
-  queue.visit([&](std::uint64_t number, const std::shared_ptr<Operation>& operation) {
-    while (next < known && entries_[next].number < number) ++next;
-    if (next == known) {
-      Entry& added = entries_.emplace_back();
-      added.number = number;
-      added.changed = operation;
-      return;
-    }
-    if (kept != next) entries_[kept] = std::move(entries_[next]);
-    Entry& entry = entries_[kept];
-    if (tellsOfEach || mayHaveChanged(entry)) entry.changed = operation;
-    ++next;
-    ++kept;
-  });
-  const auto begin = entries_.begin();
-  entries_.erase(begin + static_cast<std::ptrdiff_t>(kept),
-                 begin + static_cast<std::ptrdiff_t>(known));
-}
-
-bool QueuedReports::mayHaveChanged(const Entry& entry) {
-  if (!entry.element || !entry.revision) return true;
-  if (entry.operation->reportRevision() != entry.reportRevision) return true;
-  return entry.revision != ZLNReportBase::kUnchanging && entry.report->revision() != entry.revision;
+  std::vector<Entry> present;
+  auto known = entries_.begin();
+  const auto shown =
+      queue.follow(mark_, [&](std::uint64_t number, const std::shared_ptr<Operation>& operation) {
+        while (known != entries_.end() && known->number < number) ++known;
+        if (known != entries_.end() && known->number == number) {
+          present.push_back(std::move(*known));
+        } else {
+          present.push_back({number, operation, nullptr, nullptr});
+        }
+      });
+  if (shown == OperationQueue::Shown::all) {
+    entries_ = std::move(present);
+  } else {
+    std::move(present.begin(), present.end(), std::back_inserter(entries_));
+  }
 }
 
 void QueuedReports::lookInto(Entry& entry,
                              const std::vector<std::shared_ptr<ZLNReportBase>>& left) {
-  const auto looked = std::exchange(entry.changed, nullptr);
-  entry.element = nullptr;
-  entry.operation = dynamic_cast<const ZLNReportOperationBase*>(looked.get());
-  if (entry.operation == nullptr) {
-    logError("unexpected report in op queue: %@", looked);
+  if (entry.operation) findReport(entry);
+  if (entry.operation || isOneOf(left, entry.report.get())) return;
+  const auto revision = entry.report ? entry.report->revision() : std::nullopt;
+  entry.element = entry.report ? entry.report->toElement() : nullptr;
+  if (!entry.element) logError("unable to serialize report %@", entry.report);
+  entry.isSteady = entry.element && revision == ZLNReportBase::kUnchanging;
+}
+
+// An operation of another kind stays one at every save.
+void QueuedReports::findReport(Entry& entry) {
+  const auto* carrier = dynamic_cast<const ZLNReportOperationBase*>(entry.operation.get());
+  if (carrier == nullptr) {
+    logError("unexpected report in op queue: %@", entry.operation);
     return;
   }
-  // Revisions are read first: a change that comes in between is seen by the next save.
-  entry.reportRevision = entry.operation->reportRevision();
-  const auto report = entry.operation->report();
-  entry.report = report.get();
-  if (isOneOf(left, report.get())) return;
-  entry.revision = report ? report->revision() : std::nullopt;
-  entry.element = report ? report->toElement() : nullptr;
-  if (!entry.element) {
-    logError("unable to serialize report %@", report);
-    return;
-  }
-  logVerbose("saving report %@ to %@", report, report->urlString());
+  entry.report = carrier->report();
+  entry.operation = nullptr;
 }
 
 }  // namespace zln

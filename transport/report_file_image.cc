@@ -23,13 +23,8 @@ void ReportFileImage::begin() {
   cutText(bodyEnd_);
 }
 
-void ReportFileImage::add(const std::shared_ptr<const ReportElement>& element) {
-  ++count_;
+void ReportFileImage::addNew(const std::shared_ptr<const ReportElement>& element) {
   if (!element->text) return;
-  if (listed_ < pieces_.size() && pieces_[listed_].element == element) {
-    ++listed_;
-    return;
-  }
   cutOldPieces();
   if (pieces_.empty()) text_ += kArrayBegin;
   text_ += *element->text;

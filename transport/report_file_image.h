@@ -19,7 +19,14 @@ class ReportFileImage {
   // Begins a list.
   void begin();
   // Lists the next element.
-  void add(const std::shared_ptr<const ReportElement>& element);
+  void add(const std::shared_ptr<const ReportElement>& element) {
+    ++count_;
+    if (listed_ < pieces_.size() && pieces_[listed_].element == element) {
+      ++listed_;
+    } else {
+      addNew(element);
+    }
+  }
   // Ends the list. False when it has an element that the file cannot hold; there is no text then.
   bool finish();
 
@@ -39,6 +46,7 @@ class ReportFileImage {
     std::size_t end;
   };
 
+  void addNew(const std::shared_ptr<const ReportElement>& element);
   // Takes away what stands behind the first pieces of the old list that are also those of the new.
   void cutOldPieces();
   void cutText(std::size_t size);

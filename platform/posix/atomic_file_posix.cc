@@ -47,8 +47,8 @@ class ExclusiveUse {
 };
 
 // Ours alone: whatever else lies there must not be written to.
-bool isOurs(const struct stat& facts) {
-  return S_ISREG(facts.st_mode) && facts.st_nlink == 1 && facts.st_uid == geteuid() &&
+bool isOurs(const struct stat& facts, uid_t user) {
+  return S_ISREG(facts.st_mode) && facts.st_nlink == 1 && facts.st_uid == user &&
          (facts.st_mode & ~S_IFMT) == kPrivate;
 }
 
@@ -73,6 +73,7 @@ AtomicFilePosix::AtomicFilePosix(Files& files, std::string path, std::string spa
       path_(std::move(path)),
       sparePath_(std::move(sparePath)),
       flush_(std::move(flush)),
+      user_(geteuid()),
       old_(openPlainFile(path_)),
       oldSpare_(openPlainFile(sparePath_)) {}
 
@@ -114,7 +115,7 @@ bool AtomicFilePosix::updateSpare(std::string_view content, std::size_t unchange
 
 bool AtomicFilePosix::spareIsThere() const {
   struct stat facts {};
-  return spare_.file && lstat(sparePath_.c_str(), &facts) == 0 && isOurs(facts) &&
+  return spare_.file && lstat(sparePath_.c_str(), &facts) == 0 && isOurs(facts, user_) &&
          facts.st_dev == spare_.device && facts.st_ino == spare_.inode;
 }
 
@@ -144,7 +145,7 @@ bool AtomicFilePosix::openSpare(int moreFlags) {
   auto file =
       std::make_shared<FileDescriptor>(open(sparePath_.c_str(), kSpareFlags | moreFlags, kPrivate));
   struct stat facts {};
-  if (!*file || fstat(file->get(), &facts) != 0 || !isOurs(facts)) return false;
+  if (!*file || fstat(file->get(), &facts) != 0 || !isOurs(facts, user_)) return false;
   if (!ExclusiveUse::prepare(file->get())) return false;
   spare_ = {std::move(file), facts.st_dev, facts.st_ino, static_cast<std::size_t>(facts.st_size),
             0};

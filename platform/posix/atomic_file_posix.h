@@ -57,6 +57,7 @@ class AtomicFilePosix : public AtomicFile {
   const std::string path_;
   const std::string sparePath_;
   const std::shared_ptr<DelayedFlush> flush_;
+  const uid_t user_;
   // What lay at the two paths at first, for offerOldContent().
   FileDescriptor old_;
   FileDescriptor oldSpare_;

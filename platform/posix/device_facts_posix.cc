@@ -78,9 +78,9 @@ std::optional<std::string> regionOf(std::string_view locale) {
 }  // namespace
 
 DeviceFactsPosix::DeviceFactsPosix(const ApplicationInfo& application, Sources sources)
-    : application_(application), sources_(std::move(sources)) {}
+    : application_(application), sources_(std::move(sources)), machine_(systemNames().machine) {}
 
-std::string DeviceFactsPosix::machine() { return systemNames().machine; }
+std::string DeviceFactsPosix::machine() { return machine_; }
 
 std::string DeviceFactsPosix::systemVersion() {
   std::string version;

@@ -34,6 +34,7 @@ class DeviceFactsPosix : public DeviceFacts {
  private:
   const ApplicationInfo& application_;
   const Sources sources_;
+  const std::string machine_;
 };
 
 }  // namespace zln

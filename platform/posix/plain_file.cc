@@ -12,7 +12,7 @@ namespace zln {
 
 namespace {
 
-constexpr std::size_t kPieceSize = 64 * 1024;
+constexpr std::size_t kPieceSize = 4096;
 
 }  // namespace
 
@@ -24,20 +24,23 @@ FileDescriptor openPlainFile(const std::string& path) {
   return file;
 }
 
-// Reads on until there are more than `limit` bytes, whatever size the system names: a file may grow
-// meanwhile, and some files of the system do not know their size.
+// Reads on to the end, whatever size the system names: a file may grow meanwhile, and some files of
+// the system do not know their size.
 std::optional<std::string> readToEnd(int file, std::size_t limit) {
   struct stat facts {};
   if (fstat(file, &facts) != 0) return std::nullopt;
-  if (facts.st_size > 0 && static_cast<std::size_t>(facts.st_size) > limit) return std::nullopt;
+  std::size_t wanted = static_cast<std::size_t>(std::max<off_t>(facts.st_size, 0));
+  if (wanted > limit) return std::nullopt;
   std::string content;
   while (content.size() <= limit) {
     const std::size_t before = content.size();
-    content.resize(before + std::min(kPieceSize, limit + 1 - before));
-    const ssize_t count = read(file, content.data() + before, content.size() - before);
+    wanted = std::min(std::max(wanted, kPieceSize), limit + 1 - before);
+    content.resize(before + wanted);
+    const ssize_t count = read(file, content.data() + before, wanted);
     content.resize(before + (count > 0 ? static_cast<std::size_t>(count) : 0));
     if (count == 0) return content;
     if (count < 0 && errno != EINTR) return std::nullopt;
+    wanted = 0;
   }
   return std::nullopt;
 }
