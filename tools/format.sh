@@ -5,7 +5,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-folders=(include platform support config session reports transport testkit tests collector examples
+folders=(include platform support config session reports transport testkit tests bench collector examples
   tools)
 
 sources() {
