@@ -21,25 +21,20 @@ struct HttpTimeouts {
   std::chrono::milliseconds resource = std::chrono::days(7);
 };
 
-// Sends requests over https. One thread drives the connections of all requests. It comes with a
-// request and ends when there has been none for a second. Completions run on threads of the pool,
-// so a slow one holds up neither the network nor another completion.
+// Sends requests over https, each on a thread of the pool, which then runs its completion.
 //
 // Certificates are verified against the file that the environment variable SSL_CERT_FILE names when
-// the request starts, else against the system's. What was read from that file is kept for a day.
+// the request starts, else against the system's. What was read from that file is kept.
 class HttpClientCurl : public HttpClient {
  public:
   // `userAgent` gives the text of the header User-Agent. It is asked for each request, on the
-  // network thread. `pool` outlives the client.
+  // thread that carries it. `pool` outlives the client.
   HttpClientCurl(ThreadPool& pool, std::function<std::string()> userAgent,
                  HttpTimeouts timeouts = {});
-  // With another maker of the network thread than the library's own.
-  HttpClientCurl(ThreadPool& pool, std::function<std::string()> userAgent, HttpTimeouts timeouts,
-                 ThreadPool::ThreadStarter startThread);
 
-  // Cancels the requests under way, whose completions then never run, and returns when the network
-  // thread is through. Completions that are with the pool already still run. The library itself
-  // keeps its client until the process ends: exit() meets requests under way at any point.
+  // Cancels the requests under way, whose completions then never run, and returns when no thread
+  // has any to do with them. The library itself keeps its client until the process ends: exit()
+  // meets requests under way at any point.
   ~HttpClientCurl() override;
 
   HttpClientCurl(const HttpClientCurl&) = delete;
@@ -50,8 +45,9 @@ class HttpClientCurl : public HttpClient {
  private:
   class Network;
 
-  HttpTimeouts timeouts_;
-  std::shared_ptr<Network> network_;
+  ThreadPool& pool_;
+  const HttpTimeouts timeouts_;
+  const std::shared_ptr<Network> network_;
 };
 
 // "Name/1.0 ZLNSessionReporting/7.0 Linux", the app's name and version percent-encoded.

@@ -1,5 +1,7 @@
 #include "platform/posix/http_transfer.h"
 
+#include <openssl/ssl.h>
+
 #include <algorithm>
 #include <string_view>
 #include <utility>
@@ -65,17 +67,6 @@ class Options {
   CURLcode result_ = CURLE_OK;
 };
 
-// A file alone, without a folder beside it, because the handle of all transfers keeps what it read
-// from a file, and reading the system's takes longer than the rest of a request.
-void setAuthorities(Options& options) {
-  if (const std::optional<std::string> file = environmentVariable("SSL_CERT_FILE")) {
-    options.set(CURLOPT_CAINFO, file->c_str());
-  } else if (curl_version_info(CURLVERSION_NOW)->cainfo == nullptr) {
-    return;
-  }
-  options.set(CURLOPT_CAPATH, static_cast<const char*>(nullptr));
-}
-
 // What is offered must be what can be undone.
 const char* acceptedEncodings() {
   const bool brotli = (curl_version_info(CURLVERSION_NOW)->features & CURL_VERSION_BROTLI) != 0;
@@ -87,7 +78,7 @@ void setSecurity(Options& options) {
   options.set(CURLOPT_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
   options.set(CURLOPT_SSL_VERIFYPEER, 1L);
   options.set(CURLOPT_SSL_VERIFYHOST, 2L);
-  setAuthorities(options);
+  options.set(CURLOPT_SSL_SESSIONID_CACHE, 0L);
 }
 
 // A connection for this transfer and no other.
@@ -126,17 +117,21 @@ bool turnsIntoGet(long status, const std::string& method) {
 
 }  // namespace
 
-HttpTransfer::HttpTransfer(HttpRequest request, Completion completion, const HttpTimeouts& timeouts)
+HttpTransfer::HttpTransfer(HttpRequest request, Completion completion, const HttpTimeouts& timeouts,
+                           TrustStore& trustStore)
     : request_(std::move(request)),
       completion_(std::move(completion)),
       timeouts_(timeouts),
+      trustStore_(trustStore),
       end_(Clock::now() + timeouts.resource) {}
 
 std::optional<int> HttpTransfer::prepare(const std::string& userAgent) {
   if (const std::optional<int> code = refusal(request_.url)) return code;
   if (!isToken(request_.method)) return url_error::kUnknown;
   if (!easy_) easy_.reset(curl_easy_init());
-  if (!easy_ || !makeHeaders() || !setOptions(userAgent)) return url_error::kUnknown;
+  if (!easy_ || !makeHeaders() || !setOptions(userAgent) || !setAuthorities()) {
+    return url_error::kUnknown;
+  }
   beginHop();
   return std::nullopt;
 }
@@ -198,6 +193,30 @@ bool HttpTransfer::setOptions(const std::string& userAgent) {
   options.set(CURLOPT_PREREQFUNCTION, &HttpTransfer::connectionStands);
   options.set(CURLOPT_PREREQDATA, this);
   return options.allSet();
+}
+
+// The file that the environment names, else that of the system. libcurl is told of neither: it
+// would read it for this connection alone. Where it knows of no file, it goes by what it was built
+// with.
+bool HttpTransfer::setAuthorities() {
+  const std::optional<std::string> named = environmentVariable("SSL_CERT_FILE");
+  const char* const known = curl_version_info(CURLVERSION_NOW)->cainfo;
+  if (!named && known == nullptr) return true;
+  authoritiesFile_ = named ? *named : known;
+  Options options(easy_.get());
+  options.set(CURLOPT_CAINFO, static_cast<const char*>(nullptr));
+  options.set(CURLOPT_CAPATH, static_cast<const char*>(nullptr));
+  options.set(CURLOPT_SSL_CTX_FUNCTION, &HttpTransfer::contextCame);
+  options.set(CURLOPT_SSL_CTX_DATA, this);
+  return options.allSet();
+}
+
+CURLcode HttpTransfer::contextCame(CURL*, void* context, void* self) {
+  const auto& transfer = *static_cast<HttpTransfer*>(self);
+  const TrustStore::Authorities authorities = transfer.trustStore_.of(transfer.authoritiesFile_);
+  if (!authorities) return CURLE_SSL_CACERT_BADFILE;
+  SSL_CTX_set1_cert_store(static_cast<SSL_CTX*>(context), authorities.get());
+  return CURLE_OK;
 }
 
 HttpTransfer::Clock::time_point HttpTransfer::deadline() const {

@@ -11,11 +11,12 @@
 
 #include "platform/http.h"
 #include "platform/posix/http_curl.h"
+#include "platform/posix/trust_store.h"
 
 namespace zln {
 
 // One request on its way to its reply, over all redirects. Each hop is a transfer of its own:
-// `prepare`, the transfer by way of `handle`, `finish`. Belongs to the network thread.
+// `prepare`, the transfer by way of `handle`, `finish`. Belongs to the thread that carries it.
 class HttpTransfer {
  public:
   using Clock = std::chrono::steady_clock;
@@ -27,7 +28,9 @@ class HttpTransfer {
   static constexpr std::size_t kMaxHeaderLines = 1000;
   static constexpr int kMaxRedirects = 20;
 
-  HttpTransfer(HttpRequest request, Completion completion, const HttpTimeouts& timeouts);
+  // `trustStore` outlives the transfer.
+  HttpTransfer(HttpRequest request, Completion completion, const HttpTimeouts& timeouts,
+               TrustStore& trustStore);
   HttpTransfer(const HttpTransfer&) = delete;
   HttpTransfer& operator=(const HttpTransfer&) = delete;
 
@@ -53,9 +56,11 @@ class HttpTransfer {
   static std::size_t bodyCame(char* bytes, std::size_t size, std::size_t count, void* self);
   static std::size_t headerLineCame(char* bytes, std::size_t size, std::size_t count, void* self);
   static int bytesMoved(void* self, curl_off_t, curl_off_t received, curl_off_t, curl_off_t sent);
+  static CURLcode contextCame(CURL*, void* context, void* self);
   static int connectionStands(void* self, char*, char*, int, int);
 
   void beginHop();
+  bool setAuthorities();
   bool makeHeaders();
   bool addHeader(const std::string& line);
   bool callerSets(const char* name) const;
@@ -72,8 +77,10 @@ class HttpTransfer {
   HttpRequest request_;
   Completion completion_;
   const HttpTimeouts timeouts_;
+  TrustStore& trustStore_;
   const Clock::time_point end_;
   int redirects_ = 0;
+  std::string authoritiesFile_;
 
   // Of the hop under way. The clock of idleness stands still until there is a connection.
   std::optional<Clock::time_point> lastMove_;

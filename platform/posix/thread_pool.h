@@ -9,8 +9,9 @@ namespace zln {
 
 // Runs tasks on threads that come and go with the work. Tasks are taken in the order of their
 // coming, each by a thread that is free; a thread is made only when none is, up to a limit beyond
-// which tasks wait. Any thread may call it. Tasks that wait or run when the pool is destroyed still
-// come to their end.
+// which tasks wait. The first task that a task brings is taken by the same thread, right after it:
+// a chain of tasks stays on one thread. Any thread may call it. Tasks that wait or run when the
+// pool is destroyed still come to their end.
 class ThreadPool {
  public:
   // Starts a thread that runs the body; false when there is none to be had.
@@ -30,6 +31,10 @@ class ThreadPool {
   // gives no thread the task keeps its turn: a thread that gets free takes it, and every later
   // run, and every task that a thread takes, asks for a thread again.
   void run(std::function<void()> task);
+  // Runs the task when a thread has been without work for the idle time, before that thread ends.
+  void runWhenQuiet(std::function<void()> task);
+  // True on a thread of any pool.
+  static bool isOnPool();
 
  private:
   class State;

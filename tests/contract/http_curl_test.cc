@@ -733,19 +733,28 @@ TEST_F(HttpClientCurlTest, AuthoritiesThatCannotBeReadMakeNoSecureConnection) {
   EXPECT_EQ(-1200, codeOf(postTo("/")));
 }
 
-TEST_F(HttpClientCurlTest, KeepsTheAuthoritiesThatItHasReadWhileItsThreadComesAndGoes) {
+TEST_F(HttpClientCurlTest, KeepsTheAuthoritiesThatItHasReadWhenTheirFileGoes) {
   const std::string file = server.caFile() + ".copy";
   std::filesystem::copy_file(server.caFile(), file);
   authorities.set(file);
-  CountedThreads threads;
-  HttpClientCurl other(pool, userAgent, {}, threads.starter());
-  EXPECT_EQ(200, statusOf(await(start(other, post(server.url("/"))))));
+  EXPECT_EQ(200, statusOf(postTo("/")));
 
   std::filesystem::remove(file);
 
-  EXPECT_EQ(200, statusOf(await(start(other, post(server.url("/"))))));
-  EXPECT_TRUE(threads.waitUntilNoneRuns());
-  EXPECT_EQ(200, statusOf(await(start(other, post(server.url("/"))))));
+  EXPECT_EQ(200, statusOf(postTo("/")));
+}
+
+TEST_F(HttpClientCurlTest, ReadsAFileOfAuthoritiesAgainThatHasChanged) {
+  const HttpsServer other;
+  const std::string file = server.caFile() + ".copy";
+  std::filesystem::copy_file(other.caFile(), file);
+  authorities.set(file);
+  EXPECT_EQ(-1202, codeOf(postTo("/")));
+
+  std::filesystem::remove(file);
+  std::filesystem::copy_file(server.caFile(), file);
+
+  EXPECT_EQ(200, statusOf(postTo("/")));
 }
 
 // Time-outs.
@@ -868,10 +877,9 @@ TEST_F(HttpClientCurlTest, ManyRequestsCompleteOnceEachAndLeaveNothingBehind) {
   const std::size_t descriptorsBefore = openDescriptors();
   std::vector<std::atomic<int>> completions(200);
   CountedThreads poolThreads;
-  CountedThreads networkThreads;
   {
     ThreadPool otherPool(poolThreads.starter(), 10ms);
-    HttpClientCurl other(otherPool, userAgent, {}, networkThreads.starter());
+    HttpClientCurl other(otherPool, userAgent);
 
     std::latch allComplete(200);
     for (std::atomic<int>& count : completions) {
@@ -883,36 +891,10 @@ TEST_F(HttpClientCurlTest, ManyRequestsCompleteOnceEachAndLeaveNothingBehind) {
     allComplete.wait();
   }
 
-  EXPECT_TRUE(networkThreads.waitUntilNoneRuns());
   EXPECT_TRUE(poolThreads.waitUntilNoneRuns());
-  EXPECT_EQ(1u, networkThreads.started());
   EXPECT_TRUE(server.waitUntilDeserted());
   EXPECT_EQ(descriptorsBefore, openDescriptors());
   for (const std::atomic<int>& count : completions) EXPECT_EQ(1, count);
-}
-
-TEST_F(HttpClientCurlTest, ItsThreadEndsWithoutWorkAndComesBackWithIt) {
-  CountedThreads threads;
-  HttpClientCurl other(pool, userAgent, {}, threads.starter());
-  EXPECT_EQ(0u, threads.started());
-
-  EXPECT_EQ(200, statusOf(await(start(other, post(server.url("/"))))));
-  EXPECT_TRUE(threads.waitUntilNoneRuns());
-  EXPECT_EQ(200, statusOf(await(start(other, post(server.url("/"))))));
-
-  EXPECT_EQ(2u, threads.started());
-}
-
-TEST_F(HttpClientCurlTest, WithoutAThreadRequestsFailUntilThereIsOne) {
-  CountedThreads threads;
-  std::atomic<bool> starts = false;
-  HttpClientCurl other(pool, userAgent, {}, [&](std::function<void()> body) {
-    return starts && threads.starter()(std::move(body));
-  });
-
-  EXPECT_EQ(-1, codeOf(await(start(other, post(server.url("/"))))));
-  starts = true;
-  EXPECT_EQ(200, statusOf(await(start(other, post(server.url("/"))))));
 }
 
 TEST_F(HttpClientCurlTest, ADestroyedClientCancelsWithoutCompletion) {

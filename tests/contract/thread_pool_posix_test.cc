@@ -71,16 +71,94 @@ TEST_F(ThreadPoolTest, EachTaskThatWaitsHasAThreadComing) {
   EXPECT_THAT(bodies, SizeIs(2));
 }
 
-TEST_F(ThreadPoolTest, ATaskThatComesWhileAnotherRunsGetsAThreadOfItsOwn) {
+TEST_F(ThreadPoolTest, TheFirstTaskThatATaskBringsRunsOnItsThreadRightAfterIt) {
+  pool.run([&] {
+    note(1);
+    EXPECT_THAT(ran, IsEmpty());
+  });
+  note(2);
+
+  bodies.at(0)();
+
+  EXPECT_THAT(bodies, SizeIs(2));
+  EXPECT_THAT(ran, ElementsAre(1, 2));
+}
+
+TEST_F(ThreadPoolTest, AChainOfTasksStaysOnOneThread) {
+  pool.run([&] { pool.run([&] { pool.run([&] { note(1); }); }); });
+
+  bodies.at(0)();
+
+  EXPECT_THAT(bodies, SizeIs(1));
+  EXPECT_THAT(ran, ElementsAre(1));
+}
+
+TEST_F(ThreadPoolTest, TheSecondTaskThatATaskBringsGetsAThreadOfItsOwn) {
   std::size_t bodiesInside = 0;
   pool.run([&] {
     note(1);
+    note(2);
     bodiesInside = bodies.size();
   });
 
   bodies.at(0)();
 
   EXPECT_EQ(2u, bodiesInside);
+}
+
+TEST_F(ThreadPoolTest, ATaskThatComesFromElsewhereWhileAnotherRunsGetsAThreadOfItsOwn) {
+  std::size_t bodiesInside = 0;
+  pool.run([&] { std::thread([&] { note(1); }).join(); });
+  pool.run([&] { bodiesInside = bodies.size(); });
+
+  bodies.at(0)();
+
+  EXPECT_EQ(3u, bodiesInside);
+}
+
+TEST_F(ThreadPoolTest, AQuietTaskGetsAThreadWhenThereIsNone) {
+  pool.runWhenQuiet([this] { ran.push_back(1); });
+
+  ASSERT_THAT(bodies, SizeIs(1));
+  bodies.at(0)();
+  EXPECT_THAT(ran, ElementsAre(1));
+}
+
+TEST_F(ThreadPoolTest, AQuietTaskComesAfterAllOthers) {
+  note(1);
+  pool.runWhenQuiet([this] { ran.push_back(9); });
+  note(2);
+
+  bodies.at(0)();
+
+  EXPECT_THAT(ran, ElementsAre(1, 2, 9));
+}
+
+TEST_F(ThreadPoolTest, AThreadThatIsComingIsEnoughForAQuietTask) {
+  note(1);
+
+  pool.runWhenQuiet([] {});
+
+  EXPECT_THAT(bodies, SizeIs(1));
+}
+
+TEST_F(ThreadPoolTest, ATaskNeedsNoThreadForAQuietTaskOfItsOwn) {
+  pool.run([this] { pool.runWhenQuiet([this] { ran.push_back(1); }); });
+
+  bodies.at(0)();
+
+  EXPECT_THAT(bodies, SizeIs(1));
+  EXPECT_THAT(ran, ElementsAre(1));
+}
+
+TEST_F(ThreadPoolTest, AThreadKnowsThatItIsOneOfAPool) {
+  std::vector<bool> seen{ThreadPool::isOnPool()};
+  pool.run([&] { seen.push_back(ThreadPool::isOnPool()); });
+
+  bodies.at(0)();
+
+  seen.push_back(ThreadPool::isOnPool());
+  EXPECT_THAT(seen, ElementsAre(false, true, false));
 }
 
 TEST_F(ThreadPoolTest, AThreadThatHasYetToBeginIsEnough) {
