@@ -25,9 +25,10 @@ void QueuedReports::list(const OperationQueue& queue,
   forgetReplaced();
   follow(queue);
   const bool tellsOfEach = isLogged(LogLevel::verbose);
+  const bool leavesSome = !left.empty();
   for (Entry& entry : entries_) {
     if (!entry.isSteady) lookInto(entry, left);
-    if (!entry.element || isOneOf(left, entry.report.get())) continue;
+    if (!entry.element || (leavesSome && isOneOf(left, entry.report.get()))) continue;
     if (tellsOfEach) {
       logVerbose("saving report %@ to %@", entry.report, entry.report->urlString());
     }

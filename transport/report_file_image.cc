@@ -1,6 +1,7 @@
 #include "transport/report_file_image.h"
 
 #include <algorithm>
+#include <cstddef>
 
 #include "platform/property_list.h"
 
@@ -19,25 +20,50 @@ ReportFileImage::ReportFileImage() : text_(property_list::kDocumentHead), bodyEn
 
 void ReportFileImage::begin() {
   listed_ = 0;
-  count_ = 0;
-  cutText(bodyEnd_);
+  unlisted_ = 0;
+  listedEnd_ = property_list::kDocumentHead.size() + kArrayBegin.size();
+  text_.resize(bodyEnd_);
+  unchanged_ = std::min(unchanged_, bodyEnd_);
 }
 
 void ReportFileImage::addNew(const std::shared_ptr<const ReportElement>& element) {
-  if (!element->text) return;
-  cutOldPieces();
+  if (!element->text) {
+    ++unlisted_;
+  } else if (!closeGapBefore(element)) {
+    cutOldPieces();
+    append(element);
+  }
+}
+
+bool ReportFileImage::closeGapBefore(const std::shared_ptr<const ReportElement>& element) {
+  const auto gap = pieces_.begin() + static_cast<std::ptrdiff_t>(listed_);
+  std::size_t size = 0;
+  auto found = gap;
+  while (found != pieces_.end() && found->element != element) size += found++->size;
+  if (found == pieces_.end()) return false;
+  text_.erase(listedEnd_, size);
+  bodyEnd_ -= size;
+  unchanged_ = std::min(unchanged_, listedEnd_);
+  pieces_.erase(gap, found);
+  listedEnd_ += pieces_[listed_++].size;
+  return true;
+}
+
+void ReportFileImage::append(const std::shared_ptr<const ReportElement>& element) {
   if (pieces_.empty()) text_ += kArrayBegin;
   text_ += *element->text;
   bodyEnd_ = text_.size();
-  pieces_.push_back({element, bodyEnd_});
+  pieces_.push_back({element, element->text->size()});
   ++listed_;
+  listedEnd_ = bodyEnd_;
 }
 
 bool ReportFileImage::finish() {
   cutOldPieces();
+  saveMemory();
   text_ += pieces_.empty() ? kEmptyArray : kArrayEnd;
   text_ += property_list::kDocumentTail;
-  return pieces_.size() == count_;
+  return unlisted_ == 0;
 }
 
 void ReportFileImage::written() { unchanged_ = bodyEnd_; }
@@ -45,14 +71,13 @@ void ReportFileImage::written() { unchanged_ = bodyEnd_; }
 void ReportFileImage::cutOldPieces() {
   if (listed_ == pieces_.size()) return;
   pieces_.resize(listed_);
-  bodyEnd_ = pieces_.empty() ? property_list::kDocumentHead.size() : pieces_.back().end;
-  cutText(bodyEnd_);
+  bodyEnd_ = pieces_.empty() ? property_list::kDocumentHead.size() : listedEnd_;
+  text_.resize(bodyEnd_);
+  unchanged_ = std::min(unchanged_, bodyEnd_);
 }
 
-void ReportFileImage::cutText(std::size_t size) {
-  text_.resize(size);
-  unchanged_ = std::min(unchanged_, size);
-  // A long list that is gone shall not keep its memory.
+// A long list that is gone does not keep its memory.
+void ReportFileImage::saveMemory() {
   if (text_.capacity() > kSpareMemory && text_.size() < text_.capacity() / 4) {
     text_.shrink_to_fit();
   }

@@ -11,7 +11,7 @@
 namespace zln {
 
 // The text of the report file, put together from its elements. It stays from one list of elements
-// to the next: as far as a list begins with the elements of the one before, nothing is done again.
+// to the next: what both lists have in common is not put together again.
 class ReportFileImage {
  public:
   ReportFileImage();
@@ -20,9 +20,8 @@ class ReportFileImage {
   void begin();
   // Lists the next element.
   void add(const std::shared_ptr<const ReportElement>& element) {
-    ++count_;
-    if (listed_ < pieces_.size() && pieces_[listed_].element == element) {
-      ++listed_;
+    if (listed_ != pieces_.size() && pieces_[listed_].element == element) {
+      listedEnd_ += pieces_[listed_++].size;
     } else {
       addNew(element);
     }
@@ -31,7 +30,7 @@ class ReportFileImage {
   bool finish();
 
   // How many elements the list has.
-  std::size_t count() const { return count_; }
+  std::size_t count() const { return listed_ + unlisted_; }
   // The whole file.
   std::string_view text() const { return text_; }
   // How many bytes of the text, from its beginning, are those of the text that was written last.
@@ -42,22 +41,28 @@ class ReportFileImage {
  private:
   struct Piece {
     std::shared_ptr<const ReportElement> element;
-    // Where it ends in the text.
-    std::size_t end;
+    // Of its text.
+    std::size_t size;
   };
 
   void addNew(const std::shared_ptr<const ReportElement>& element);
-  // Takes away what stands behind the first pieces of the old list that are also those of the new.
+  // Takes away the old pieces before this element; false when it is none of the old ones.
+  bool closeGapBefore(const std::shared_ptr<const ReportElement>& element);
+  void append(const std::shared_ptr<const ReportElement>& element);
+  // Takes away what is left of the old list.
   void cutOldPieces();
-  void cutText(std::size_t size);
+  void saveMemory();
 
   std::string text_;
   std::vector<Piece> pieces_;
   // The end of the last piece, or of the document's head.
   std::size_t bodyEnd_ = 0;
-  // How many pieces the list that is being made has so far; behind them stand those of the old one.
+  // How many pieces the list that is being made has so far, and where the last of them ends; behind
+  // them stand those of the old one.
   std::size_t listed_ = 0;
-  std::size_t count_ = 0;
+  std::size_t listedEnd_ = 0;
+  // How many elements of that list have no text.
+  std::size_t unlisted_ = 0;
   std::size_t unchanged_ = 0;
 };
 

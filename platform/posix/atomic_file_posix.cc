@@ -17,7 +17,8 @@ namespace zln {
 namespace {
 
 constexpr int kSpareFlags = O_RDWR | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
-constexpr mode_t kPrivate = S_IRUSR | S_IWUSR;
+constexpr mode_t kPrivate = 0600;
+constexpr mode_t kModeBits = 07777;
 
 std::string folderOf(const std::string& path) { return path.substr(0, path.rfind('/') + 1); }
 
@@ -27,18 +28,19 @@ bool isFolder(const std::string& path) {
 }
 
 // While it stands nobody else has the file open, and who tries to open it waits the few
-// microseconds. The signal that then comes to this process is one that is ignored unless a game
-// asks for it.
+// microseconds. This process is told of that by a signal, which is made one that is ignored unless
+// a game asks for it. Giving the file back resets that, hence each time anew.
 class ExclusiveUse {
  public:
-  explicit ExclusiveUse(int file) : file_(file), granted_(fcntl(file, F_SETLEASE, F_WRLCK) == 0) {}
+  explicit ExclusiveUse(int file)
+      : file_(file),
+        granted_(fcntl(file, F_SETSIG, SIGURG) == 0 && fcntl(file, F_SETLEASE, F_WRLCK) == 0) {}
   ~ExclusiveUse() {
     if (granted_) fcntl(file_, F_SETLEASE, F_UNLCK);
   }
   ExclusiveUse(const ExclusiveUse&) = delete;
   ExclusiveUse& operator=(const ExclusiveUse&) = delete;
 
-  static bool prepare(int file) { return fcntl(file, F_SETSIG, SIGURG) == 0; }
   bool isGranted() const { return granted_; }
 
  private:
@@ -49,7 +51,7 @@ class ExclusiveUse {
 // Ours alone: whatever else lies there must not be written to.
 bool isOurs(const struct stat& facts, uid_t user) {
   return S_ISREG(facts.st_mode) && facts.st_nlink == 1 && facts.st_uid == user &&
-         (facts.st_mode & ~S_IFMT) == kPrivate;
+         (facts.st_mode & kModeBits) == kPrivate;
 }
 
 bool writeFrom(int file, std::string_view content, std::size_t at) {
@@ -74,8 +76,11 @@ AtomicFilePosix::AtomicFilePosix(Files& files, std::string path, std::string spa
       sparePath_(std::move(sparePath)),
       flush_(std::move(flush)),
       user_(geteuid()),
-      old_(openPlainFile(path_)),
-      oldSpare_(openPlainFile(sparePath_)) {}
+      isWhole_(path_.find('\0') == std::string::npos && sparePath_.find('\0') == std::string::npos),
+      old_(isWhole_ ? openPlainFile(path_) : FileDescriptor(-1)),
+      oldSpare_(isWhole_ ? openPlainFile(sparePath_) : FileDescriptor(-1)) {}
+
+AtomicFilePosix::~AtomicFilePosix() { disownSpare(); }
 
 void AtomicFilePosix::offerOldContent(
     std::size_t limit, const std::function<bool(const std::string& content)>& accept) {
@@ -102,6 +107,7 @@ bool AtomicFilePosix::replace(std::string_view content, std::size_t unchanged, E
 }
 
 bool AtomicFilePosix::exchange(std::string_view content, std::size_t unchanged) {
+  if (!isWhole_) return false;
   const bool isUpToDate =
       updateSpare(content, unchanged) || (makeSpare() && writeSpare(content, 0));
   return isUpToDate && putSpareInPlace();
@@ -125,7 +131,7 @@ bool AtomicFilePosix::adoptSpare() { return ownSpare() && openSpare(0); }
 bool AtomicFilePosix::makeSpare() {
   spare_ = {};
   // The folder may be another one by now.
-  folder_.close();
+  disownSpare();
   if (!ownSpare()) return false;
   unlink(sparePath_.c_str());
   return openSpare(O_CREAT | O_EXCL);
@@ -140,13 +146,18 @@ bool AtomicFilePosix::ownSpare() {
   return static_cast<bool>(folder_);
 }
 
+// A child of the game may have the folder open as well, so closing it alone would not do.
+void AtomicFilePosix::disownSpare() {
+  if (folder_) flock(folder_.get(), LOCK_UN);
+  folder_.close();
+}
+
 bool AtomicFilePosix::openSpare(int moreFlags) {
   spare_ = {};
   auto file =
       std::make_shared<FileDescriptor>(open(sparePath_.c_str(), kSpareFlags | moreFlags, kPrivate));
   struct stat facts {};
   if (!*file || fstat(file->get(), &facts) != 0 || !isOurs(facts, user_)) return false;
-  if (!ExclusiveUse::prepare(file->get())) return false;
   spare_ = {std::move(file), facts.st_dev, facts.st_ino, static_cast<std::size_t>(facts.st_size),
             0};
   return true;

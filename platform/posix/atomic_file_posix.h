@@ -28,6 +28,8 @@ class AtomicFilePosix : public AtomicFile {
   AtomicFilePosix(Files& files, std::string path, std::string sparePath,
                   std::shared_ptr<DelayedFlush> flush);
 
+  ~AtomicFilePosix() override;
+
   bool replace(std::string_view content, std::size_t unchanged, Error* error) override;
   void offerOldContent(std::size_t limit,
                        const std::function<bool(const std::string& content)>& accept) override;
@@ -49,6 +51,7 @@ class AtomicFilePosix : public AtomicFile {
   bool adoptSpare();
   bool makeSpare();
   bool ownSpare();
+  void disownSpare();
   bool openSpare(int moreFlags);
   bool writeSpare(std::string_view content, std::size_t from);
   bool putSpareInPlace();
@@ -58,6 +61,8 @@ class AtomicFilePosix : public AtomicFile {
   const std::string sparePath_;
   const std::shared_ptr<DelayedFlush> flush_;
   const uid_t user_;
+  // False for a path that the system's calls would take for a shorter one.
+  const bool isWhole_;
   // What lay at the two paths at first, for offerOldContent().
   FileDescriptor old_;
   FileDescriptor oldSpare_;

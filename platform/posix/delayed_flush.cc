@@ -5,17 +5,36 @@
 #include <utility>
 
 namespace zln {
+namespace {
 
-DelayedFlush::DelayedFlush(RunLater runLater) : runLater_(std::move(runLater)) {}
+constexpr std::chrono::seconds kLongestDelay{1};
+
+}  // namespace
+
+DelayedFlush::DelayedFlush(RunLater runLater, MayWait mayWait)
+    : runLater_(std::move(runLater)), mayWait_(std::move(mayWait)) {}
 
 void DelayedFlush::wrote(const std::shared_ptr<FileDescriptor>& file) {
+  const auto now = std::chrono::steady_clock::now();
+  bool isScheduled;
+  bool isLate;
   {
     std::lock_guard lock(mutex_);
-    const bool isDue = newest_ != nullptr;
+    if (!newest_) since_ = now;
     newest_ = file;
-    if (isDue) return;
+    isScheduled = std::exchange(isScheduled_, true);
+    isLate = now - since_ >= kLongestDelay;
   }
-  runLater_([self = shared_from_this()] { self->flush(); });
+  if (!isScheduled) runLater_([self = shared_from_this()] { self->flushScheduled(); });
+  if (isLate && mayWait_()) flush();
+}
+
+void DelayedFlush::flushScheduled() {
+  {
+    std::lock_guard lock(mutex_);
+    isScheduled_ = false;
+  }
+  flush();
 }
 
 void DelayedFlush::flush() {
@@ -25,7 +44,7 @@ void DelayedFlush::flush() {
     file.swap(newest_);
   }
   // A failure has nobody to be told; the file is as safe as before.
-  fsync(file->get());
+  if (file) fsync(file->get());
 }
 
 }  // namespace zln

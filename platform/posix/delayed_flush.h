@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -8,25 +9,32 @@
 
 namespace zln {
 
-// Has what was written reach the disk soon, without anybody waiting for it: about a second after
-// the first of some writes the file that was written last is flushed, once.
+// Has what was written reach the disk soon, without a game's thread waiting for it: about a second
+// after a burst of writes the file that was written last is flushed, once. Should the writing not
+// end, a thread that may wait does that itself about once a second.
 class DelayedFlush : public std::enable_shared_from_this<DelayedFlush> {
  public:
-  // Runs a task about a second later.
+  // Runs a task when there has been nothing else to do for about a second.
   using RunLater = std::function<void(std::function<void()> task)>;
+  // Says whether the calling thread may wait for the disk.
+  using MayWait = std::function<bool()>;
 
-  explicit DelayedFlush(RunLater runLater);
+  DelayedFlush(RunLater runLater, MayWait mayWait);
 
-  // Returns at once. Any thread may call it.
+  // Any thread may call it.
   void wrote(const std::shared_ptr<FileDescriptor>& file);
 
  private:
+  void flushScheduled();
   void flush();
 
   const RunLater runLater_;
+  const MayWait mayWait_;
   std::mutex mutex_;
-  // Null when no flush is due.
+  bool isScheduled_ = false;
+  // Null when all is flushed; else there since the moment beside it.
   std::shared_ptr<FileDescriptor> newest_;
+  std::chrono::steady_clock::time_point since_;
 };
 
 }  // namespace zln

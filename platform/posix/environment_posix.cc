@@ -2,6 +2,10 @@
 
 #include <unistd.h>
 
+#include <functional>
+#include <memory>
+#include <utility>
+
 #include "platform/path.h"
 #include "platform/posix/process_environment.h"
 
@@ -10,7 +14,6 @@ namespace zln {
 namespace {
 
 constexpr char kUnknownVersion[] = "0";
-constexpr unsigned kSecondsBeforeFlush = 1;
 
 }  // namespace
 
@@ -26,12 +29,9 @@ PortParts::PortParts()
           [this] {
             return appendPathComponent(dataFolder(&environmentVariable), application.folderName());
           },
-          [this](std::function<void()> flush) {
-            pool.run([this, flush = std::move(flush)] {
-              clock.sleep(kSecondsBeforeFlush);
-              flush();
-            });
-          }),
+          std::make_shared<DelayedFlush>(
+              [this](std::function<void()> flush) { pool.runWhenQuiet(std::move(flush)); },
+              &ThreadPool::isOnPool)),
       userDefaults(files,
                    [this] {
                      return appendPathComponent(configFolder(&environmentVariable),

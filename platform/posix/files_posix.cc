@@ -177,9 +177,8 @@ bool succeeded(int failure, const std::string& path, Error* error,
 }  // namespace
 
 FilesPosix::FilesPosix(std::function<std::string()> applicationSupportPath,
-                       DelayedFlush::RunLater runFlushLater)
-    : applicationSupportPath_(std::move(applicationSupportPath)),
-      flush_(runFlushLater ? std::make_shared<DelayedFlush>(std::move(runFlushLater)) : nullptr) {}
+                       std::shared_ptr<DelayedFlush> flush)
+    : applicationSupportPath_(std::move(applicationSupportPath)), flush_(std::move(flush)) {}
 
 std::string FilesPosix::applicationSupportPath() { return applicationSupportPath_(); }
 

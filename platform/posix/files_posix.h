@@ -16,10 +16,10 @@ namespace zln {
 // 0700, files 0600.
 class FilesPosix : public Files {
  public:
-  // The provider is asked at every call: the host may name the application late. Without
-  // `runFlushLater` the system writes what was written to the disk in its own time.
+  // The provider is asked at every call: the host may name the application late. Without `flush`
+  // the system takes what was written to the disk in its own time.
   explicit FilesPosix(std::function<std::string()> applicationSupportPath,
-                      DelayedFlush::RunLater runFlushLater = nullptr);
+                      std::shared_ptr<DelayedFlush> flush = nullptr);
 
   std::string applicationSupportPath() override;
   bool exists(const std::string& path) override;

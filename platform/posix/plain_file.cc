@@ -18,8 +18,13 @@ constexpr std::size_t kPieceSize = 4096;
 
 FileDescriptor openPlainFile(const std::string& path) {
   // Opening without blocking keeps a pipe that nobody writes to from holding the caller.
-  FileDescriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+  constexpr int kFlags = O_RDONLY | O_CLOEXEC | O_NOCTTY;
+  FileDescriptor file(open(path.c_str(), kFlags | O_NONBLOCK));
   struct stat facts {};
+  if (!file && errno == EWOULDBLOCK && stat(path.c_str(), &facts) == 0 && S_ISREG(facts.st_mode)) {
+    // Somebody has the file for himself for a moment.
+    file = FileDescriptor(open(path.c_str(), kFlags));
+  }
   if (file && (fstat(file.get(), &facts) != 0 || !S_ISREG(facts.st_mode))) file.close();
   return file;
 }

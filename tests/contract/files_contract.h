@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <cstddef>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -36,6 +37,20 @@ class FilesContract : public testing::Test {
     files().enumerate(folder,
                       [&](const std::string& relativePath) { paths.push_back(relativePath); });
     return paths;
+  }
+
+  std::unique_ptr<AtomicFile> atomicFile(const std::string& relativePath) {
+    return files().atomicFile(path(relativePath), path(".spare"));
+  }
+
+  // What the file offers when the first offer is accepted.
+  static std::vector<std::string> offered(AtomicFile& file, std::size_t limit = kLimit) {
+    std::vector<std::string> contents;
+    file.offerOldContent(limit, [&](const std::string& content) {
+      contents.push_back(content);
+      return true;
+    });
+    return contents;
   }
 
  private:
@@ -255,6 +270,256 @@ TYPED_TEST_P(FilesContract, AMissingItemCannotBeExcludedFromBackup) {
   EXPECT_EQ("The file “missing” doesn’t exist.", error.localizedDescription);
 }
 
+// Atomic files.
+
+TYPED_TEST_P(FilesContract, AnAtomicFileIsNotThereBeforeItIsReplaced) {
+  const auto file = this->atomicFile("file");
+
+  EXPECT_THAT(this->visited(this->path("")), testing::IsEmpty());
+}
+
+TYPED_TEST_P(FilesContract, TheFirstReplacementMakesTheFile) {
+  const auto file = this->atomicFile("file");
+
+  EXPECT_TRUE(file->replace("content", 0, nullptr));
+
+  EXPECT_EQ("content", this->files().read(this->path("file"), this->kLimit));
+}
+
+TYPED_TEST_P(FilesContract, AReplacementPutsItsContentInPlaceOfAFileThatIsThere) {
+  this->makeFile("file", "a long old content");
+  const auto file = this->atomicFile("file");
+
+  EXPECT_TRUE(file->replace("new", 0, nullptr));
+
+  EXPECT_EQ("new", this->files().read(this->path("file"), this->kLimit));
+}
+
+TYPED_TEST_P(FilesContract, EveryReplacedContentReadsWhole) {
+  const auto file = this->atomicFile("file");
+
+  for (const std::string content : {"first", "2nd", "the third one", "4", "fifth"}) {
+    EXPECT_TRUE(file->replace(content, 0, nullptr));
+    EXPECT_EQ(content, this->files().read(this->path("file"), this->kLimit));
+  }
+}
+
+TYPED_TEST_P(FilesContract, AReplacedContentMayHaveAnyBytes) {
+  const std::string bytes("\0\xff\r\n\x80z", 6);
+  const auto file = this->atomicFile("file");
+
+  EXPECT_TRUE(file->replace(bytes, 0, nullptr));
+
+  EXPECT_EQ(bytes, this->files().read(this->path("file"), this->kLimit));
+}
+
+TYPED_TEST_P(FilesContract, UnchangedBytesAreKept) {
+  const auto file = this->atomicFile("file");
+  file->replace("abcdef", 0, nullptr);
+
+  for (const std::string content : {"abcXYZ", "abcdEF", "abc123", "abc456"}) {
+    EXPECT_TRUE(file->replace(content, 3, nullptr));
+    EXPECT_EQ(content, this->files().read(this->path("file"), this->kLimit));
+  }
+}
+
+TYPED_TEST_P(FilesContract, AContentGrowsBehindItsUnchangedBytes) {
+  const auto file = this->atomicFile("file");
+  file->replace("", 0, nullptr);
+  std::string content;
+
+  for (const char letter : {'a', 'b', 'c', 'd', 'e'}) {
+    const std::size_t unchanged = content.size();
+    content += std::string(3, letter);
+    EXPECT_TRUE(file->replace(content, unchanged, nullptr));
+    EXPECT_EQ(content, this->files().read(this->path("file"), this->kLimit));
+  }
+}
+
+TYPED_TEST_P(FilesContract, AContentShrinksToItsUnchangedBytes) {
+  const auto file = this->atomicFile("file");
+  std::string content = "abcdefgh";
+  file->replace(content, 0, nullptr);
+
+  while (!content.empty()) {
+    content.resize(content.size() - 2);
+    EXPECT_TRUE(file->replace(content, content.size(), nullptr));
+    EXPECT_EQ(content, this->files().read(this->path("file"), this->kLimit));
+  }
+}
+
+TYPED_TEST_P(FilesContract, AContentThatIsUnchangedIsReplacedByItself) {
+  const auto file = this->atomicFile("file");
+  file->replace("content", 0, nullptr);
+
+  for (int round = 0; round < 3; ++round) {
+    EXPECT_TRUE(file->replace("content", 7, nullptr));
+    EXPECT_EQ("content", this->files().read(this->path("file"), this->kLimit));
+  }
+}
+
+TYPED_TEST_P(FilesContract, AContentThatShrankGrowsAgain) {
+  const auto file = this->atomicFile("file");
+  file->replace("abcdefgh", 0, nullptr);
+  file->replace("abcdefgh", 8, nullptr);
+  file->replace("ab", 2, nullptr);
+
+  EXPECT_TRUE(file->replace("abXYZ", 2, nullptr));
+
+  EXPECT_EQ("abXYZ", this->files().read(this->path("file"), this->kLimit));
+}
+
+TYPED_TEST_P(FilesContract, AnEmptyContentMakesAnEmptyFile) {
+  const auto file = this->atomicFile("file");
+  file->replace("abc", 0, nullptr);
+  file->replace("abc", 3, nullptr);
+
+  EXPECT_TRUE(file->replace("", 0, nullptr));
+
+  EXPECT_EQ("", this->files().read(this->path("file"), this->kLimit));
+}
+
+TYPED_TEST_P(FilesContract, ReplacingInAMissingFolderFailsAndMakesNone) {
+  const auto file = this->atomicFile("missing/file");
+  Error error;
+
+  EXPECT_FALSE(file->replace("1", 0, &error));
+
+  EXPECT_EQ("NSCocoaErrorDomain", error.domain);
+  EXPECT_EQ(4, error.code);
+  EXPECT_EQ("The folder “missing” doesn’t exist.", error.localizedDescription);
+  EXPECT_FALSE(this->files().exists(this->path("missing")));
+}
+
+TYPED_TEST_P(FilesContract, ReplacingSucceedsOnceTheMissingFolderIsThere) {
+  const auto file = this->atomicFile("folder/file");
+  file->replace("1", 0, nullptr);
+  this->makeFolder("folder");
+
+  EXPECT_TRUE(file->replace("2", 0, nullptr));
+
+  EXPECT_EQ("2", this->files().read(this->path("folder/file"), this->kLimit));
+}
+
+TYPED_TEST_P(FilesContract, AfterAFailureUnchangedBytesAreThoseOfTheContentReplacedLast) {
+  this->makeFolder("folder");
+  const auto file = this->atomicFile("folder/file");
+  file->replace("abc", 0, nullptr);
+  file->replace("abcdef", 3, nullptr);
+  this->files().remove(this->path("folder"), nullptr);
+  EXPECT_FALSE(file->replace("abXYZ", 2, nullptr));
+  EXPECT_FALSE(file->replace("a", 1, nullptr));
+  this->makeFolder("folder");
+
+  EXPECT_TRUE(file->replace("abcdefghi", 6, nullptr));
+
+  EXPECT_EQ("abcdefghi", this->files().read(this->path("folder/file"), this->kLimit));
+}
+
+TYPED_TEST_P(FilesContract, AFolderIsNotReplaced) {
+  this->makeFolder("folder");
+  this->makeFile("folder/kept", "1");
+  const auto file = this->atomicFile("folder");
+  Error error;
+
+  EXPECT_FALSE(file->replace("2", 0, &error));
+
+  EXPECT_EQ("NSCocoaErrorDomain", error.domain);
+  EXPECT_EQ(512, error.code);
+  EXPECT_EQ("1", this->files().read(this->path("folder/kept"), this->kLimit));
+}
+
+TYPED_TEST_P(FilesContract, WhatStandsInAFileIsOfferedOnceItIsOpened) {
+  this->makeFile("file", "old");
+  const auto file = this->atomicFile("file");
+
+  EXPECT_THAT(this->offered(*file), testing::ElementsAre("old"));
+}
+
+TYPED_TEST_P(FilesContract, WhatStoodInAFileIsOfferedAlthoughItWasReplacedSince) {
+  this->makeFile("file", "old");
+  const auto file = this->atomicFile("file");
+  for (const std::string content : {"1", "22", "333", "4444"}) file->replace(content, 0, nullptr);
+
+  EXPECT_THAT(this->offered(*file), testing::ElementsAre("old"));
+  EXPECT_EQ("4444", this->files().read(this->path("file"), this->kLimit));
+}
+
+TYPED_TEST_P(FilesContract, NothingIsOfferedWhereNoFileWas) {
+  const auto file = this->atomicFile("file");
+  file->replace("1", 0, nullptr);
+  file->replace("2", 0, nullptr);
+
+  EXPECT_THAT(this->offered(*file), testing::IsEmpty());
+}
+
+TYPED_TEST_P(FilesContract, NothingIsOfferedWhereAFolderIs) {
+  this->makeFolder("folder");
+  const auto file = this->atomicFile("folder");
+
+  EXPECT_THAT(this->offered(*file), testing::IsEmpty());
+}
+
+TYPED_TEST_P(FilesContract, AnEmptyOldContentIsOffered) {
+  this->makeFile("file", "");
+  const auto file = this->atomicFile("file");
+
+  EXPECT_THAT(this->offered(*file), testing::ElementsAre(""));
+}
+
+TYPED_TEST_P(FilesContract, AnOldContentUpToTheLimitIsOffered) {
+  this->makeFile("file", "1234");
+  const auto file = this->atomicFile("file");
+
+  EXPECT_THAT(this->offered(*file, 4), testing::ElementsAre("1234"));
+}
+
+TYPED_TEST_P(FilesContract, AnOldContentBeyondTheLimitIsPassedOver) {
+  this->makeFile("file", "12345");
+  const auto file = this->atomicFile("file");
+
+  EXPECT_THAT(this->offered(*file, 4), testing::IsEmpty());
+}
+
+TYPED_TEST_P(FilesContract, AnOldContentIsOfferedOnceOnly) {
+  this->makeFile("file", "old");
+  const auto file = this->atomicFile("file");
+  this->offered(*file);
+
+  EXPECT_THAT(this->offered(*file), testing::IsEmpty());
+}
+
+TYPED_TEST_P(FilesContract, AnOldContentThatWasPassedOverIsNotOfferedAgain) {
+  this->makeFile("file", "12345");
+  const auto file = this->atomicFile("file");
+  this->offered(*file, 4);
+
+  EXPECT_THAT(this->offered(*file), testing::IsEmpty());
+}
+
+TYPED_TEST_P(FilesContract, AReplacementAfterTheOfferIsRight) {
+  this->makeFile("file", "old");
+  const auto file = this->atomicFile("file");
+  file->replace("abc", 0, nullptr);
+  this->offered(*file);
+
+  for (const std::string content : {"abcd", "abce", "abcf"}) {
+    EXPECT_TRUE(file->replace(content, 3, nullptr));
+    EXPECT_EQ(content, this->files().read(this->path("file"), this->kLimit));
+  }
+}
+
+TYPED_TEST_P(FilesContract, TheNextObjectIsOfferedWhatWasReplacedLast) {
+  {
+    const auto file = this->atomicFile("file");
+    for (const std::string content : {"1", "22", "333"}) file->replace(content, 0, nullptr);
+  }
+
+  const auto next = this->atomicFile("file");
+
+  EXPECT_THAT(this->offered(*next), testing::ElementsAre("333"));
+}
+
 REGISTER_TYPED_TEST_SUITE_P(
     FilesContract, NothingExistsThatWasNotMade, AFolderExistsOnceItIsMade,
     MakingAFolderMakesAllThatIsMissingAboveIt, MakingAFolderThatIsThereIsASuccess,
@@ -265,6 +530,18 @@ REGISTER_TYPED_TEST_SUITE_P(
     EveryItemIsVisitedOnce, AFolderIsVisitedBeforeItsContents, HiddenItemsAreVisited,
     AFolderThatTheVisitRemovesIsNotEntered, AMissingFolderHasNothingToVisit, AFileHasNothingToVisit,
     ARemovedFileIsGone, RemovingAFolderRemovesItsContents, RemovingAMissingItemFails,
-    AnExistingItemCanBeExcludedFromBackup, AMissingItemCannotBeExcludedFromBackup);
+    AnExistingItemCanBeExcludedFromBackup, AMissingItemCannotBeExcludedFromBackup,
+    AnAtomicFileIsNotThereBeforeItIsReplaced, TheFirstReplacementMakesTheFile,
+    AReplacementPutsItsContentInPlaceOfAFileThatIsThere, EveryReplacedContentReadsWhole,
+    AReplacedContentMayHaveAnyBytes, UnchangedBytesAreKept, AContentGrowsBehindItsUnchangedBytes,
+    AContentShrinksToItsUnchangedBytes, AContentThatIsUnchangedIsReplacedByItself,
+    AContentThatShrankGrowsAgain, AnEmptyContentMakesAnEmptyFile,
+    ReplacingInAMissingFolderFailsAndMakesNone, ReplacingSucceedsOnceTheMissingFolderIsThere,
+    AfterAFailureUnchangedBytesAreThoseOfTheContentReplacedLast, AFolderIsNotReplaced,
+    WhatStandsInAFileIsOfferedOnceItIsOpened, WhatStoodInAFileIsOfferedAlthoughItWasReplacedSince,
+    NothingIsOfferedWhereNoFileWas, NothingIsOfferedWhereAFolderIs, AnEmptyOldContentIsOffered,
+    AnOldContentUpToTheLimitIsOffered, AnOldContentBeyondTheLimitIsPassedOver,
+    AnOldContentIsOfferedOnceOnly, AnOldContentThatWasPassedOverIsNotOfferedAgain,
+    AReplacementAfterTheOfferIsRight, TheNextObjectIsOfferedWhatWasReplacedLast);
 
 }  // namespace zln

@@ -109,7 +109,9 @@ struct BusyMachine {
   DispatchPosix dispatch{pool};
   AnsweringHttp http{pool};
   FilesPosix files{[this] { return folder; },
-                   [this](std::function<void()> flush) { pool.run(std::move(flush)); }};
+                   std::make_shared<DelayedFlush>(
+                       [this](std::function<void()> flush) { pool.runWhenQuiet(std::move(flush)); },
+                       &ThreadPool::isOnPool)};
   UserDefaultsPosix userDefaults{files, [this] { return folder + "/defaults.plist"; }};
   FakeDevice device;
   BackgroundTasksPosix backgroundTasks{dispatch};

@@ -1,0 +1,1119 @@
+#include "platform/posix/atomic_file_posix.h"
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/prctl.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/types.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstddef>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <iterator>
+#include <latch>
+#include <memory>
+#include <optional>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "platform/posix/file_descriptor.h"
+#include "platform/posix/files_posix.h"
+#include "platform/posix/plain_file.h"
+#include "tests/support/private_disk.h"
+#include "tests/support/temporary_folder.h"
+
+namespace zln {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::UnorderedElementsAre;
+
+// Of the contents that a test reads.
+constexpr std::size_t kLimit = std::size_t{1} << 20;
+constexpr uid_t kNobody = 65534;
+
+// A file creation mask, as a game may have set it.
+class MaskSet {
+ public:
+  explicit MaskSet(mode_t mask) : before_(umask(mask)) {}
+  ~MaskSet() { umask(before_); }
+
+ private:
+  mode_t before_;
+};
+
+// Lets files grow to this size and no further.
+class FileSizeLimited {
+ public:
+  explicit FileSizeLimited(rlim_t size) : handler_(signal(SIGXFSZ, SIG_IGN)) {
+    getrlimit(RLIMIT_FSIZE, &before_);
+    const rlimit limited{size, before_.rlim_max};
+    setrlimit(RLIMIT_FSIZE, &limited);
+  }
+  ~FileSizeLimited() {
+    setrlimit(RLIMIT_FSIZE, &before_);
+    signal(SIGXFSZ, handler_);
+  }
+
+ private:
+  sighandler_t handler_;
+  rlimit before_;
+};
+
+// How the process answers to SIGURG while it stands.
+class UrgentSignal {
+ public:
+  explicit UrgentSignal(sighandler_t handler) : before_(signal(SIGURG, handler)) {}
+  ~UrgentSignal() { signal(SIGURG, before_); }
+
+ private:
+  sighandler_t before_;
+};
+
+void ignoreUrgentSignal(int) {}
+
+std::string contentAt(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(file), {});
+}
+
+// Holds on to an item without opening it, so that its number is given to no other.
+class HeldItem {
+ public:
+  explicit HeldItem(const std::string& path)
+      : file_(open(path.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC)) {}
+
+  ino_t inode() const {
+    struct stat facts {};
+    EXPECT_EQ(0, fstat(file_.get(), &facts));
+    return facts.st_ino;
+  }
+  std::string content() const { return contentAt("/proc/self/fd/" + std::to_string(file_.get())); }
+
+ private:
+  FileDescriptor file_;
+};
+
+// Another process, which does one thing again and again as long as this one lives.
+class BusyChild {
+ public:
+  explicit BusyChild(const std::function<void()>& step) : pid_(fork()) {
+    if (pid_ != 0) return;
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    for (;;) step();
+  }
+  ~BusyChild() {
+    kill(pid_, SIGKILL);
+    waitpid(pid_, nullptr, 0);
+  }
+  BusyChild(const BusyChild&) = delete;
+  BusyChild& operator=(const BusyChild&) = delete;
+
+ private:
+  const pid_t pid_;
+};
+
+// Contents that a reader can tell whole from torn: a head that never changes, and a letter as often
+// as the number before it says.
+constexpr std::size_t kHead = 5000;
+constexpr std::size_t kDigits = 6;
+
+std::string numberedContent(int round) {
+  const std::size_t size = static_cast<std::size_t>(round % 977) * 13;
+  std::string digits = std::to_string(size);
+  digits.insert(0, kDigits - digits.size(), '0');
+  return std::string(kHead, '-') + digits + std::string(size, static_cast<char>('a' + round % 26));
+}
+
+bool isWhole(const std::string& content) {
+  if (content.size() < kHead + kDigits) return false;
+  const std::string letters = content.substr(kHead + kDigits);
+  return content.substr(0, kHead) == std::string(kHead, '-') &&
+         std::stoul(content.substr(kHead, kDigits)) == letters.size() &&
+         (letters.empty() || letters == std::string(letters.size(), letters[0]));
+}
+
+// The file lies in the folder "place", the spare one above it.
+class AtomicFilePosixTest : public testing::Test {
+ protected:
+  static constexpr char kFile[] = "place/file";
+  static constexpr char kSpare[] = ".spare";
+
+  void SetUp() override { ASSERT_EQ(0, mkdir(path("place").c_str(), 0700)); }
+
+  std::string path(const std::string& relativePath) { return folder.path() + "/" + relativePath; }
+
+  std::unique_ptr<AtomicFilePosix> openFile(std::shared_ptr<DelayedFlush> flush = nullptr) {
+    return std::make_unique<AtomicFilePosix>(files, path(kFile), path(kSpare), std::move(flush));
+  }
+
+  void put(const std::string& relativePath, const std::string& bytes, mode_t mode = 0600) {
+    std::ofstream(path(relativePath), std::ios::binary) << bytes;
+    ASSERT_EQ(0, chmod(path(relativePath).c_str(), mode));
+  }
+
+  std::string contents(const std::string& relativePath) { return contentAt(path(relativePath)); }
+
+  struct stat factsOf(const std::string& relativePath) {
+    struct stat facts {};
+    EXPECT_EQ(0, lstat(path(relativePath).c_str(), &facts)) << relativePath;
+    return facts;
+  }
+  ino_t inode(const std::string& relativePath) { return factsOf(relativePath).st_ino; }
+  mode_t mode(const std::string& relativePath) { return factsOf(relativePath).st_mode & 07777; }
+  bool isThere(const std::string& relativePath) {
+    struct stat facts {};
+    return lstat(path(relativePath).c_str(), &facts) == 0;
+  }
+
+  std::vector<std::string> itemsBelow() {
+    std::vector<std::string> items;
+    files.enumerate(folder.path(), [&](const std::string& item) { items.push_back(item); });
+    return items;
+  }
+
+  static std::size_t openFiles() {
+    const std::filesystem::directory_iterator all("/proc/self/fd");
+    return static_cast<std::size_t>(std::distance(begin(all), end(all)));
+  }
+
+  // Replaces and sees that it is there.
+  void replace(AtomicFile& file, const std::string& content, std::size_t unchanged = 0) {
+    EXPECT_TRUE(file.replace(content, unchanged, nullptr)) << content;
+    EXPECT_EQ(content, contents(kFile));
+  }
+
+  // Some replacements, each with unchanged bytes.
+  void replaceSome(AtomicFile& file) {
+    replace(file, "abc", 0);
+    replace(file, "abcdef", 3);
+    replace(file, "abcXYZ123", 3);
+    replace(file, "ab", 2);
+    replace(file, "abcdefg", 2);
+  }
+
+  // All that is offered when nothing is accepted.
+  static std::vector<std::string> offeredAndDeclined(AtomicFile& file) {
+    std::vector<std::string> offers;
+    file.offerOldContent(kLimit, [&](const std::string& content) {
+      offers.push_back(content);
+      return false;
+    });
+    return offers;
+  }
+
+  std::shared_ptr<DelayedFlush> collectingFlush() {
+    return std::make_shared<DelayedFlush>(
+        [this](std::function<void()> task) { tasks.push_back(std::move(task)); },
+        [] { return false; });
+  }
+
+  TemporaryFolder folder;
+  FilesPosix files{[] { return std::string("/unused"); }};
+  // What is to be run later.
+  std::vector<std::function<void()>> tasks;
+};
+
+// Changing places.
+
+TEST_F(AtomicFilePosixTest, OneReplacementLeavesNoSpareFile) {
+  const auto file = openFile();
+
+  replace(*file, "1");
+
+  EXPECT_THAT(itemsBelow(), ElementsAre("place", "place/file"));
+}
+
+TEST_F(AtomicFilePosixTest, TwoFilesChangePlaces) {
+  const auto file = openFile();
+  replace(*file, "1");
+  const ino_t first = inode(kFile);
+  replace(*file, "2");
+  const ino_t second = inode(kFile);
+
+  EXPECT_NE(first, second);
+  EXPECT_EQ(first, inode(kSpare));
+  for (int round = 0; round < 3; ++round) {
+    replace(*file, "odd");
+    EXPECT_EQ(first, inode(kFile));
+    EXPECT_EQ(second, inode(kSpare));
+    replace(*file, "even");
+    EXPECT_EQ(second, inode(kFile));
+    EXPECT_EQ(first, inode(kSpare));
+  }
+}
+
+TEST_F(AtomicFilePosixTest, ManyReplacementsLeaveNothingElseInTheFolders) {
+  const auto file = openFile();
+
+  for (int round = 0; round < 10; ++round)
+    replace(*file, std::string(static_cast<std::size_t>(round), 'x'));
+
+  EXPECT_THAT(itemsBelow(), UnorderedElementsAre("place", "place/file", ".spare"));
+}
+
+TEST_F(AtomicFilePosixTest, TheSpareFileHoldsTheContentBefore) {
+  const auto file = openFile();
+  replace(*file, "1");
+  replace(*file, "22");
+  replace(*file, "333");
+
+  EXPECT_EQ("22", contents(kSpare));
+}
+
+TEST_F(AtomicFilePosixTest, BothFilesBelongToTheUserAlone) {
+  const MaskSet mask(0);
+  const auto file = openFile();
+  replace(*file, "1");
+  replace(*file, "2");
+
+  EXPECT_EQ(0600u, mode(kFile));
+  EXPECT_EQ(0600u, mode(kSpare));
+}
+
+TEST_F(AtomicFilePosixTest, ALongContentThatShrinksLeavesNoBytesBehind) {
+  const auto file = openFile();
+  replace(*file, std::string(100'000, 'a'));
+  replace(*file, std::string(200'000, 'b'));
+
+  replace(*file, "short");
+  replace(*file, "");
+
+  EXPECT_EQ(0, factsOf(kFile).st_size);
+  EXPECT_EQ(5, factsOf(kSpare).st_size);
+}
+
+TEST_F(AtomicFilePosixTest, ItKeepsNoMoreFilesOpenFromReplacementToReplacement) {
+  const auto file = openFile();
+  replaceSome(*file);
+  const std::size_t before = openFiles();
+
+  replaceSome(*file);
+  const FileDescriptor reader = openPlainFile(path(kFile));
+  replaceSome(*file);
+
+  EXPECT_EQ(before + 1, openFiles());
+}
+
+TEST_F(AtomicFilePosixTest, ItLeavesNoFileOpenWhenItGoes) {
+  put(kFile, "old");
+  put(kSpare, "older");
+  const std::size_t before = openFiles();
+  {
+    const auto file = openFile();
+    replaceSome(*file);
+  }
+
+  EXPECT_EQ(before, openFiles());
+}
+
+TEST_F(AtomicFilePosixTest, TheNextObjectGoesOnWithTheSameTwoFiles) {
+  auto file = openFile();
+  replaceSome(*file);
+  const ino_t inPlace = inode(kFile);
+  const ino_t spare = inode(kSpare);
+
+  file = nullptr;
+  file = openFile();
+  offeredAndDeclined(*file);
+  replace(*file, "1");
+
+  EXPECT_EQ(spare, inode(kFile));
+  EXPECT_EQ(inPlace, inode(kSpare));
+  replaceSome(*file);
+  EXPECT_THAT(itemsBelow(), UnorderedElementsAre("place", "place/file", ".spare"));
+}
+
+TEST_F(AtomicFilePosixTest, ASpareFileOfAnEarlierProcessIsBroughtUpToDateWhole) {
+  put(kSpare, "a left-over that is longer than what comes");
+  const ino_t leftOver = inode(kSpare);
+  const auto file = openFile();
+  offeredAndDeclined(*file);
+
+  replace(*file, "content");
+
+  EXPECT_EQ(leftOver, inode(kFile));
+}
+
+TEST_F(AtomicFilePosixTest, APathWithAZeroByteLeadsNowhere) {
+  put(kFile, "1");
+  const std::string broken = path(kFile) + std::string("\0/x", 3);
+
+  const auto file = files.atomicFile(broken, path(kSpare));
+
+  EXPECT_FALSE(file->replace("2", 0, nullptr));
+  EXPECT_EQ("1", contents(kFile));
+}
+
+TEST_F(AtomicFilePosixTest, AContentPutInPlaceByAnExchangeIsFlushedLater) {
+  const auto file = openFile(collectingFlush());
+
+  replaceSome(*file);
+
+  ASSERT_EQ(1u, tasks.size());
+  tasks[0]();
+  replace(*file, "next");
+  EXPECT_EQ(2u, tasks.size());
+}
+
+TEST_F(AtomicFilePosixTest, AFailedReplacementIsNotFlushed) {
+  const auto file = openFile(collectingFlush());
+  std::filesystem::remove(path("place"));
+
+  EXPECT_FALSE(file->replace("1", 0, nullptr));
+
+  EXPECT_THAT(tasks, IsEmpty());
+}
+
+// Readers.
+
+TEST_F(AtomicFilePosixTest, AReaderReadsOnInTheOldContentAfterTwoFurtherReplacements) {
+  const std::string old(10'000, 'o');
+  const auto file = openFile();
+  replaceSome(*file);
+  replace(*file, old);
+  std::ifstream reader(path(kFile), std::ios::binary);
+  std::string read(1, static_cast<char>(reader.get()));
+
+  replace(*file, std::string(20'000, '1'));
+  replace(*file, std::string(30'000, '2'));
+
+  read += std::string(std::istreambuf_iterator<char>(reader), {});
+  EXPECT_EQ(old, read);
+}
+
+TEST_F(AtomicFilePosixTest, AFileThatAReaderHasOpenIsNotUsedAgain) {
+  const auto file = openFile();
+  replaceSome(*file);
+  const FileDescriptor reader = openPlainFile(path(kFile));
+  const ino_t read = inode(kFile);
+  replace(*file, "1");
+  const ino_t other = inode(kFile);
+
+  replace(*file, "2");
+
+  EXPECT_NE(read, inode(kFile));
+  EXPECT_NE(other, inode(kFile));
+  EXPECT_EQ(other, inode(kSpare));
+  EXPECT_EQ("abcdefg", readToEnd(reader.get(), kLimit));
+}
+
+TEST_F(AtomicFilePosixTest, AFileThatIsOpenForWritingElsewhereIsNotUsedAgain) {
+  const auto file = openFile();
+  replaceSome(*file);
+  const FileDescriptor writer(open(path(kSpare).c_str(), O_WRONLY | O_CLOEXEC));
+  const ino_t written = inode(kSpare);
+
+  replace(*file, "1");
+
+  EXPECT_NE(written, inode(kFile));
+}
+
+TEST_F(AtomicFilePosixTest, ReplacingGoesOnWithManyReadersAtManyContents) {
+  std::vector<FileDescriptor> readers;
+  std::vector<std::string> written;
+  const auto file = openFile();
+
+  for (int round = 0; round < 30; ++round) {
+    written.push_back("head" + std::string(static_cast<std::size_t>(round * 7 % 50), 'x') +
+                      std::to_string(round));
+    replace(*file, written.back(), round == 0 ? 0 : 4);
+    readers.push_back(openPlainFile(path(kFile)));
+  }
+
+  for (std::size_t at = 0; at < written.size(); ++at) {
+    EXPECT_EQ(written[at], readToEnd(readers[at].get(), kLimit));
+  }
+}
+
+class AtomicFilePosixReaderTest : public AtomicFilePosixTest {
+ protected:
+  static constexpr int kReplacements = 20'000;
+
+  // Replaces again and again while `read` is called by another thread; counts what went wrong.
+  void replaceWhile(const std::function<std::optional<std::string>()>& read) {
+    const auto file = openFile();
+    ASSERT_TRUE(file->replace(numberedContent(0), 0, nullptr));
+    std::atomic<bool> isOver{false};
+    std::latch ready(2);
+    std::thread reader([&] {
+      ready.arrive_and_wait();
+      do {
+        const std::optional<std::string> content = read();
+        if (!content) {
+          ++missed;
+        } else if (!isWhole(*content)) {
+          ++torn;
+        }
+      } while (!isOver.load());
+    });
+    ready.arrive_and_wait();
+    for (int round = 1; round <= kReplacements; ++round) {
+      if (!file->replace(numberedContent(round), kHead, nullptr)) ++failures;
+    }
+    isOver.store(true);
+    reader.join();
+    EXPECT_EQ(numberedContent(kReplacements), contents(kFile));
+  }
+
+  int missed = 0;
+  int torn = 0;
+  int failures = 0;
+};
+
+TEST_F(AtomicFilePosixReaderTest, AReaderSeesWholeContentsWhileTheyAreReplaced) {
+  replaceWhile([this]() -> std::optional<std::string> {
+    const FileDescriptor file(open(path(kFile).c_str(), O_RDONLY | O_CLOEXEC));
+    return file ? readToEnd(file.get(), kLimit) : std::nullopt;
+  });
+
+  EXPECT_EQ(0, torn);
+  EXPECT_EQ(0, missed);
+  EXPECT_EQ(0, failures);
+}
+
+TEST_F(AtomicFilePosixReaderTest, AReaderOfTheLibraryMissesNoContentWhileTheyAreReplaced) {
+  replaceWhile([this] { return files.read(path(kFile), kLimit); });
+
+  EXPECT_EQ(0, torn);
+  EXPECT_EQ(0, missed);
+  EXPECT_EQ(0, failures);
+}
+
+TEST_F(AtomicFilePosixReaderTest, TheNextProcessIsOfferedAWholeContentWhileTheyAreReplaced) {
+  replaceWhile([this] {
+    std::optional<std::string> offer;
+    openFile()->offerOldContent(kLimit, [&](const std::string& content) {
+      offer = content;
+      return true;
+    });
+    return offer;
+  });
+
+  EXPECT_EQ(0, torn);
+  EXPECT_EQ(0, missed);
+  EXPECT_EQ(0, failures);
+}
+
+// What a writer does to the spare file for a few microseconds, and to the file in place when the
+// two change places in the very moment in which a reader opens it.
+TEST_F(AtomicFilePosixTest, AReaderOfTheLibraryWaitsForAWriterThatHasTheFileForItself) {
+  put(kFile, "content");
+  const UrgentSignal leftAlone(SIG_DFL);
+  const FileDescriptor writer(open(path(kFile).c_str(), O_RDWR | O_CLOEXEC));
+  ASSERT_EQ(0, fcntl(writer.get(), F_SETSIG, SIGURG));
+  ASSERT_EQ(0, fcntl(writer.get(), F_SETLEASE, F_WRLCK));
+  std::optional<std::string> read;
+
+  std::thread reader([&] { read = files.read(path(kFile), kLimit); });
+  while (fcntl(writer.get(), F_GETLEASE) == F_WRLCK) std::this_thread::yield();
+  fcntl(writer.get(), F_SETLEASE, F_UNLCK);
+  reader.join();
+
+  EXPECT_EQ("content", read);
+}
+
+// What must not be written to.
+
+TEST_F(AtomicFilePosixTest, ASpareFileWithAnotherNameIsNotWrittenTo) {
+  put("other", "kept");
+  ASSERT_EQ(0, link(path("other").c_str(), path(kSpare).c_str()));
+  const auto file = openFile();
+  offeredAndDeclined(*file);
+
+  replaceSome(*file);
+
+  EXPECT_EQ("kept", contents("other"));
+  EXPECT_NE(inode("other"), inode(kFile));
+  EXPECT_NE(inode("other"), inode(kSpare));
+}
+
+TEST_F(AtomicFilePosixTest, ASpareFileThatGetsAnotherNameMeanwhileIsNotWrittenTo) {
+  const auto file = openFile();
+  replaceSome(*file);
+  const std::string before = contents(kSpare);
+  ASSERT_EQ(0, link(path(kSpare).c_str(), path("other").c_str()));
+
+  replaceSome(*file);
+
+  EXPECT_EQ(before, contents("other"));
+}
+
+TEST_F(AtomicFilePosixTest, AFileInPlaceThatGetsAnotherNameMeanwhileIsNotWrittenTo) {
+  const auto file = openFile();
+  replaceSome(*file);
+  ASSERT_EQ(0, link(path(kFile).c_str(), path("other").c_str()));
+
+  replaceSome(*file);
+
+  EXPECT_EQ("abcdefg", contents("other"));
+}
+
+TEST_F(AtomicFilePosixTest, WhatALinkInTheSparePlaceLeadsToIsNotWrittenTo) {
+  put("other", "kept");
+  ASSERT_EQ(0, symlink("other", path(kSpare).c_str()));
+  const auto file = openFile();
+  offeredAndDeclined(*file);
+
+  replaceSome(*file);
+
+  EXPECT_EQ("kept", contents("other"));
+  EXPECT_TRUE(S_ISREG(factsOf(kFile).st_mode));
+  EXPECT_TRUE(S_ISREG(factsOf(kSpare).st_mode));
+}
+
+TEST_F(AtomicFilePosixTest, WhatALinkThatTakesTheSparePlaceLeadsToIsNotWrittenTo) {
+  put("other", "kept");
+  const auto file = openFile();
+  replaceSome(*file);
+  ASSERT_EQ(0, unlink(path(kSpare).c_str()));
+  ASSERT_EQ(0, symlink("other", path(kSpare).c_str()));
+
+  replaceSome(*file);
+
+  EXPECT_EQ("kept", contents("other"));
+}
+
+TEST_F(AtomicFilePosixTest, ASpareFileThatOthersMayReadIsNotWrittenTo) {
+  put(kSpare, "kept", 0644);
+  const HeldItem spare(path(kSpare));
+  const auto file = openFile();
+  offeredAndDeclined(*file);
+
+  replaceSome(*file);
+
+  EXPECT_EQ("kept", spare.content());
+  EXPECT_EQ(0600u, mode(kFile));
+  EXPECT_EQ(0600u, mode(kSpare));
+}
+
+TEST_F(AtomicFilePosixTest, ASpareFileThatOthersMayReadMeanwhileIsNotWrittenTo) {
+  const auto file = openFile();
+  replaceSome(*file);
+  const HeldItem spare(path(kSpare));
+  const std::string before = spare.content();
+  ASSERT_EQ(0, chmod(path(kSpare).c_str(), 0644));
+
+  replaceSome(*file);
+
+  EXPECT_EQ(before, spare.content());
+  EXPECT_EQ(0600u, mode(kFile));
+  EXPECT_EQ(0600u, mode(kSpare));
+}
+
+TEST_F(AtomicFilePosixTest, ASpareFileOfAnotherUserIsNotWrittenTo) {
+  put(kSpare, "kept");
+  if (chown(path(kSpare).c_str(), kNobody, static_cast<gid_t>(-1)) != 0) {
+    GTEST_SKIP() << "no right to give files away";
+  }
+  const HeldItem spare(path(kSpare));
+  const auto file = openFile();
+  offeredAndDeclined(*file);
+
+  replaceSome(*file);
+
+  EXPECT_EQ("kept", spare.content());
+  EXPECT_EQ(geteuid(), factsOf(kFile).st_uid);
+}
+
+TEST_F(AtomicFilePosixTest, APipeInTheSparePlaceIsNotWrittenToAndDoesNotHoldTheWriter) {
+  ASSERT_EQ(0, mkfifo(path(kSpare).c_str(), 0600));
+  const FileDescriptor reader(open(path(kSpare).c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  const auto file = openFile();
+
+  replaceSome(*file);
+
+  char byte = 0;
+  EXPECT_EQ(0, read(reader.get(), &byte, 1));
+  EXPECT_TRUE(S_ISREG(factsOf(kFile).st_mode));
+}
+
+TEST_F(AtomicFilePosixTest, AFolderInTheSparePlaceStaysAndReplacingWorks) {
+  ASSERT_EQ(0, mkdir(path(kSpare).c_str(), 0700));
+  put(".spare/kept", "1");
+  const auto file = openFile();
+
+  replaceSome(*file);
+
+  EXPECT_THAT(itemsBelow(), UnorderedElementsAre("place", "place/file", ".spare", ".spare/kept"));
+  EXPECT_EQ("1", contents(".spare/kept"));
+}
+
+TEST_F(AtomicFilePosixTest, OnceTheFolderInTheSparePlaceIsGoneTwoFilesChangePlaces) {
+  ASSERT_EQ(0, mkdir(path(kSpare).c_str(), 0700));
+  const auto file = openFile();
+  replaceSome(*file);
+  ASSERT_EQ(0, rmdir(path(kSpare).c_str()));
+
+  replaceSome(*file);
+
+  const ino_t spare = inode(kSpare);
+  replace(*file, "next");
+  EXPECT_EQ(spare, inode(kFile));
+}
+
+// What may happen to the two.
+
+TEST_F(AtomicFilePosixTest, ASpareFileThatDisappearsIsMadeAgain) {
+  const auto file = openFile();
+  replaceSome(*file);
+  ASSERT_EQ(0, unlink(path(kSpare).c_str()));
+
+  replace(*file, "abXYZ", 2);
+  replace(*file, "abXYZ1", 5);
+  replace(*file, "abXYZ12", 6);
+
+  EXPECT_THAT(itemsBelow(), UnorderedElementsAre("place", "place/file", ".spare"));
+}
+
+TEST_F(AtomicFilePosixTest, ASpareFileThatAnotherTookThePlaceOfIsBroughtUpToDateWhole) {
+  const auto file = openFile();
+  replaceSome(*file);
+  put("strange", "a strange content that is long");
+  ASSERT_EQ(0, rename(path("strange").c_str(), path(kSpare).c_str()));
+
+  replace(*file, "abXYZ", 2);
+  replace(*file, "abXYZ1", 5);
+}
+
+TEST_F(AtomicFilePosixTest, AFileInPlaceThatDisappearsIsThereAgainAfterTheNextReplacement) {
+  const auto file = openFile();
+  replaceSome(*file);
+  ASSERT_EQ(0, unlink(path(kFile).c_str()));
+
+  replace(*file, "abXYZ", 2);
+  replace(*file, "abXYZ1", 5);
+  replace(*file, "abXYZ12", 6);
+
+  EXPECT_THAT(itemsBelow(), UnorderedElementsAre("place", "place/file", ".spare"));
+}
+
+TEST_F(AtomicFilePosixTest, BothFilesMayDisappear) {
+  const auto file = openFile();
+  replaceSome(*file);
+  ASSERT_EQ(0, unlink(path(kFile).c_str()));
+  ASSERT_EQ(0, unlink(path(kSpare).c_str()));
+
+  replace(*file, "abXYZ", 2);
+  replace(*file, "abXYZ1", 5);
+  replace(*file, "abXYZ12", 6);
+}
+
+TEST_F(AtomicFilePosixTest, AFileInPlaceThatSomebodyElseReplacedIsReplaced) {
+  const auto file = openFile();
+  replaceSome(*file);
+  ASSERT_TRUE(files.writeAtomically(path(kFile), "a strange content that is long", nullptr));
+
+  replace(*file, "abXYZ", 2);
+  replace(*file, "abXYZ1", 5);
+  replace(*file, "abXYZ12", 6);
+}
+
+TEST_F(AtomicFilePosixTest, WhatALinkInPlaceLeadsToIsNotWrittenTo) {
+  put("other", "kept");
+  const auto file = openFile();
+  replaceSome(*file);
+  ASSERT_EQ(0, unlink(path(kFile).c_str()));
+  ASSERT_EQ(0, symlink("../other", path(kFile).c_str()));
+
+  replace(*file, "abXYZ", 2);
+  replace(*file, "abXYZ1", 5);
+  replace(*file, "abXYZ12", 6);
+
+  EXPECT_EQ("kept", contents("other"));
+  EXPECT_TRUE(S_ISREG(factsOf(kFile).st_mode));
+}
+
+TEST_F(AtomicFilePosixTest, AFolderThatTakesThePlaceOfTheFileIsLaidAsideWithItsContents) {
+  const auto file = openFile();
+  replaceSome(*file);
+  ASSERT_EQ(0, unlink(path(kFile).c_str()));
+  ASSERT_EQ(0, mkdir(path(kFile).c_str(), 0700));
+  put("place/file/kept", "1");
+
+  replace(*file, "abXYZ", 2);
+  replace(*file, "abXYZ1", 5);
+
+  EXPECT_EQ("1", contents(std::string(kSpare) + "/kept"));
+}
+
+TEST_F(AtomicFilePosixTest, OnceTheFolderInPlaceIsGoneTheContentIsRight) {
+  const auto file = openFile();
+  replaceSome(*file);
+  ASSERT_EQ(0, unlink(path(kFile).c_str()));
+  ASSERT_EQ(0, mkdir(path(kFile).c_str(), 0700));
+  file->replace("abcdef", 6, nullptr);
+  std::filesystem::remove_all(path(kFile));
+  std::filesystem::remove_all(path(kSpare));
+
+  replace(*file, "abXYZ", 2);
+  replace(*file, "abXYZ1", 5);
+  replace(*file, "abXYZ12", 6);
+}
+
+TEST_F(AtomicFilePosixTest, WithoutAFolderForTheSpareFileReplacingWorks) {
+  AtomicFilePosix file(files, path(kFile), path("missing/.spare"), nullptr);
+
+  replaceSome(file);
+
+  EXPECT_THAT(itemsBelow(), ElementsAre("place", "place/file"));
+}
+
+TEST_F(AtomicFilePosixTest, OnceTheFolderForTheSpareFileIsThereTwoFilesChangePlaces) {
+  AtomicFilePosix file(files, path(kFile), path("late/.spare"), nullptr);
+  replaceSome(file);
+  ASSERT_EQ(0, mkdir(path("late").c_str(), 0700));
+
+  replaceSome(file);
+
+  const ino_t spare = inode("late/.spare");
+  replace(file, "next");
+  EXPECT_EQ(spare, inode(kFile));
+}
+
+TEST_F(AtomicFilePosixTest, WhenAllFoldersGoAndComeBackTheContentIsRight) {
+  AtomicFilePosix file(files, path("root/place/file"), path("root/.spare"), nullptr);
+  ASSERT_TRUE(files.createDirectory(path("root/place"), nullptr));
+  ASSERT_TRUE(file.replace("abc", 0, nullptr));
+  ASSERT_TRUE(file.replace("abcdef", 3, nullptr));
+  ASSERT_EQ(0, rename(path("root").c_str(), path("gone").c_str()));
+  EXPECT_FALSE(file.replace("abXYZ", 2, nullptr));
+  EXPECT_FALSE(isThere("root"));
+  ASSERT_EQ(0, rename(path("gone").c_str(), path("root").c_str()));
+  EXPECT_EQ("abcdef", contents("root/place/file"));
+
+  EXPECT_TRUE(file.replace("abcdefghi", 6, nullptr));
+  EXPECT_EQ("abcdefghi", contents("root/place/file"));
+  EXPECT_TRUE(file.replace("abcdefghiJKL", 9, nullptr));
+  EXPECT_EQ("abcdefghiJKL", contents("root/place/file"));
+}
+
+TEST_F(AtomicFilePosixTest, WhenOtherFoldersTakeThePlaceTheContentIsRight) {
+  AtomicFilePosix file(files, path("root/place/file"), path("root/.spare"), nullptr);
+  ASSERT_TRUE(files.createDirectory(path("root/place"), nullptr));
+  ASSERT_TRUE(file.replace("abc", 0, nullptr));
+  ASSERT_TRUE(file.replace("abcdef", 3, nullptr));
+  ASSERT_EQ(0, rename(path("root").c_str(), path("gone").c_str()));
+  ASSERT_TRUE(files.createDirectory(path("root/place"), nullptr));
+
+  EXPECT_TRUE(file.replace("abXYZ", 2, nullptr));
+  EXPECT_EQ("abXYZ", contents("root/place/file"));
+  EXPECT_TRUE(file.replace("abXYZ1", 5, nullptr));
+  EXPECT_EQ("abXYZ1", contents("root/place/file"));
+  EXPECT_EQ("abcdef", contents("gone/place/file"));
+}
+
+TEST_F(AtomicFilePosixTest, WhenTheFoldersThatTookThePlaceGoAgainTheContentIsRight) {
+  AtomicFilePosix file(files, path("root/place/file"), path("root/.spare"), nullptr);
+  ASSERT_TRUE(files.createDirectory(path("root/place"), nullptr));
+  ASSERT_TRUE(file.replace("abc", 0, nullptr));
+  ASSERT_TRUE(file.replace("abcdef", 3, nullptr));
+  ASSERT_EQ(0, rename(path("root").c_str(), path("gone").c_str()));
+  ASSERT_TRUE(files.createDirectory(path("root/place"), nullptr));
+  ASSERT_TRUE(file.replace("abXYZ", 2, nullptr));
+  std::filesystem::remove_all(path("root"));
+  ASSERT_EQ(0, rename(path("gone").c_str(), path("root").c_str()));
+
+  EXPECT_TRUE(file.replace("abXYZ12", 5, nullptr));
+  EXPECT_EQ("abXYZ12", contents("root/place/file"));
+  EXPECT_TRUE(file.replace("abXYZ123", 7, nullptr));
+  EXPECT_EQ("abXYZ123", contents("root/place/file"));
+}
+
+// Two objects for the same file.
+
+TEST_F(AtomicFilePosixTest, TwoObjectsReplaceInTurnAndEveryContentIsRight) {
+  const auto first = openFile();
+  const auto second = openFile();
+
+  for (int round = 0; round < 5; ++round) {
+    const std::string number = std::to_string(round);
+    replace(*first, "one-" + number, round == 0 ? 0 : 4);
+    replace(*second, "other-" + number, round == 0 ? 0 : 6);
+    replace(*first, "one-" + number + "-again", 5);
+    replace(*second, "other-" + number + "-again", 7);
+  }
+}
+
+TEST_F(AtomicFilePosixTest, TheSecondObjectLeavesTheSpareFileToTheFirst) {
+  const auto first = openFile();
+  replaceSome(*first);
+  const auto second = openFile();
+  const HeldItem spare(path(kSpare));
+  const std::string before = spare.content();
+
+  replaceSome(*second);
+
+  EXPECT_EQ(before, spare.content());
+  EXPECT_EQ(spare.inode(), inode(kSpare));
+}
+
+TEST_F(AtomicFilePosixTest, OnceTheFirstObjectIsGoneTheSecondUsesTheSpareFile) {
+  auto first = openFile();
+  replaceSome(*first);
+  const auto second = openFile();
+  offeredAndDeclined(*second);
+  replaceSome(*second);
+  const ino_t spare = inode(kSpare);
+
+  first = nullptr;
+  replace(*second, "abXYZ", 2);
+
+  EXPECT_EQ(spare, inode(kFile));
+  replace(*second, "abXYZ1", 5);
+  EXPECT_EQ(spare, inode(kSpare));
+}
+
+TEST_F(AtomicFilePosixTest, TheObjectThatComesFirstOwnsTheSpareFileAlsoWhenTheOtherIsOlder) {
+  const auto older = openFile();
+  const auto newer = openFile();
+  replaceSome(*newer);
+  const ino_t spare = inode(kSpare);
+
+  replaceSome(*older);
+
+  EXPECT_EQ(spare, inode(kSpare));
+}
+
+TEST_F(AtomicFilePosixTest, AChildOfTheGameDoesNotKeepTheTwoFilesFromChangingPlaces) {
+  const auto file = openFile();
+  replaceSome(*file);
+  const BusyChild child([] { pause(); });
+  {
+    const FileDescriptor reader = openPlainFile(path(kSpare));
+    replace(*file, "abXYZ", 2);
+  }
+  replace(*file, "abXYZ1", 5);
+  const ino_t spare = inode(kSpare);
+
+  replace(*file, "abXYZ12", 6);
+
+  EXPECT_EQ(spare, inode(kFile));
+}
+
+// Old contents.
+
+TEST_F(AtomicFilePosixTest, ATornContentInPlaceIsOfferedFirstAndTheSpareOneNext) {
+  put(kFile, "torn");
+  put(kSpare, "whole");
+  const auto file = openFile();
+
+  EXPECT_THAT(offeredAndDeclined(*file), ElementsAre("torn", "whole"));
+}
+
+TEST_F(AtomicFilePosixTest, TheSpareContentIsNotOfferedWhenTheOneInPlaceIsAccepted) {
+  put(kFile, "in place");
+  put(kSpare, "spare");
+  const auto file = openFile();
+  std::vector<std::string> offers;
+
+  file->offerOldContent(kLimit, [&](const std::string& content) {
+    offers.push_back(content);
+    return true;
+  });
+
+  EXPECT_THAT(offers, ElementsAre("in place"));
+}
+
+TEST_F(AtomicFilePosixTest, TheSpareContentIsNotOfferedWhenNothingIsInPlace) {
+  put(kSpare, "left over");
+  const auto file = openFile();
+
+  EXPECT_THAT(offeredAndDeclined(*file), IsEmpty());
+}
+
+TEST_F(AtomicFilePosixTest, TheSpareContentIsOfferedWhenTheOneInPlaceIsTooLong) {
+  put(kFile, "12345");
+  put(kSpare, "1234");
+  const auto file = openFile();
+  std::vector<std::string> offers;
+
+  file->offerOldContent(4, [&](const std::string& content) {
+    offers.push_back(content);
+    return true;
+  });
+
+  EXPECT_THAT(offers, ElementsAre("1234"));
+}
+
+TEST_F(AtomicFilePosixTest, BothOldContentsAreOfferedAsTheyWereWhateverWasReplacedSince) {
+  put(kFile, "torn");
+  put(kSpare, "whole");
+  const auto file = openFile();
+
+  replaceSome(*file);
+  replaceSome(*file);
+
+  EXPECT_THAT(offeredAndDeclined(*file), ElementsAre("torn", "whole"));
+}
+
+TEST_F(AtomicFilePosixTest, BothOldContentsAreOfferedOnceOnly) {
+  put(kFile, "torn");
+  put(kSpare, "whole");
+  const auto file = openFile();
+  offeredAndDeclined(*file);
+
+  EXPECT_THAT(offeredAndDeclined(*file), IsEmpty());
+}
+
+TEST_F(AtomicFilePosixTest, ThePreviousContentIsWhatTheSpareFileOffers) {
+  auto file = openFile();
+  replaceSome(*file);
+  file = nullptr;
+  ASSERT_EQ(0, truncate(path(kFile).c_str(), 1));
+
+  file = openFile();
+
+  EXPECT_THAT(offeredAndDeclined(*file), ElementsAre("a", "ab"));
+}
+
+// No room.
+
+TEST_F(AtomicFilePosixTest, AWriteThatStopsHalfWayLeavesTheOldContentAndTheNextIsRight) {
+  const auto file = openFile();
+  replace(*file, std::string(100, 'a'));
+  replace(*file, std::string(100, 'a') + "b", 100);
+  bool replaced = true;
+  {
+    const FileSizeLimited limited(5000);
+    replaced = file->replace(std::string(100, 'a') + std::string(9000, 'x'), 100, nullptr);
+  }
+
+  EXPECT_FALSE(replaced);
+  EXPECT_EQ(std::string(100, 'a') + "b", contents(kFile));
+  replace(*file, std::string(100, 'a') + "bc", 101);
+  replace(*file, std::string(100, 'a') + "bcd", 102);
+  EXPECT_THAT(itemsBelow(), UnorderedElementsAre("place", "place/file", ".spare"));
+}
+
+TEST_F(AtomicFilePosixTest, AWriteThatStopsHalfWayInTheFirstFileLeavesNothingInPlace) {
+  const auto file = openFile();
+  bool replaced = true;
+  {
+    const FileSizeLimited limited(5000);
+    replaced = file->replace(std::string(9000, 'x'), 0, nullptr);
+  }
+
+  EXPECT_FALSE(replaced);
+  EXPECT_FALSE(isThere(kFile));
+  replaceSome(*file);
+}
+
+TEST_F(AtomicFilePosixTest, ContentsAreRightAfterEachOfManyFailures) {
+  const auto file = openFile();
+  std::string last = "head";
+  replace(*file, last);
+
+  for (int round = 0; round < 20; ++round) {
+    {
+      const FileSizeLimited limited(static_cast<rlim_t>(4096 + 100 * round));
+      EXPECT_FALSE(file->replace(last + std::string(9000, 'x'), last.size(), nullptr));
+    }
+    EXPECT_EQ(last, contents(kFile));
+    const std::size_t unchanged = round % 3 == 0 ? last.size() / 2 : last.size();
+    last = last.substr(0, unchanged) + "round " + std::to_string(round);
+    replace(*file, last, unchanged);
+    if (round % 2 == 0) replace(*file, last, last.size());
+  }
+}
+
+TEST_F(AtomicFilePosixTest, OnAFullDiskTheOldContentStaysAndALaterOneIsRight) {
+  const PrivateDisk disk(folder.path());
+  if (!disk.isMounted()) GTEST_SKIP() << "no right to mount";
+  ASSERT_EQ(0, mkdir(path("place").c_str(), 0700));
+  const std::string head(5000, 'h');
+  const auto file = openFile();
+  replace(*file, head + "1");
+  replace(*file, head + "2", head.size());
+  disk.fill();
+
+  EXPECT_FALSE(file->replace(head + std::string(50'000, 'x'), head.size(), nullptr));
+  EXPECT_EQ(head + "2", contents(kFile));
+  // Room for a part of the content.
+  ASSERT_TRUE(disk.makeRoom(16'384));
+  EXPECT_FALSE(file->replace(head + std::string(50'000, 'x'), head.size(), nullptr));
+  EXPECT_EQ(head + "2", contents(kFile));
+  disk.makeRoom();
+
+  replace(*file, head + "2 and more", head.size() + 1);
+  replace(*file, head + "2 and yet more", head.size() + 6);
+}
+
+TEST_F(AtomicFilePosixTest, OnAFullDiskAContentThatNeedsNoMoreRoomIsReplaced) {
+  const PrivateDisk disk(folder.path());
+  if (!disk.isMounted()) GTEST_SKIP() << "no right to mount";
+  ASSERT_EQ(0, mkdir(path("place").c_str(), 0700));
+  const auto file = openFile();
+  replaceSome(*file);
+  disk.fill();
+
+  replaceSome(*file);
+}
+
+TEST_F(AtomicFilePosixTest, OnAReadOnlyDiskTheOldContentStaysAndALaterOneIsRight) {
+  const PrivateDisk disk(folder.path());
+  if (!disk.isMounted()) GTEST_SKIP() << "no right to mount";
+  ASSERT_EQ(0, mkdir(path("place").c_str(), 0700));
+  const auto file = openFile();
+  replace(*file, "abc");
+  replace(*file, "abcdef", 3);
+  ASSERT_TRUE(disk.setReadOnly());
+
+  EXPECT_FALSE(file->replace("abXYZ", 2, nullptr));
+  EXPECT_EQ("abcdef", contents(kFile));
+  ASSERT_TRUE(disk.setWritable());
+
+  replace(*file, "abcdefghi", 6);
+  replace(*file, "abcdefghiJ", 9);
+}
+
+// Other programs that open the spare file.
+
+class AtomicFilePosixSignalTest : public AtomicFilePosixTest {
+ protected:
+  // Replaces while another program opens the spare file for reading as fast as it can.
+  void replaceWhileAnotherOpensTheSpareFile() {
+    const std::string spare = path(kSpare);
+    const BusyChild other([&] { close(open(spare.c_str(), O_RDONLY | O_CLOEXEC)); });
+    const auto file = openFile();
+    for (int round = 0; round < 500; ++round) {
+      const std::string content = numberedContent(round);
+      if (!file->replace(content, round == 0 ? 0 : kHead, nullptr)) ++failures;
+      if (contents(kFile) != content) ++wrong;
+    }
+  }
+
+  int failures = 0;
+  int wrong = 0;
+};
+
+TEST_F(AtomicFilePosixSignalTest, AProcessThatLeavesItsSignalsAloneSurvives) {
+  const UrgentSignal leftAlone(SIG_DFL);
+
+  replaceWhileAnotherOpensTheSpareFile();
+
+  EXPECT_EQ(0, failures);
+  EXPECT_EQ(0, wrong);
+}
+
+TEST_F(AtomicFilePosixSignalTest, AHandlerOfTheProcessDoesNoHarm) {
+  const UrgentSignal handled(&ignoreUrgentSignal);
+
+  replaceWhileAnotherOpensTheSpareFile();
+
+  EXPECT_EQ(0, failures);
+  EXPECT_EQ(0, wrong);
+}
+
+}  // namespace
+}  // namespace zln
