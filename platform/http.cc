@@ -24,7 +24,7 @@ Dictionary headerLists(const HttpHeaders& headers) {
 std::string HttpResponse::description() const {
   std::string text = identityText("NSHTTPURLResponse", this);
   text.append(" { URL: ").append(url).append(" } { Status Code: ");
-  appendNumber(text, statusCode);
+  appendNumber(text, std::int64_t{statusCode});
   text.append(", Headers ").append(headerLists(headers).description()).append(" }");
   return text;
 }

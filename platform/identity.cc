@@ -2,6 +2,7 @@
 
 #include <cstdint>
 
+#include "platform/joined.h"
 #include "platform/number_text.h"
 
 namespace zln {
@@ -13,7 +14,7 @@ std::string addressText(const void* object) {
 }
 
 std::string identityText(const char* className, const void* object) {
-  return std::string("<") + className + ": " + addressText(object) + ">";
+  return joined({"<", className, ": ", addressText(object), ">"});
 }
 
 }  // namespace zln

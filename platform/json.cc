@@ -5,16 +5,10 @@
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
-#include <iterator>
-#include <limits>
 #include <utility>
 #include <vector>
 
-// The parser's own check that a number was read to its end would fail where the locale has a
-// decimal point of several bytes, or changes meanwhile. Numbers are converted here again.
-#define JSON_ASSERT(condition) static_cast<void>(0)
-#include <nlohmann/json.hpp>
-
+#include "platform/joined.h"
 #include "platform/number_text.h"
 #include "platform/utf8.h"
 
@@ -109,7 +103,7 @@ std::optional<std::string> utf8From(std::string_view bytes) {
   return encoding.unitSize == 1 ? std::string(bytes) : utf8FromUnits(bytes, encoding);
 }
 
-// Step 2 of reading: the differences between the texts accepted here and those of the parser.
+// Step 2 of reading: what is accepted here and is not in JSON's grammar.
 
 bool isBlank(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; }
 
@@ -124,7 +118,7 @@ class Structure {
   }
 
   // Puts a blank in place of every trailing comma. False when there is a zero byte between the
-  // tokens, which the parser would take for the end.
+  // tokens, which is the mark of the end there.
   bool removeTrailingCommas() {
     for (position_ = 0; position_ < text_.size(); ++position_) {
       const char c = text_[position_];
@@ -155,87 +149,291 @@ class Structure {
   char beforeLast_ = '{';
 };
 
-// Step 3 of reading: from the parser's events to a value.
+// Step 3 of reading: the tokens.
 
-// Absent when the text is not that of a finite number, or of one too small to be told from zero.
-std::optional<double> realFrom(std::string text) {
-  // The parser puts the first byte of the locale's decimal point in place of the text's own.
-  const auto isMark = [](char c) {
-    const bool isDigit = c >= '0' && c <= '9';
-    return !isDigit && c != '-' && c != '+' && c != 'e' && c != 'E';
-  };
-  std::replace_if(text.begin(), text.end(), isMark, '.');
+enum class Token {
+  objectBegin,
+  objectEnd,
+  arrayBegin,
+  arrayEnd,
+  colon,
+  comma,
+  text,
+  value,
+  end,
+  bad
+};
 
-  double value = 0;
-  const char* end = text.data() + text.size();
-  const auto [rest, problem] = std::from_chars(text.data(), end, value);
-  if (problem != std::errc{} || rest != end) return std::nullopt;
-  return value;
-}
+bool isDigit(char c) { return c >= '0' && c <= '9'; }
 
-class Builder {
+class Scanner {
  public:
-  std::optional<Value> takeRoot() { return std::exchange(root_, std::nullopt); }
-  const std::string& problem() const { return problem_; }
+  explicit Scanner(std::string_view text) : text_(text) {}
 
-  bool null() { return add(Null{}); }
-  bool boolean(bool value) { return add(Number::boolean(value)); }
-  bool number_integer(std::int64_t value) { return add(Number::int64(value)); }
-
-  bool number_unsigned(std::uint64_t value) {
-    constexpr std::uint64_t kLargest = std::numeric_limits<std::int64_t>::max();
-    return add(value <= kLargest ? Number::int64(static_cast<std::int64_t>(value))
-                                 : Number::float64(static_cast<double>(value)));
+  Token take() {
+    while (isBlank(peek())) ++position_;
+    const std::size_t start = position_;
+    switch (get()) {
+      case '{':
+        return Token::objectBegin;
+      case '}':
+        return Token::objectEnd;
+      case '[':
+        return Token::arrayBegin;
+      case ']':
+        return Token::arrayEnd;
+      case ':':
+        return Token::colon;
+      case ',':
+        return Token::comma;
+      case '"':
+        return takeString() ? Token::text : Token::bad;
+      case 't':
+        return takeWord("rue", Number::boolean(true));
+      case 'f':
+        return takeWord("alse", Number::boolean(false));
+      case 'n':
+        return takeWord("ull", Null{});
+      case kEnd:
+        return Token::end;
+      default:
+        position_ = start;
+        return takeNumber() ? Token::value : Token::bad;
+    }
   }
 
-  bool number_float(double /*followsTheLocale*/, const std::string& text) {
-    const std::optional<double> value = realFrom(text);
-    return value ? add(Number::float64(*value)) : fail("A number is out of range.");
+  // What the last token stands for.
+  std::string takeText() { return std::move(string_); }
+  Value value() const { return value_; }
+
+  // How many characters have been read, the end included.
+  std::size_t position() const { return position_; }
+  bool isOutOfRange() const { return isOutOfRange_; }
+
+ private:
+  // Stands for the end; a zero byte of the text itself is refused wherever it can come up.
+  static constexpr char kEnd = '\0';
+
+  char peek() const { return position_ < text_.size() ? text_[position_] : kEnd; }
+
+  char get() {
+    const char c = peek();
+    ++position_;
+    return c;
   }
 
-  bool string(std::string& text) { return add(std::move(text)); }
-  bool binary(const nlohmann::json::binary_t&) { return fail("There is no binary data in JSON."); }
-
-  bool start_object(std::size_t) { return open(false); }
-  bool start_array(std::size_t) { return open(true); }
-
-  bool key(std::string& text) {
-    open_.back().key = std::move(text);
+  bool skip(char c) {
+    if (peek() != c) return false;
+    ++position_;
     return true;
   }
 
-  bool end_object() {
-    auto entries = std::move(open_.back().entries);
-    open_.pop_back();
-    return add(Dictionary::fromEntries(std::move(entries), Dictionary::Repeated::firstCounts));
+  Token takeWord(std::string_view rest, Value value) {
+    for (const char expected : rest) {
+      if (get() != expected) return Token::bad;
+    }
+    value_ = std::move(value);
+    return Token::value;
   }
 
-  bool end_array() {
-    auto array = std::move(open_.back().array);
-    open_.pop_back();
-    return add(std::move(array));
+  // The opening quotation mark has been read.
+  bool takeString() {
+    string_.clear();
+    while (true) {
+      const char c = peek();
+      if (static_cast<unsigned char>(c) >= 0x80) {
+        if (!takeCharacter()) return false;
+        continue;
+      }
+      ++position_;
+      if (c == '"') return true;
+      if (static_cast<unsigned char>(c) < 0x20) return false;
+      if (c != '\\') {
+        string_ += c;
+      } else if (!takeEscape()) {
+        return false;
+      }
+    }
   }
 
-  template <typename Exception>
-  bool parse_error(std::size_t position, const std::string&, const Exception&) {
-    return fail(at("Badly formed text", position));
+  // A character of several bytes.
+  bool takeCharacter() {
+    const Utf8Character character = firstCharacter(text_.substr(position_));
+    string_ += text_.substr(position_, character.length);
+    position_ += character.length;
+    return character.wellFormed;
+  }
+
+  bool takeEscape() {
+    constexpr std::string_view kLetters = "\"\\/bfnrt";
+    constexpr std::string_view kMeanings = "\"\\/\b\f\n\r\t";
+    const char letter = get();
+    if (letter == 'u') return takeCodePoint();
+    const std::size_t index = kLetters.find(letter);
+    if (index == std::string_view::npos) return false;
+    string_ += kMeanings[index];
+    return true;
+  }
+
+  bool takeCodePoint() {
+    std::optional<char32_t> codePoint = takeUnit();
+    if (!codePoint || isLowSurrogate(*codePoint)) return false;
+    if (isHighSurrogate(*codePoint)) {
+      if (get() != '\\' || get() != 'u') return false;
+      const std::optional<char32_t> low = takeUnit();
+      if (!low || !isLowSurrogate(*low)) return false;
+      codePoint = 0x10000 + ((*codePoint - 0xD800) << 10) + (*low - 0xDC00);
+    }
+    appendUtf8(string_, *codePoint);
+    return true;
+  }
+
+  std::optional<char32_t> takeUnit() {
+    char32_t unit = 0;
+    for (int digits = 0; digits < 4; ++digits) {
+      const char c = get();
+      if (isDigit(c)) {
+        unit = unit << 4 | static_cast<char32_t>(c - '0');
+      } else if ((c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F')) {
+        unit = unit << 4 | static_cast<char32_t>((c | 0x20) - 'a' + 10);
+      } else {
+        return std::nullopt;
+      }
+    }
+    return unit;
+  }
+
+  bool takeNumber() {
+    const std::size_t start = position_;
+    skip('-');
+    if (!skip('0') && !takeDigits()) return false;
+    bool isWhole = true;
+    if (skip('.')) {
+      isWhole = false;
+      if (!takeDigits()) return false;
+    }
+    if (skip('e') || skip('E')) {
+      isWhole = false;
+      if (!skip('-')) skip('+');
+      if (!takeDigits()) return false;
+    }
+    return setNumber(text_.substr(start, position_ - start), isWhole);
+  }
+
+  // At least one digit; reads what stands in its place.
+  bool takeDigits() {
+    if (!isDigit(get())) return false;
+    while (isDigit(peek())) ++position_;
+    return true;
+  }
+
+  // An integer of more than 64 bits becomes a real.
+  bool setNumber(std::string_view number, bool isWhole) {
+    const char* end = number.data() + number.size();
+    std::int64_t integer = 0;
+    if (isWhole && std::from_chars(number.data(), end, integer).ec == std::errc{}) {
+      value_ = Number::int64(integer);
+      return true;
+    }
+    double real = 0;
+    isOutOfRange_ = std::from_chars(number.data(), end, real).ec != std::errc{};
+    value_ = Number::float64(real);
+    return !isOutOfRange_;
+  }
+
+  std::string_view text_;
+  std::size_t position_ = 0;
+  std::string string_;
+  Value value_ = Null{};
+  bool isOutOfRange_ = false;
+};
+
+// Step 4 of reading: from the tokens to a value. Containers do not nest in calls, so that their
+// depth takes nothing of the stack.
+
+class Reader {
+ public:
+  explicit Reader(std::string_view text) : scanner_(text) {}
+
+  std::optional<Value> read() {
+    bool isGood = readValue(scanner_.take());
+    while (isGood && !open_.empty()) isGood = readNext();
+    if (!isGood || scanner_.take() != Token::end) return std::nullopt;
+    return std::move(root_);
+  }
+
+  // Why read() returned nothing.
+  std::string problem() const {
+    if (isTooDeep_) return "Too many nested arrays or dictionaries.";
+    if (scanner_.isOutOfRange()) return "A number is out of range.";
+    return at("Badly formed text", scanner_.position());
   }
 
  private:
   struct Container {
     bool isArray;
+    bool isEmpty = true;
     Array array;
     std::vector<Dictionary::Entry> entries;
     std::string key;
   };
 
-  bool open(bool isArray) {
-    if (open_.size() == kDeepestLevel) return fail("Too many nested arrays or dictionaries.");
-    open_.push_back(Container{isArray, {}, {}, {}});
-    return true;
+  // An item of the innermost container, or its end.
+  bool readNext() {
+    const bool isFirst = std::exchange(open_.back().isEmpty, false);
+    const bool isArray = open_.back().isArray;
+    Token token = scanner_.take();
+    if (token == (isArray ? Token::arrayEnd : Token::objectEnd)) {
+      close();
+      return true;
+    }
+    if (!isFirst) {
+      if (token != Token::comma) return false;
+      token = scanner_.take();
+    }
+    return isArray ? readValue(token) : readEntry(token);
   }
 
-  bool add(Value value) {
+  bool readEntry(Token token) {
+    if (token != Token::text) return false;
+    open_.back().key = scanner_.takeText();
+    return scanner_.take() == Token::colon && readValue(scanner_.take());
+  }
+
+  bool readValue(Token token) {
+    switch (token) {
+      case Token::objectBegin:
+        return open(false);
+      case Token::arrayBegin:
+        return open(true);
+      case Token::text:
+        add(scanner_.takeText());
+        return true;
+      case Token::value:
+        add(scanner_.value());
+        return true;
+      default:
+        return false;
+    }
+  }
+
+  bool open(bool isArray) {
+    isTooDeep_ = open_.size() == kDeepestLevel;
+    if (!isTooDeep_) open_.push_back(Container{isArray, true, {}, {}, {}});
+    return !isTooDeep_;
+  }
+
+  void close() {
+    Container closed = std::move(open_.back());
+    open_.pop_back();
+    if (closed.isArray) {
+      add(std::move(closed.array));
+    } else {
+      add(Dictionary::fromEntries(std::move(closed.entries), Dictionary::Repeated::firstCounts));
+    }
+  }
+
+  void add(Value value) {
     if (open_.empty()) {
       root_ = std::move(value);
     } else if (Container& container = open_.back(); container.isArray) {
@@ -243,40 +441,12 @@ class Builder {
     } else {
       container.entries.emplace_back(std::move(container.key), std::move(value));
     }
-    return true;
   }
 
-  bool fail(std::string problem) {
-    problem_ = std::move(problem);
-    return false;
-  }
-
+  Scanner scanner_;
   std::vector<Container> open_;
   std::optional<Value> root_;
-  std::string problem_;
-};
-
-// A type of our own, so that the parser made for it here, without its checks, stays apart from
-// those that a host program makes.
-class TextIterator {
- public:
-  using iterator_category = std::forward_iterator_tag;
-  using value_type = char;
-  using difference_type = std::ptrdiff_t;
-  using pointer = const char*;
-  using reference = const char&;
-
-  explicit TextIterator(const char* position) : position_(position) {}
-  reference operator*() const { return *position_; }
-  TextIterator& operator++() {
-    ++position_;
-    return *this;
-  }
-  TextIterator operator++(int) { return TextIterator(position_++); }
-  friend bool operator==(const TextIterator&, const TextIterator&) = default;
-
- private:
-  const char* position_;
+  bool isTooDeep_ = false;
 };
 
 // Writing.
@@ -372,8 +542,7 @@ void appendString(std::string& out, std::string_view text) {
   }
 }
 
-// The shortest text that reads back to the same double. The JSON library's own text is now and then
-// a digit longer.
+// The shortest text that reads back to the same double.
 void appendReal(std::string& out, double real) {
   const bool isPlainWhole = std::trunc(real) == real && std::fabs(real) < kPlainWholeLimit;
   if (isPlainWhole) {
@@ -446,18 +615,16 @@ std::optional<Value> parse(std::string_view bytes, Error* error) {
     return fail("The text does not start with array or object.");
   if (!structure.removeTrailingCommas()) return fail("There is a zero byte outside of strings.");
 
-  Builder builder;
-  const bool isRead = nlohmann::json::sax_parse(
-      TextIterator(text->data()), TextIterator(text->data() + text->size()), &builder);
-  return isRead ? builder.takeRoot() : fail(builder.problem());
+  Reader reader(*text);
+  std::optional<Value> value = reader.read();
+  return value ? value : fail(reader.problem());
 }
 
 bool isValidObject(const Dictionary& object) { return firstUnwritable(object, 1) == nullptr; }
 
 std::optional<std::string> serialize(const Dictionary& object, Error* error) {
   if (const Value* value = firstUnwritable(object, 1)) {
-    fillError(error,
-              errorWith(std::string("Invalid type in JSON write (") + value->className() + ")"));
+    fillError(error, errorWith(joined({"Invalid type in JSON write (", value->className(), ")"})));
     return std::nullopt;
   }
   std::string text;

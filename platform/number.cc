@@ -35,8 +35,7 @@ Integer integerFrom(T value) {
   }
 }
 
-template <typename Real>
-void appendReal(std::string& text, Real real, int digits) {
+void appendReal(std::string& text, double real, int digits) {
   if (std::isnan(real)) {
     text += "nan";  // A not-a-number has a sign bit, which means nothing.
   } else {
@@ -70,7 +69,7 @@ std::string Number::description() const {
   std::string text;
   switch (kind()) {
     case Kind::float32:
-      appendReal(text, floatValue(), kFloat32Digits);
+      appendReal(text, doubleValue(), kFloat32Digits);
       break;
     case Kind::float64:
       appendReal(text, doubleValue(), kFloat64Digits);

@@ -1,17 +1,16 @@
 #pragma once
 
 #include <charconv>
+#include <cstdint>
 #include <string>
 
 namespace zln {
 
-// Appends a number as std::to_chars writes it with the same further arguments, which never follows
-// the locale. For texts of up to 64 characters.
-template <typename T, typename... Format>
-void appendNumber(std::string& out, T number, Format... format) {
-  char text[64];
-  const std::to_chars_result result = std::to_chars(text, text + sizeof(text), number, format...);
-  out.append(text, result.ptr);
-}
+// Each appends a number as std::to_chars writes it, which never follows the locale. For texts of up
+// to 64 characters.
+void appendNumber(std::string& out, std::int64_t number);
+void appendNumber(std::string& out, std::uint64_t number, int base = 10);
+void appendNumber(std::string& out, double number);
+void appendNumber(std::string& out, double number, std::chars_format format, int precision);
 
 }  // namespace zln

@@ -74,8 +74,8 @@ std::size_t appendSpecial(std::string& out, std::string_view text) {
 
 void appendText(std::string& out, std::string_view text) {
   while (!text.empty()) {
-    const auto special = std::find_if_not(text.begin(), text.end(), isPlain);
-    const auto length = static_cast<std::size_t>(special - text.begin());
+    std::size_t length = 0;
+    while (length < text.size() && isPlain(text[length])) ++length;
     out += text.substr(0, length);
     text.remove_prefix(length);
     if (!text.empty()) text.remove_prefix(appendSpecial(out, text));

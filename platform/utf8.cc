@@ -36,28 +36,35 @@ int codeUnitRank(char byte) {
   return value >= 0xEE ? value + 0x10 : value;
 }
 
+// How many bytes stand before the first ill-formed sequence.
+std::size_t wellFormedLength(std::string_view bytes) {
+  std::size_t length = 0;
+  while (length < bytes.size()) {
+    if (static_cast<unsigned char>(bytes[length]) < 0x80) {
+      ++length;
+      continue;
+    }
+    const Utf8Character character = firstCharacter(bytes.substr(length));
+    if (!character.wellFormed) break;
+    length += character.length;
+  }
+  return length;
+}
+
 }  // namespace
 
-bool isValidUtf8(std::string_view bytes) {
-  while (!bytes.empty()) {
-    const Utf8Character character = firstCharacter(bytes);
-    if (!character.wellFormed) return false;
-    bytes.remove_prefix(character.length);
-  }
-  return true;
-}
+bool isValidUtf8(std::string_view bytes) { return wellFormedLength(bytes) == bytes.size(); }
 
 std::string mendUtf8(std::string_view bytes) {
   std::string mended;
   mended.reserve(bytes.size());
   while (!bytes.empty()) {
-    const Utf8Character character = firstCharacter(bytes);
-    if (character.wellFormed) {
-      mended.append(bytes.substr(0, character.length));
-    } else {
-      appendUtf8(mended, kReplacement);
-    }
-    bytes.remove_prefix(character.length);
+    const std::size_t length = wellFormedLength(bytes);
+    mended += bytes.substr(0, length);
+    bytes.remove_prefix(length);
+    if (bytes.empty()) break;
+    appendUtf8(mended, kReplacement);
+    bytes.remove_prefix(firstCharacter(bytes).length);
   }
   return mended;
 }

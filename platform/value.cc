@@ -1,7 +1,6 @@
 #include "platform/value.h"
 
 #include <algorithm>
-#include <numeric>
 #include <stdexcept>
 
 #include "platform/number_text.h"
@@ -138,6 +137,23 @@ void appendDictionary(std::string& out, const Dictionary& dictionary, std::size_
   out += '}';
 }
 
+using Entry = Dictionary::Entry;
+
+std::vector<const Entry*> entriesSortedBy(bool (*less)(const Entry*, const Entry*),
+                                          const std::vector<Entry>& entries) {
+  std::vector<const Entry*> sorted;
+  sorted.reserve(entries.size());
+  for (const Entry& entry : entries) sorted.push_back(&entry);
+  std::sort(sorted.begin(), sorted.end(), less);
+  return sorted;
+}
+
+// By key; equal keys in the order in which they came.
+bool standsBefore(const Entry* a, const Entry* b) {
+  const int difference = a->first.compare(b->first);
+  return difference != 0 ? difference < 0 : a < b;
+}
+
 }  // namespace
 
 std::string Data::description() const {
@@ -168,24 +184,22 @@ Dictionary::Dictionary(std::initializer_list<Entry> entries) {
 }
 
 Dictionary Dictionary::fromEntries(std::vector<Entry> entries, Repeated repeated) {
-  std::vector<std::size_t> order(entries.size());
-  std::iota(order.begin(), order.end(), std::size_t{0});
-  std::sort(order.begin(), order.end(), [&entries](std::size_t a, std::size_t b) {
-    const int difference = entries[a].first.compare(entries[b].first);
-    return difference != 0 ? difference < 0 : a < b;
-  });
+  const std::vector<const Entry*> sorted = entriesSortedBy(&standsBefore, entries);
+  const auto placeOf = [&](std::size_t at) {
+    return static_cast<std::size_t>(sorted[at] - entries.data());
+  };
 
   // The first entry of a key keeps its place, whichever value counts.
   std::vector<bool> isSuperfluous(entries.size());
   std::size_t first = 0;
-  for (std::size_t at = 1; at < order.size(); ++at) {
-    if (entries[order[at]].first != entries[order[first]].first) {
+  for (std::size_t at = 1; at < sorted.size(); ++at) {
+    if (sorted[at]->first != sorted[first]->first) {
       first = at;
       continue;
     }
-    isSuperfluous[order[at]] = true;
+    isSuperfluous[placeOf(at)] = true;
     if (repeated == Repeated::lastCounts) {
-      entries[order[first]].second = std::move(entries[order[at]].second);
+      entries[placeOf(first)].second = std::move(entries[placeOf(at)].second);
     }
   }
 
@@ -244,12 +258,8 @@ void Dictionary::merge(const Dictionary& other) {
 std::size_t Dictionary::size() const { return entries_.size(); }
 
 std::vector<const Dictionary::Entry*> Dictionary::sortedEntries() const {
-  std::vector<const Entry*> sorted;
-  sorted.reserve(size());
-  for (const Entry& entry : entries_) sorted.push_back(&entry);
-  std::sort(sorted.begin(), sorted.end(),
-            [](const Entry* a, const Entry* b) { return lessByCodeUnit(a->first, b->first); });
-  return sorted;
+  return entriesSortedBy(
+      [](const Entry* a, const Entry* b) { return lessByCodeUnit(a->first, b->first); }, entries_);
 }
 
 std::string Dictionary::description() const {
@@ -265,6 +275,19 @@ bool operator==(const Dictionary& a, const Dictionary& b) {
     return other != nullptr && *other == entry.second;
   });
 }
+
+Value::Value(const char* text) : value_(std::string(text)) {}
+Value::Value(std::string text) : value_(std::move(text)) {}
+Value::Value(Data data) : value_(std::move(data)) {}
+Value::Value(Array array) : value_(std::move(array)) {}
+Value::Value(Dictionary dictionary) : value_(std::move(dictionary)) {}
+Value::Value(const Value&) = default;
+Value::Value(Value&&) noexcept = default;
+Value& Value::operator=(const Value&) = default;
+Value& Value::operator=(Value&&) noexcept = default;
+Value::~Value() = default;
+
+bool operator==(const Value& a, const Value& b) { return a.value_ == b.value_; }
 
 std::string Value::description() const {
   if (const std::string* text = string()) return *text;

@@ -86,14 +86,19 @@ class Dictionary {
 // Anything that a report, a reply or a stored file can hold.
 class Value {
  public:
-  Value(const char* text) : value_(std::string(text)) {}
-  Value(std::string text) : value_(std::move(text)) {}
+  Value(const char* text);
+  Value(std::string text);
   Value(Number number) : value_(number) {}
   Value(Date date) : value_(date) {}
-  Value(Data data) : value_(std::move(data)) {}
-  Value(Array array) : value_(std::move(array)) {}
-  Value(Dictionary dictionary) : value_(std::move(dictionary)) {}
+  Value(Data data);
+  Value(Array array);
+  Value(Dictionary dictionary);
   Value(Null null) : value_(null) {}
+  Value(const Value&);
+  Value(Value&&) noexcept;
+  Value& operator=(const Value&);
+  Value& operator=(Value&&) noexcept;
+  ~Value();
 
   // Each is null when the value is of another kind.
   const std::string* string() const { return std::get_if<std::string>(&value_); }
@@ -108,7 +113,7 @@ class Value {
   std::string description() const;
   const char* className() const;
 
-  friend bool operator==(const Value&, const Value&) = default;
+  friend bool operator==(const Value& a, const Value& b);
 
  private:
   std::variant<std::string, Number, Date, Data, Array, Dictionary, Null> value_;

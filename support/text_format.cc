@@ -619,7 +619,6 @@ class Renderer {
             [&](const void* pointer) {
               return isWide ? wideText(pointer, limit) : std::string(boundedText(pointer, limit));
             },
-            [](const std::string& owned) { return owned; },
             [](const FormatObject& object) { return object.describe(object.object); },
         },
         argument);

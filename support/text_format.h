@@ -43,7 +43,7 @@ struct FormatObject {
 // One argument of a format. Integers keep their bits; the conversion's letter and length say how
 // many of them count and whether they are signed.
 using FormatArgument =
-    std::variant<std::monostate, std::int64_t, long double, const void*, std::string, FormatObject>;
+    std::variant<std::monostate, std::int64_t, long double, const void*, FormatObject>;
 
 template <typename T>
 FormatArgument formatArgument(const T& argument) {

@@ -3,7 +3,6 @@
 #include <chrono>
 #include <condition_variable>
 #include <deque>
-#include <future>
 #include <mutex>
 #include <utility>
 
@@ -15,6 +14,32 @@ namespace {
 
 // How long mainSync waits before it asks again for a thread that the system has not given.
 constexpr std::chrono::milliseconds kThreadRetryTime{50};
+
+// One thread waits for what another one does.
+class Completion {
+ public:
+  void set() {
+    std::lock_guard lock(mutex_);
+    isSet_ = true;
+    came_.notify_all();
+  }
+
+  void wait() {
+    std::unique_lock lock(mutex_);
+    came_.wait(lock, [this] { return isSet_; });
+  }
+
+  // False when the time is over before.
+  bool waitFor(std::chrono::milliseconds time) {
+    std::unique_lock lock(mutex_);
+    return came_.wait_for(lock, time, [this] { return isSet_; });
+  }
+
+ private:
+  std::mutex mutex_;
+  std::condition_variable came_;
+  bool isSet_ = false;
+};
 
 }  // namespace
 
@@ -89,18 +114,15 @@ void DispatchPosix::mainSync(std::function<void()> task) {
     task();
     return;
   }
-  // Shared, because the main thread may still be inside the promise when the waiting one goes on.
-  const auto done = std::make_shared<std::promise<void>>();
-  auto future = done->get_future();
+  // Shared, because the main thread may still be inside it when the waiting one goes on.
+  const auto done = std::make_shared<Completion>();
   bool hasThread = main_->add([task = std::move(task), done]() mutable {
     task();
     task = nullptr;
-    done->set_value();
+    done->set();
   });
-  while (!hasThread && future.wait_for(kThreadRetryTime) != std::future_status::ready) {
-    hasThread = main_->askForThread();
-  }
-  future.wait();
+  while (!hasThread && !done->waitFor(kThreadRetryTime)) hasThread = main_->askForThread();
+  done->wait();
 }
 
 void DispatchPosix::globalAsync(std::function<void()> task) { pool_.run(std::move(task)); }

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "platform/identity.h"
+#include "platform/joined.h"
 
 namespace zln {
 
@@ -30,7 +31,7 @@ int codeOf(int number) {
   }
 }
 
-std::string quoted(std::string_view name) { return "“" + std::string(name) + "”"; }
+std::string quoted(std::string_view name) { return joined({"“", name, "”"}); }
 
 std::string_view parentOf(std::string_view path) {
   const auto slash = path.rfind('/');
@@ -43,30 +44,30 @@ std::string_view nameOf(std::string_view path) {
 }
 
 std::string notSavedText(const std::string& path) {
-  return "The file " + quoted(nameOf(path)) + " couldn’t be saved in the folder " +
-         quoted(nameOf(parentOf(path)));
+  return joined({"The file ", quoted(nameOf(path)), " couldn’t be saved in the folder ",
+                 quoted(nameOf(parentOf(path)))});
 }
 
 std::string missingText(const char* kind, std::string_view name) {
-  return std::string("The ") + kind + " " + quoted(name) + " doesn’t exist.";
+  return joined({"The ", kind, " ", quoted(name), " doesn’t exist."});
 }
 
 std::string changeText(const std::string& path, int code) {
-  const std::string item = "save the file " + quoted(nameOf(path));
+  const std::string item = joined({"save the file ", quoted(nameOf(path))});
   switch (code) {
     case file_error::kNoSuchFile:
       return missingText("file", nameOf(path));
     case file_error::kWriteNoPermission:
-      return "You don’t have permission to " + item + " in the folder " +
-             quoted(nameOf(parentOf(path))) + ".";
+      return joined({"You don’t have permission to ", item, " in the folder ",
+                     quoted(nameOf(parentOf(path))), "."});
     case file_error::kWriteFileExists:
-      return notSavedText(path) + " because a file with the same name already exists.";
+      return joined({notSavedText(path), " because a file with the same name already exists."});
     case file_error::kWriteOutOfSpace:
-      return "You can’t " + item + " because the volume is out of space.";
+      return joined({"You can’t ", item, " because the volume is out of space."});
     case file_error::kWriteVolumeReadOnly:
-      return "You can’t " + item + " because the volume is read only.";
+      return joined({"You can’t ", item, " because the volume is read only."});
     default:
-      return notSavedText(path) + ".";
+      return joined({notSavedText(path), "."});
   }
 }
 
@@ -76,16 +77,19 @@ std::string saveText(const std::string& path, int code) {
                                          : changeText(path, code);
 }
 
-std::string removeText(const std::string& path, int code) {
-  const std::string item = quoted(nameOf(path)) + " couldn’t be removed";
+std::string_view removalObstacle(int code) {
   switch (code) {
     case file_error::kWriteNoPermission:
-      return item + " because you don’t have permission to access it.";
+      return " because you don’t have permission to access it.";
     case file_error::kWriteVolumeReadOnly:
-      return item + " because the volume is read only.";
+      return " because the volume is read only.";
     default:
-      return item + ".";
+      return ".";
   }
+}
+
+std::string removeText(const std::string& path, int code) {
+  return joined({quoted(nameOf(path)), " couldn’t be removed", removalObstacle(code)});
 }
 
 // The system's words in English, whatever language the game has set.
@@ -97,8 +101,8 @@ std::string_view systemText(int number) {
 // The text by which an error shows the one that lies beneath it. That one has no place in memory
 // of its own; the system's text stands in for it.
 std::string underlyingText(int number) {
-  return addressText(strerrordesc_np(number)) + " {Error Domain=" + kPosixErrorDomain +
-         " Code=" + std::to_string(number) + " \"" + std::string(systemText(number)) + "\"}";
+  return joined({addressText(strerrordesc_np(number)), " {Error Domain=", kPosixErrorDomain,
+                 " Code=", std::to_string(number), " \"", systemText(number), "\"}"});
 }
 
 Error writeError(const std::string& path, int number,

@@ -2,8 +2,10 @@
 
 #include <cerrno>
 #include <memory>
+#include <string_view>
 
 #include "platform/http.h"
+#include "platform/joined.h"
 
 namespace zln {
 
@@ -47,6 +49,32 @@ constexpr CodePair kCodes[] = {
     {CURLE_PEER_FAILED_VERIFICATION, url_error::kServerCertificateUntrusted},
 };
 
+struct CodeText {
+  int code;
+  std::string_view text;
+};
+
+constexpr CodeText kTexts[] = {
+    {url_error::kCancelled, "cancelled"},
+    {url_error::kBadUrl, "bad URL"},
+    {url_error::kTimedOut, "The request timed out."},
+    {url_error::kUnsupportedUrl, "unsupported URL"},
+    {url_error::kCannotFindHost, "A server with the specified hostname could not be found."},
+    {url_error::kCannotConnectToHost, "Could not connect to the server."},
+    {url_error::kNetworkConnectionLost, "The network connection was lost."},
+    {url_error::kTooManyRedirects, "too many HTTP redirects"},
+    {url_error::kNotConnectedToInternet, "The Internet connection appears to be offline."},
+    {url_error::kBadServerResponse, "There was a bad response from the server."},
+    {url_error::kCannotDecodeContentData, "cannot decode content data"},
+    {url_error::kCannotParseResponse, "cannot parse response"},
+    {url_error::kSecureConnectionRequired,
+     "The resource could not be loaded because the App Transport Security policy requires "
+     "the use of a secure connection."},
+    {url_error::kDataLengthExceedsMaximum, "resource exceeds maximum size"},
+    {url_error::kSecureConnectionFailed,
+     "An SSL error has occurred and a secure connection to the server cannot be made."},
+};
+
 std::string hostOf(const std::string& url) {
   const std::unique_ptr<CURLU, decltype(&curl_url_cleanup)> parts(curl_url(), curl_url_cleanup);
   if (!parts || curl_url_set(parts.get(), CURLUPART_URL, url.c_str(), 0) != CURLUE_OK) return {};
@@ -57,46 +85,19 @@ std::string hostOf(const std::string& url) {
   return host;
 }
 
-std::string textOf(int code, const std::string& url) {
-  switch (code) {
-    case url_error::kCancelled:
-      return "cancelled";
-    case url_error::kBadUrl:
-      return "bad URL";
-    case url_error::kTimedOut:
-      return "The request timed out.";
-    case url_error::kUnsupportedUrl:
-      return "unsupported URL";
-    case url_error::kCannotFindHost:
-      return "A server with the specified hostname could not be found.";
-    case url_error::kCannotConnectToHost:
-      return "Could not connect to the server.";
-    case url_error::kNetworkConnectionLost:
-      return "The network connection was lost.";
-    case url_error::kTooManyRedirects:
-      return "too many HTTP redirects";
-    case url_error::kNotConnectedToInternet:
-      return "The Internet connection appears to be offline.";
-    case url_error::kBadServerResponse:
-      return "There was a bad response from the server.";
-    case url_error::kCannotDecodeContentData:
-      return "cannot decode content data";
-    case url_error::kCannotParseResponse:
-      return "cannot parse response";
-    case url_error::kSecureConnectionRequired:
-      return "The resource could not be loaded because the App Transport Security policy requires "
-             "the use of a secure connection.";
-    case url_error::kDataLengthExceedsMaximum:
-      return "resource exceeds maximum size";
-    case url_error::kSecureConnectionFailed:
-      return "An SSL error has occurred and a secure connection to the server cannot be made.";
-    case url_error::kServerCertificateUntrusted:
-      return "The certificate for this server is invalid. You might be connecting to a server that "
-             "is pretending to be “" +
-             hostOf(url) + "” which could put your confidential information at risk.";
-    default:
-      return "unknown error";
+std::string_view fixedText(int code) {
+  for (const CodeText& entry : kTexts) {
+    if (entry.code == code) return entry.text;
   }
+  return "unknown error";
+}
+
+std::string textOf(int code, const std::string& url) {
+  if (code != url_error::kServerCertificateUntrusted) return std::string(fixedText(code));
+  return joined(
+      {"The certificate for this server is invalid. You might be connecting to a server "
+       "that is pretending to be “",
+       hostOf(url), "” which could put your confidential information at risk."});
 }
 
 }  // namespace
