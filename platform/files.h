@@ -22,6 +22,10 @@ class AtomicFile {
   // need not be written again; 0 is always right. On failure the old content stays.
   virtual bool replace(std::string_view content, std::size_t unchanged, Error* error) = 0;
 
+  // Does ahead what the first replacement has to do besides writing; a thread that may wait calls
+  // it before. Nothing is to be seen of it in the file.
+  virtual void prepare() = 0;
+
   // Offers what stood there when this object was made, whatever has been put there since, and, if
   // that is declined, what stood there one replacement earlier, where the system has kept it.
   // Absent and unreadable content, and content beyond `limit` bytes, is passed over. Once only.

@@ -1,5 +1,7 @@
 #include "reports/ZLNReportBase.h"
 
+#include <utility>
+
 #include "platform/identity.h"
 #include "session/ZLNSessionManager.h"
 #include "support/log.h"
@@ -49,12 +51,12 @@ std::shared_ptr<const ReportElement> ZLNReportBase::toElement() const {
   }
   const std::optional<Dictionary> dictionary = toDictionary();
   auto element = dictionary ? ReportElement::of(*dictionary) : nullptr;
-  if (current) {
-    std::lock_guard lock(elementMutex_);
-    element_ = element;
-    elementRevision_ = *current;
-  }
-  return element;
+  if (!current) return element;
+  std::lock_guard lock(elementMutex_);
+  elementRevision_ = *current;
+  // Most changes of a session do not show in the reports of its beginning.
+  if (!element || !element_ || element->text != element_->text) element_ = std::move(element);
+  return element_;
 }
 
 std::optional<Value> ZLNReportBase::superSerialization() const {

@@ -31,8 +31,8 @@ class ZLNReportBase {
   // What is posted and stored. The kinds add their keys to those of the base. Absent when the
   // report has no dictionary form.
   virtual std::optional<Dictionary> toDictionary() const;
-  // The same for the report file: one and the same object until the revision changes. Null when the
-  // report has no dictionary form.
+  // The same for the report file: one and the same object as long as its text stays the same. Null
+  // when the report has no dictionary form.
   std::shared_ptr<const ReportElement> toElement() const;
   // Changes whenever the dictionary may have changed; absent when that cannot be told.
   virtual std::optional<std::uint64_t> revision() const { return std::nullopt; }

@@ -413,7 +413,7 @@ std::string realText(double value, int precision, Format... format) {
 // A point where there is none, before the exponent if there is one.
 void ensurePoint(std::string& text, char exponentLetter) {
   if (text.find('.') == std::string::npos) {
-    text.insert(std::min(text.find(exponentLetter), text.size()), ".");
+    text.insert(std::min(text.find(exponentLetter), text.size()), 1, '.');
   }
 }
 

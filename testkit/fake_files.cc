@@ -127,6 +127,8 @@ class FakeAtomicFile : public AtomicFile {
     return true;
   }
 
+  void prepare() override {}
+
   void offerOldContent(std::size_t limit,
                        const std::function<bool(const std::string&)>& accept) override {
     const std::optional<std::string> old = std::exchange(old_, std::nullopt);

@@ -80,6 +80,7 @@ class ZLNReportingManager : public ZLNReportOperationDelegate,
   // Steps of a save; the caller has the turn.
   void listHeldReports();
   bool writeListedReports();
+  void prepareReportFile();
   // The array that an earlier process has left in the file, if it has. Once only.
   std::optional<Value> readStoredReports();
   // The end of every outcome. The calling operation is still counted, so a queue of fewer than two

@@ -75,7 +75,10 @@ AtomicFile& ZLNReportingManager::reportFile() {
 
 void ZLNReportingManager::loadStoredReports() {
   const std::optional<Value> root = readStoredReports();
-  if (!root) return;
+  if (!root) {
+    prepareReportFile();
+    return;
+  }
   for (const Value& element : *root->array()) {
     const Dictionary* dictionary = element.dictionary();
     const auto report =
@@ -87,6 +90,12 @@ void ZLNReportingManager::loadStoredReports() {
     logVerbose("recovered report %@ to %@", report, report->urlString());
     queueReportForTransmission(report);
   }
+}
+
+// So that the first save, which may be the game's, finds all in place.
+void ZLNReportingManager::prepareReportFile() {
+  std::lock_guard turn(saving_);
+  reportFile().prepare();
 }
 
 std::optional<Value> ZLNReportingManager::readStoredReports() {

@@ -93,6 +93,10 @@ void AtomicFilePosix::offerOldContent(
   }
 }
 
+void AtomicFilePosix::prepare() {
+  if (isWhole_ && !spareIsThere() && !adoptSpare()) makeSpare();
+}
+
 bool AtomicFilePosix::replace(std::string_view content, std::size_t unchanged, Error* error) {
   if (exchange(content, unchanged)) {
     current_.shared = content.size();

@@ -31,6 +31,7 @@ class AtomicFilePosix : public AtomicFile {
   ~AtomicFilePosix() override;
 
   bool replace(std::string_view content, std::size_t unchanged, Error* error) override;
+  void prepare() override;
   void offerOldContent(std::size_t limit,
                        const std::function<bool(const std::string& content)>& accept) override;
 

@@ -30,7 +30,7 @@ PortParts::PortParts()
             return appendPathComponent(dataFolder(&environmentVariable), application.folderName());
           },
           std::make_shared<DelayedFlush>(
-              [this](std::function<void()> flush) { pool.runWhenQuiet(std::move(flush)); },
+              [this](std::function<void()> flush) { flushWhenQuiet(std::move(flush)); },
               &ThreadPool::isOnPool)),
       userDefaults(files,
                    [this] {
@@ -42,6 +42,15 @@ PortParts::PortParts()
       logSink(clock, executableName(), STDERR_FILENO),
       environment{clock,       dispatch,        http,  files,   userDefaults,
                   deviceFacts, backgroundTasks, uuids, logSink, notificationCenter} {}
+
+// The game's thread does not even make a thread for it.
+void PortParts::flushWhenQuiet(std::function<void()> flush) {
+  if (ThreadPool::isOnPool()) {
+    pool.runWhenQuiet(std::move(flush));
+  } else {
+    dispatch.mainAsync([this, flush = std::move(flush)] { pool.runWhenQuiet(flush); });
+  }
+}
 
 PortParts& portParts() {
   static PortParts& parts = *new PortParts;

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <functional>
+
 #include "platform/environment.h"
 #include "platform/notification_center.h"
 #include "platform/posix/application_info.h"
@@ -35,6 +37,9 @@ struct PortParts {
   LogSinkPosix logSink;
   NotificationCenter notificationCenter;
   Environment environment;
+
+ private:
+  void flushWhenQuiet(std::function<void()> flush);
 };
 
 // The parts of this process. They are never destroyed: threads may use them to the very end.

@@ -1077,6 +1077,41 @@ TEST_F(AtomicFilePosixTest, OnAReadOnlyDiskTheOldContentStaysAndALaterOneIsRight
   replace(*file, "abcdefghiJ", 9);
 }
 
+// Preparing.
+
+TEST_F(AtomicFilePosixTest, WhatWasPreparedIsWhatTheFirstReplacementPutsInPlace) {
+  put(kFile, "old");
+  const auto file = openFile();
+
+  file->prepare();
+
+  const ino_t spare = inode(kSpare);
+  EXPECT_EQ("old", contents(kFile));
+  replace(*file, "new");
+  EXPECT_EQ(spare, inode(kFile));
+}
+
+TEST_F(AtomicFilePosixTest, PreparingAgainChangesNothing) {
+  const auto file = openFile();
+  replaceSome(*file);
+  const ino_t spare = inode(kSpare);
+  const std::string before = contents(kFile);
+
+  file->prepare();
+
+  EXPECT_EQ(spare, inode(kSpare));
+  EXPECT_EQ(before, contents(kFile));
+}
+
+TEST_F(AtomicFilePosixTest, WhereNothingCanBePreparedTheFirstReplacementStillWorks) {
+  ASSERT_EQ(0, mkdir(path(kSpare).c_str(), 0700));
+  const auto file = openFile();
+
+  file->prepare();
+
+  replace(*file, "new");
+}
+
 // Other programs that open the spare file.
 
 class AtomicFilePosixSignalTest : public AtomicFilePosixTest {

@@ -520,11 +520,22 @@ TYPED_TEST_P(FilesContract, TheNextObjectIsOfferedWhatWasReplacedLast) {
   EXPECT_THAT(this->offered(*next), testing::ElementsAre("333"));
 }
 
+TYPED_TEST_P(FilesContract, PreparingShowsNothingInTheFile) {
+  const auto file = this->atomicFile("file");
+
+  file->prepare();
+
+  EXPECT_FALSE(this->files().exists(this->path("file")));
+  EXPECT_TRUE(file->replace("333", 0, nullptr));
+  EXPECT_EQ("333", this->files().read(this->path("file"), this->kLimit));
+}
+
 REGISTER_TYPED_TEST_SUITE_P(
-    FilesContract, NothingExistsThatWasNotMade, AFolderExistsOnceItIsMade,
-    MakingAFolderMakesAllThatIsMissingAboveIt, MakingAFolderThatIsThereIsASuccess,
-    AFolderIsNotMadeInThePlaceOfAFile, AFolderIsNotMadeBelowAFile, AFileReadsAsItWasWritten,
-    AnEmptyFileIsPresent, WritingReplacesTheOldContent, WritingLeavesNothingElseInTheFolder,
+    FilesContract, PreparingShowsNothingInTheFile, NothingExistsThatWasNotMade,
+    AFolderExistsOnceItIsMade, MakingAFolderMakesAllThatIsMissingAboveIt,
+    MakingAFolderThatIsThereIsASuccess, AFolderIsNotMadeInThePlaceOfAFile,
+    AFolderIsNotMadeBelowAFile, AFileReadsAsItWasWritten, AnEmptyFileIsPresent,
+    WritingReplacesTheOldContent, WritingLeavesNothingElseInTheFolder,
     WritingIntoAMissingFolderFails, WritingInThePlaceOfAFolderFails, AMissingFileDoesNotRead,
     AFolderDoesNotRead, AFileUpToTheLimitReads, AFileBeyondTheLimitDoesNotRead,
     EveryItemIsVisitedOnce, AFolderIsVisitedBeforeItsContents, HiddenItemsAreVisited,

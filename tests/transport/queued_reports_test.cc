@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "platform/property_list.h"
+#include "reports/ZLNReportSessionStart.h"
 #include "support/endpoints.h"
 #include "tests/support/sent_reports.h"
 #include "tests/transport/reporting_test.h"
@@ -387,6 +388,17 @@ TEST_F(QueuedReportsTest, ASessionReportIsMadeAnewAfterEachChange) {
   session->setDevice("second");
 
   EXPECT_EQ("second", textOf(list().at(0), "device"));
+}
+
+TEST_F(QueuedReportsTest, AReportOfTheBeginningIsTheSameElementWhatsoeverTheSessionBecomes) {
+  const auto session = ZLNSession::initWithStartTime(Date{1000});
+  const auto report = ZLNReportSessionStart::reportWithSession(session);
+  const auto element = report->toElement();
+
+  session->pause(Date{1010});
+  session->stop(Date{1020});
+
+  EXPECT_EQ(element, report->toElement());
 }
 
 TEST_F(QueuedReportsTest, ASessionReportIsTheSameElementUntilItsSessionChanges) {
