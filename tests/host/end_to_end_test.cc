@@ -7,6 +7,7 @@
 #include <fstream>
 #include <future>
 #include <iterator>
+#include <memory>
 #include <regex>
 #include <thread>
 
@@ -338,16 +339,16 @@ TEST_F(EndToEndTest, LogLinesGoToTheErrorOutputInThePlatformsFormatOrToTheSink) 
 TEST_F(EndToEndTest, WhatAKilledGameOwedIsSentByTheNext) {
   std::promise<void> release;
   std::shared_future<void> released = release.get_future().share();
-  std::atomic<bool> deaf{true};
-  server.answer([&, released](const ReceivedRequest&) {
-    if (deaf) released.wait();
+  const auto deaf = std::make_shared<std::atomic<bool>>(true);
+  server.answer([deaf, released](const ReceivedRequest&) {
+    if (*deaf) released.wait();
     return replyWith(200, R"({"success":true})");
   });
   launchAndStart();
   for (int call = 0; call < 10; ++call) tell("banner owed 1");
   game->kill();
   const std::size_t before = server.requests().size();
-  deaf = false;
+  *deaf = false;
   release.set_value();
 
   launchAndStart();

@@ -2,7 +2,7 @@
 
 #include <filesystem>
 #include <functional>
-#include <future>
+#include <latch>
 
 #include "tests/host/stored_files.h"
 #include "tests/support/private_disk.h"
@@ -28,7 +28,7 @@ class LostStorageTest : public StoredFilesTest {
     tell("level 2");
     tell("banner before 1");
   }
-  void release() { release_.set_value(); }
+  void release() { released_.count_down(); }
 
   // One more ad and an activation, while nothing can be stored.
   void playWithoutStorage(const std::string& network = "during") {
@@ -61,8 +61,7 @@ class LostStorageTest : public StoredFilesTest {
 
  private:
   std::string during_;
-  std::promise<void> release_;
-  const std::shared_future<void> released_ = release_.get_future().share();
+  std::latch released_{1};
 };
 
 TEST_F(LostStorageTest, OnAFullDiskTheOldFilesStayWholeAndNothingIsLost) {
