@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/prctl.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/types.h>
 #include <sys/wait.h>
@@ -28,6 +27,7 @@
 #include "platform/posix/file_descriptor.h"
 #include "platform/posix/files_posix.h"
 #include "platform/posix/plain_file.h"
+#include "tests/support/file_size_limited.h"
 #include "tests/support/private_disk.h"
 #include "tests/support/temporary_folder.h"
 
@@ -50,24 +50,6 @@ class MaskSet {
 
  private:
   mode_t before_;
-};
-
-// Lets files grow to this size and no further.
-class FileSizeLimited {
- public:
-  explicit FileSizeLimited(rlim_t size) : handler_(signal(SIGXFSZ, SIG_IGN)) {
-    getrlimit(RLIMIT_FSIZE, &before_);
-    const rlimit limited{size, before_.rlim_max};
-    setrlimit(RLIMIT_FSIZE, &limited);
-  }
-  ~FileSizeLimited() {
-    setrlimit(RLIMIT_FSIZE, &before_);
-    signal(SIGXFSZ, handler_);
-  }
-
- private:
-  sighandler_t handler_;
-  rlimit before_;
 };
 
 // How the process answers to SIGURG while it stands.

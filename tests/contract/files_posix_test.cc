@@ -4,7 +4,6 @@
 #include <signal.h>
 #include <sys/fsuid.h>
 #include <sys/inotify.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/types.h>
 #include <sys/xattr.h>
@@ -20,6 +19,7 @@
 #include <utility>
 
 #include "tests/contract/files_contract.h"
+#include "tests/support/file_size_limited.h"
 #include "tests/support/temporary_folder.h"
 
 namespace zln {
@@ -67,24 +67,6 @@ class OrdinaryUser {
  private:
   static constexpr uid_t kNobody = 65534;
   uid_t before_;
-};
-
-// Lets files grow to this size and no further.
-class FileSizeLimited {
- public:
-  explicit FileSizeLimited(rlim_t size) : handler_(signal(SIGXFSZ, SIG_IGN)) {
-    getrlimit(RLIMIT_FSIZE, &before_);
-    const rlimit limited{size, before_.rlim_max};
-    setrlimit(RLIMIT_FSIZE, &limited);
-  }
-  ~FileSizeLimited() {
-    setrlimit(RLIMIT_FSIZE, &before_);
-    signal(SIGXFSZ, handler_);
-  }
-
- private:
-  sighandler_t handler_;
-  rlimit before_;
 };
 
 class FilesPosixTest : public testing::Test {
