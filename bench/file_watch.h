@@ -3,6 +3,10 @@
 
 #include <stdint.h>
 
+#ifdef __cplusplus
+extern "C" {
+#endif
+
 /* What the programs of the benchmarks see of themselves and of a file from outside. */
 
 /* Nanoseconds of a clock that only goes forward. */
@@ -29,5 +33,9 @@ typedef struct StillFile {
 
 /* Looks at a file every `stepUs` until nothing has replaced or changed it for `restMs`. */
 StillFile waitUntilStill(const char* path, unsigned stepUs, unsigned restMs);
+
+#ifdef __cplusplus
+}
+#endif
 
 #endif /* BENCH_FILE_WATCH_H */

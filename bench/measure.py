@@ -36,6 +36,9 @@ FRAME_US = 16000  # At 60 pictures a second.
 LIFECYCLE = "lifecycle calls at depth 1000"
 START_EMPTY = "initialize and start, nothing stored, first launch"
 START_STORED = f"initialize and start, {FULL} stored"
+REST_IDLE = "resident memory, started, nothing owed"
+REST_FULL = f"resident memory at depth {FULL}"
+ONE_REPORT = "resident memory of libcurl after one report"
 PROJECT = pathlib.Path(__file__).resolve().parent.parent
 APPLICATION = "com.example.bench"
 
@@ -84,8 +87,10 @@ class Home:
         return self.folder / "home/data" / APPLICATION / "com.zelnor.sdk"
 
     def clear(self):
+        """A home as the system makes it, in which no application has run yet."""
         shutil.rmtree(self.folder / "home", ignore_errors=True)
-        (self.folder / "home").mkdir()
+        (self.folder / "home/data").mkdir(parents=True)
+        (self.folder / "home/config").mkdir()
 
     def clear_for_ads_alone(self):
         """A home whose settings switch off the reports about sessions and are not due."""
@@ -344,12 +349,9 @@ class Bench:
                 home.clear_for_ads_alone()
                 said = home.play("rest", FULL)
                 home.expect_stored(FULL)
-                self._keep_memory(f"resident memory at depth {FULL}", home, said)
-        for home in self.homes:
-            self._memory_row(f"resident memory at depth {FULL}", home, 5, 4)
+                self._keep_memory(REST_FULL, home, said)
 
     def measure_rest_idle(self, server):
-        quantity = "resident memory, started, nothing owed"
         for _ in range(self.rounds.rest):
             for home in self.homes:
                 home.clear()
@@ -358,10 +360,12 @@ class Bench:
                 home.expect_stored(0)
                 if server.requests() - before - 1 != 2:
                     raise NotMeasured("the first session and the request for settings did not come")
-                self._keep_memory(quantity, home, said)
+                self._keep_memory(REST_IDLE, home, said)
+                self._keep_memory_of_one_report(home)
                 self.keep_samples("threads, nothing owed", home, "ours", said["threads"])
         for home in self.homes:
-            self._memory_row(quantity, home, 2, 1.5)
+            self._memory_rows(REST_IDLE, home, 2, 1.5)
+            self._memory_rows(REST_FULL, home, 5, 4)
             threads = sum(self.samples("threads, nothing owed", home, "ours"), [])
             self.rows.append(results.value_row("threads, nothing owed", home.name, max(threads),
                                                threads, "", 2))
@@ -371,13 +375,20 @@ class Bench:
         bare = home.run("bare_curl")["resident_kb"][0]
         self.keep_samples(quantity, home, "libcurl", [bare / 1024])
 
-    def _memory_row(self, quantity, home, must, aim):
-        ours, bare = (sum(self.samples(quantity, home, who), []) for who in ("ours", "libcurl"))
-        above = [a - b for a, b in zip(ours, bare)]
-        row = results.value_row(f"{quantity}, over bare libcurl", home.name,
-                                statistics.median(above), above, "MB", must, aim,
-                                f"libcurl {results.number(statistics.median(bare))} MB")
-        self.rows.append(row)
+    def _keep_memory_of_one_report(self, home):
+        said = home.run("posting_yardstick", 1, servers.URL, self.certificates.authority)
+        self.keep_samples(ONE_REPORT, home, "libcurl", [said["resident_kb"][0] / 1024])
+
+    def _memory_rows(self, quantity, home, must, aim):
+        ours = sum(self.samples(quantity, home, "ours"), [])
+        for yardstick, samples in (("bare libcurl", self.samples(quantity, home, "libcurl")),
+                                   ("libcurl after one report",
+                                    self.samples(ONE_REPORT, home, "libcurl"))):
+            bare = statistics.median(sum(samples, []))
+            above = [resident - bare for resident in ours]
+            self.rows.append(results.value_row(f"{quantity}, over {yardstick}", home.name,
+                                               statistics.median(above), above, "MB", must, aim,
+                                               f"{results.number(bare)} MB"))
 
     # ---- All of it ----
 

@@ -13,6 +13,7 @@
 #include <thread>
 #include <vector>
 
+#include "bench/file_watch.h"
 #include "bench/sample_report.h"
 
 namespace zln::bench {
@@ -83,6 +84,7 @@ int run(unsigned count, const char* url, const char* caFile) {
   std::printf("delivery_us %.0f\nprocessor_us %.0f\n", spent.count(),
               processorUs() - processorBefore);
   curl_slist_free_all(headers);
+  std::printf("resident_kb %ld\n", residentKb());
   if (taken == count) return 0;
   std::fprintf(stderr, "posting_yardstick: only %u of %u reports were taken\n", taken, count);
   return 1;
