@@ -17,7 +17,7 @@ class BackgroundTasks {
   virtual bool offersBegin() = 0;
   virtual bool offersEnd() = 0;
 
-  // Asks for time. `expired` runs on the main thread shortly before the time is up, unless the task
+  // Asks for time. `expired` runs in the main queue shortly before the time is up, unless the task
   // has been ended. kBackgroundTaskInvalid when the system refuses.
   virtual BackgroundTaskId begin(std::function<void()> expired) = 0;
   // An identifier that is invalid or ended already is ignored.

@@ -22,7 +22,8 @@ ZLN_EXPORT void ZLNHostSetApplicationInfo(const char* bundleIdentifier, const ch
 
 /*
  * Tell what happens to the application. Each returns when everything in the library that follows
- * the event has run, on the library's own main thread; none waits for the network.
+ * the event has run: on the calling thread, or on one of the library's when another event is under
+ * way. Events never run beside each other. None waits for the network.
  *
  * Start:              DidBecomeActive
  * Overlay or call:    WillResignActive, later DidBecomeActive
@@ -40,8 +41,8 @@ ZLN_EXPORT void ZLNHostApplicationWillTerminate(void);
 
 /*
  * For a host whose system limits the time in the background. Without hooks the library takes that
- * time to be unlimited. The hooks are called on threads of the library, several at once, and must
- * return soon; `context` is handed to each as it is.
+ * time to be unlimited. The hooks are called on threads of the library and within the events above,
+ * several at once, and must return soon; `context` is handed to each as it is.
  */
 typedef struct ZLNHostBackgroundTaskHooks {
   /* Asks for time in the background. Returns an identifier, or 0 when there is none to be had. */
@@ -61,7 +62,7 @@ ZLN_EXPORT void ZLNHostSetBackgroundTaskHooks(const ZLNHostBackgroundTaskHooks* 
 
 /*
  * Says that the time of a background task is about to run out. Returns when the library has
- * reacted, on its main thread. An identifier that is not of a running task is ignored.
+ * reacted, as for the events above. An identifier that is not of a running task is ignored.
  */
 ZLN_EXPORT void ZLNHostBackgroundTaskWillExpire(uint64_t identifier);
 

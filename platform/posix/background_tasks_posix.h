@@ -20,7 +20,7 @@ class BackgroundTasksPosix : public BackgroundTasks {
 
   // Absent takes the hooks away; given ones must be complete.
   void setHooks(std::optional<ZLNHostBackgroundTaskHooks> hooks);
-  // Runs what the task with this identifier has for the end of its time, on the main thread, and
+  // Runs what the task with this identifier has for the end of its time, in the main queue, and
   // returns when it has run. A task is told once, and not after its end.
   void willExpire(BackgroundTaskId id);
 

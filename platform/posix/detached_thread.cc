@@ -3,8 +3,7 @@
 #include <pthread.h>
 #include <signal.h>
 
-#include <system_error>
-#include <thread>
+#include <memory>
 #include <utility>
 
 namespace zln {
@@ -33,19 +32,29 @@ class SignalsBlocked {
   sigset_t before_;
 };
 
+// What a thread begins with.
+struct Beginning {
+  const char* name;
+  std::function<void()> body;
+};
+
+void* begin(void* argument) {
+  const std::unique_ptr<Beginning> beginning(static_cast<Beginning*>(argument));
+  pthread_setname_np(pthread_self(), beginning->name);
+  beginning->body();
+  return nullptr;
+}
+
 }  // namespace
 
 bool startDetachedThread(const char* name, std::function<void()> body) {
   const SignalsBlocked blocked;
-  try {
-    std::thread([name, body = std::move(body)] {
-      pthread_setname_np(pthread_self(), name);
-      body();
-    }).detach();
-    return true;
-  } catch (const std::system_error&) {
-    return false;
-  }
+  auto beginning = std::make_unique<Beginning>(Beginning{name, std::move(body)});
+  pthread_t thread;
+  if (pthread_create(&thread, nullptr, &begin, beginning.get()) != 0) return false;
+  beginning.release();
+  pthread_detach(thread);
+  return true;
 }
 
 }  // namespace zln

@@ -3,7 +3,9 @@
 #include <chrono>
 #include <condition_variable>
 #include <deque>
+#include <memory>
 #include <mutex>
+#include <semaphore>
 #include <utility>
 
 #include "platform/posix/detached_thread.h"
@@ -15,86 +17,119 @@ namespace {
 // How long mainSync waits before it asks again for a thread that the system has not given.
 constexpr std::chrono::milliseconds kThreadRetryTime{50};
 
-// One thread waits for what another one does.
-class Completion {
- public:
-  void set() {
-    std::lock_guard lock(mutex_);
-    isSet_ = true;
-    came_.notify_all();
-  }
-
-  void wait() {
-    std::unique_lock lock(mutex_);
-    came_.wait(lock, [this] { return isSet_; });
-  }
-
-  // False when the time is over before.
-  bool waitFor(std::chrono::milliseconds time) {
-    std::unique_lock lock(mutex_);
-    return came_.wait_for(lock, time, [this] { return isSet_; });
-  }
-
- private:
-  std::mutex mutex_;
-  std::condition_variable came_;
-  bool isSet_ = false;
-};
-
 }  // namespace
 
-// What the main thread works on. The thread holds it, so it stays as long as the process.
+// Tasks that run one after the other, each on the thread that hands it in when none is on its turn
+// then, else on the main thread. That thread holds the queue, so it stays as long as the process.
 class DispatchPosix::MainQueue : public std::enable_shared_from_this<MainQueue> {
  public:
   explicit MainQueue(ThreadPool::ThreadStarter startThread)
       : startThread_(std::move(startThread)) {}
 
-  bool isOnMainThread() const { return queueOfThisThread == this; }
+  bool isOnThisThread() const { return queueOfThisThread == this; }
 
   // False when there is no main thread yet and none can be made.
-  bool add(std::function<void()> task) {
-    bool hasThread;
-    {
-      std::lock_guard lock(mutex_);
-      tasks_.push_back(std::move(task));
-      hasThread = ensureThread();
-    }
-    taskCame_.notify_one();
-    return hasThread;
-  }
+  bool add(std::function<void()> task) { return addTo(tasks_, std::move(task)); }
+
+  // Has the main thread do what needs no turn.
+  void addChore(std::function<void()> chore) { addTo(chores_, std::move(chore)); }
 
   bool askForThread() {
     std::lock_guard lock(mutex_);
     return ensureThread();
   }
 
+  // False, and nothing has run, when it is not the turn of the task.
+  bool runIfFree(const std::function<void()>& task) {
+    {
+      std::lock_guard lock(mutex_);
+      if (isBusy_ || !tasks_.empty()) return false;
+      isBusy_ = true;
+    }
+    const Turn turn(*this);
+    task();
+    return true;
+  }
+
  private:
+  // The task under way, until its end.
+  class Turn {
+   public:
+    explicit Turn(MainQueue& queue)
+        : queue_(queue), outer_(std::exchange(queueOfThisThread, &queue)) {}
+    ~Turn() {
+      queueOfThisThread = outer_;
+      queue_.endTurn();
+    }
+    Turn(const Turn&) = delete;
+    Turn& operator=(const Turn&) = delete;
+
+   private:
+    MainQueue& queue_;
+    const MainQueue* const outer_;
+  };
+
+  bool addTo(std::deque<std::function<void()>>& works, std::function<void()> work) {
+    bool hasThread;
+    {
+      std::lock_guard lock(mutex_);
+      works.push_back(std::move(work));
+      hasThread = ensureThread();
+    }
+    changed_.notify_one();
+    return hasThread;
+  }
+
   bool ensureThread() {
     if (!hasThread_) hasThread_ = startThread_([self = shared_from_this()] { self->work(); });
     return hasThread_;
   }
 
   [[noreturn]] void work() {
-    queueOfThisThread = this;
-    while (true) next()();
-  }
-
-  std::function<void()> next() {
     std::unique_lock lock(mutex_);
-    taskCame_.wait(lock, [this] { return !tasks_.empty(); });
-    auto task = std::move(tasks_.front());
-    tasks_.pop_front();
-    return task;
+    while (true) {
+      changed_.wait(lock, [this] { return !chores_.empty() || (!isBusy_ && !tasks_.empty()); });
+      if (!chores_.empty()) {
+        const std::function<void()> chore = taken(chores_);
+        lock.unlock();
+        chore();
+      } else {
+        std::function<void()> task = taken(tasks_);
+        isBusy_ = true;
+        lock.unlock();
+        const Turn turn(*this);
+        std::exchange(task, nullptr)();
+      }
+      lock.lock();
+    }
   }
 
-  // The queue whose main thread this thread is.
+  static std::function<void()> taken(std::deque<std::function<void()>>& works) {
+    std::function<void()> work = std::move(works.front());
+    works.pop_front();
+    return work;
+  }
+
+  void endTurn() {
+    bool isWaiting;
+    {
+      std::lock_guard lock(mutex_);
+      isBusy_ = false;
+      isWaiting = !tasks_.empty();
+    }
+    if (isWaiting) changed_.notify_one();
+  }
+
+  // The queue whose task this thread runs.
   static thread_local const MainQueue* queueOfThisThread;
 
   const ThreadPool::ThreadStarter startThread_;
   std::mutex mutex_;
-  std::condition_variable taskCame_;
+  std::condition_variable changed_;
   std::deque<std::function<void()>> tasks_;
+  std::deque<std::function<void()>> chores_;
   bool hasThread_ = false;
+  bool isBusy_ = false;
 };
 
 thread_local const DispatchPosix::MainQueue* DispatchPosix::MainQueue::queueOfThisThread = nullptr;
@@ -110,19 +145,30 @@ DispatchPosix::DispatchPosix(ThreadPool& pool, ThreadPool::ThreadStarter startMa
 void DispatchPosix::mainAsync(std::function<void()> task) { main_->add(std::move(task)); }
 
 void DispatchPosix::mainSync(std::function<void()> task) {
-  if (main_->isOnMainThread()) {
+  if (main_->isOnThisThread()) {
     task();
-    return;
+  } else if (!main_->runIfFree(task)) {
+    runInTurn(std::move(task));
   }
+}
+
+void DispatchPosix::runInTurn(std::function<void()> task) {
   // Shared, because the main thread may still be inside it when the waiting one goes on.
-  const auto done = std::make_shared<Completion>();
+  const auto done = std::make_shared<std::binary_semaphore>(0);
   bool hasThread = main_->add([task = std::move(task), done]() mutable {
     task();
     task = nullptr;
-    done->set();
+    done->release();
   });
-  while (!hasThread && !done->waitFor(kThreadRetryTime)) hasThread = main_->askForThread();
-  done->wait();
+  while (!hasThread) {
+    if (done->try_acquire_for(kThreadRetryTime)) return;
+    hasThread = main_->askForThread();
+  }
+  done->acquire();
+}
+
+void DispatchPosix::mainThreadBeside(std::function<void()> work) {
+  main_->addChore(std::move(work));
 }
 
 void DispatchPosix::globalAsync(std::function<void()> task) { pool_.run(std::move(task)); }

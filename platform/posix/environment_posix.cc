@@ -18,11 +18,11 @@ constexpr char kUnknownVersion[] = "0";
 }  // namespace
 
 PortParts::PortParts()
-    : dispatch(pool),
+    : pool([this](std::function<void()> work) { dispatch.mainThreadBeside(std::move(work)); }),
+      dispatch(pool),
       http(pool,
-           [this] {
-             return userAgentText(executableName(),
-                                  application.shortVersion().value_or(kUnknownVersion),
+           [this, name = executableName()] {
+             return userAgentText(name, application.shortVersion().value_or(kUnknownVersion),
                                   ZLN_REPORTING_VERSION);
            }),
       files(
@@ -30,7 +30,7 @@ PortParts::PortParts()
             return appendPathComponent(dataFolder(&environmentVariable), application.folderName());
           },
           std::make_shared<DelayedFlush>(
-              [this](std::function<void()> flush) { flushWhenQuiet(std::move(flush)); },
+              [this](std::function<void()> flush) { pool.runWhenQuiet(std::move(flush)); },
               &ThreadPool::isOnPool)),
       userDefaults(files,
                    [this] {
@@ -42,15 +42,6 @@ PortParts::PortParts()
       logSink(clock, executableName(), STDERR_FILENO),
       environment{clock,       dispatch,        http,  files,   userDefaults,
                   deviceFacts, backgroundTasks, uuids, logSink, notificationCenter} {}
-
-// The game's thread does not even make a thread for it.
-void PortParts::flushWhenQuiet(std::function<void()> flush) {
-  if (ThreadPool::isOnPool()) {
-    pool.runWhenQuiet(std::move(flush));
-  } else {
-    dispatch.mainAsync([this, flush = std::move(flush)] { pool.runWhenQuiet(flush); });
-  }
-}
 
 PortParts& portParts() {
   static PortParts& parts = *new PortParts;

@@ -1,7 +1,5 @@
 #pragma once
 
-#include <functional>
-
 #include "platform/environment.h"
 #include "platform/notification_center.h"
 #include "platform/posix/application_info.h"
@@ -18,7 +16,7 @@
 
 namespace zln {
 
-// All parts of the port, wired to this machine. A part stands below those it uses.
+// All parts of the port, wired to this machine. A part stands below those it uses at once.
 struct PortParts {
   PortParts();
   PortParts(const PortParts&) = delete;
@@ -26,6 +24,7 @@ struct PortParts {
 
   ApplicationInfo application;
   ClockPosix clock;
+  // The main thread starts its threads, so that a game's never spends the time.
   ThreadPool pool;
   DispatchPosix dispatch;
   HttpClientCurl http;
@@ -37,9 +36,6 @@ struct PortParts {
   LogSinkPosix logSink;
   NotificationCenter notificationCenter;
   Environment environment;
-
- private:
-  void flushWhenQuiet(std::function<void()> flush);
 };
 
 // The parts of this process. They are never destroyed: threads may use them to the very end.

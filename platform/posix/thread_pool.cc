@@ -25,8 +25,8 @@ thread_local Worker* workerOfThisThread = nullptr;
 // What the threads share. Each holds it, so it stays as long as one of them runs.
 class ThreadPool::State : public std::enable_shared_from_this<State> {
  public:
-  State(ThreadStarter startThread, std::chrono::milliseconds idleTime)
-      : startThread_(std::move(startThread)), idleTime_(idleTime) {}
+  State(ThreadStarter startThread, std::chrono::milliseconds idleTime, Helper helper)
+      : startThread_(std::move(startThread)), idleTime_(idleTime), helper_(std::move(helper)) {}
 
   void run(std::function<void()> task) {
     Worker* const worker = workerOfThisThread;
@@ -34,34 +34,66 @@ class ThreadPool::State : public std::enable_shared_from_this<State> {
       worker->next = std::move(task);
       return;
     }
+    bool mustGrow;
     {
       std::lock_guard lock(mutex_);
       tasks_.push_back(std::move(task));
-      addThreadIfNeeded();
+      mustGrow = wantThreadIfMissing();
     }
     taskCame_.notify_one();
+    if (mustGrow) askHelper();
   }
 
   // A thread that calls this will be without work itself, sooner or later.
   void runWhenQuiet(std::function<void()> task) {
-    std::lock_guard lock(mutex_);
-    quietTasks_.push_back(std::move(task));
-    if (free_ == 0 && !isOnPool()) addThread();
+    bool mustGrow;
+    {
+      std::lock_guard lock(mutex_);
+      quietTasks_.push_back(std::move(task));
+      quietTaskNeedsThread_ = free_ == 0 && !isOnPool();
+      mustGrow = wantThreadIfMissing();
+    }
+    if (mustGrow) askHelper();
   }
 
  private:
   // The lock is held. A free thread is one that waits or has yet to begin. Each free thread takes
-  // one of the waiting tasks; another is needed when some are left then. A thread that takes a task
-  // asks as well, so the pool grows again as soon as the system has threads again.
-  void addThreadIfNeeded() {
-    if (tasks_.size() > free_) addThread();
+  // one of the waiting tasks; another is needed when some are left then.
+  bool isThreadMissing() const {
+    return tasks_.size() + (quietTaskNeedsThread_ ? 1 : 0) > free_ + wanted_ &&
+           threads_ + wanted_ < kMaxThreads;
   }
 
-  void addThread() {
-    if (threads_ == kMaxThreads) return;
-    if (!startThread_([self = shared_from_this()] { self->work(); })) return;
-    ++threads_;
-    ++free_;
+  // The lock is held. True when the caller is to see to it that threads are started.
+  bool wantThreadIfMissing() {
+    if (!isThreadMissing()) return false;
+    quietTaskNeedsThread_ = false;
+    return ++wanted_ == 1;
+  }
+
+  void askHelper() {
+    if (helper_) {
+      helper_([self = shared_from_this()] { self->grow(); });
+    } else {
+      grow();
+    }
+  }
+
+  // The lock is open while a thread is started, which takes longer than all else here.
+  void grow() {
+    std::unique_lock lock(mutex_);
+    while (wanted_ > 0) {
+      --wanted_;
+      ++threads_;
+      ++free_;
+      lock.unlock();
+      const bool isStarted = startThread_([self = shared_from_this()] { self->work(); });
+      lock.lock();
+      if (isStarted) continue;
+      --threads_;
+      --free_;
+      wanted_ = 0;
+    }
   }
 
   void work() {
@@ -82,14 +114,17 @@ class ThreadPool::State : public std::enable_shared_from_this<State> {
     workerOfThisThread = outer;
   }
 
-  // The lock is open while tasks run and while what they hold is destroyed.
+  // A thread that takes a task looks for missing threads as well, so the pool grows again as soon
+  // as the system has threads again. The lock is open while tasks run and while what they hold is
+  // destroyed.
   void runFirst(std::deque<std::function<void()>>& tasks, Worker& worker,
                 std::unique_lock<std::mutex>& lock) {
     std::function<void()> task = std::move(tasks.front());
     tasks.pop_front();
     --free_;
-    addThreadIfNeeded();
+    const bool mustGrow = wantThreadIfMissing();
     lock.unlock();
+    if (mustGrow) grow();
     while (task) {
       task();
       task = nullptr;
@@ -101,23 +136,27 @@ class ThreadPool::State : public std::enable_shared_from_this<State> {
 
   const ThreadStarter startThread_;
   const std::chrono::milliseconds idleTime_;
+  const Helper helper_;
   std::mutex mutex_;
   std::condition_variable taskCame_;
   std::deque<std::function<void()>> tasks_;
   std::deque<std::function<void()>> quietTasks_;
   std::size_t threads_ = 0;
   std::size_t free_ = 0;
+  // Threads that somebody is about to start.
+  std::size_t wanted_ = 0;
+  bool quietTaskNeedsThread_ = false;
 };
 
-ThreadPool::ThreadPool()
+ThreadPool::ThreadPool(Helper helper)
     : ThreadPool(
           [](std::function<void()> body) {
             return startDetachedThread("ZLN pool", std::move(body));
           },
-          kIdleTime) {}
+          kIdleTime, std::move(helper)) {}
 
-ThreadPool::ThreadPool(ThreadStarter startThread, std::chrono::milliseconds idleTime)
-    : state_(std::make_shared<State>(std::move(startThread), idleTime)) {}
+ThreadPool::ThreadPool(ThreadStarter startThread, std::chrono::milliseconds idleTime, Helper helper)
+    : state_(std::make_shared<State>(std::move(startThread), idleTime, std::move(helper))) {}
 
 void ThreadPool::run(std::function<void()> task) { state_->run(std::move(task)); }
 

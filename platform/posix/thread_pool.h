@@ -16,14 +16,18 @@ class ThreadPool {
  public:
   // Starts a thread that runs the body; false when there is none to be had.
   using ThreadStarter = std::function<bool(std::function<void()> body)>;
+  // Runs what takes too long for a caller of the pool, such as the start of a thread.
+  using Helper = std::function<void(std::function<void()> work)>;
 
   static constexpr std::size_t kMaxThreads = 64;
   // A thread without work ends after this time, so that a quiet library keeps none.
   static constexpr std::chrono::milliseconds kIdleTime{1000};
 
-  ThreadPool();
+  // Without a helper a caller of the pool starts its threads.
+  explicit ThreadPool(Helper helper = nullptr);
   // With other threads and another patience than the library's own.
-  ThreadPool(ThreadStarter startThread, std::chrono::milliseconds idleTime);
+  ThreadPool(ThreadStarter startThread, std::chrono::milliseconds idleTime,
+             Helper helper = nullptr);
   ThreadPool(const ThreadPool&) = delete;
   ThreadPool& operator=(const ThreadPool&) = delete;
 

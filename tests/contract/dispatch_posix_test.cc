@@ -6,10 +6,11 @@
 #include <atomic>
 #include <chrono>
 #include <functional>
+#include <future>
 #include <latch>
-#include <set>
 #include <thread>
 #include <utility>
+#include <vector>
 
 #include "tests/contract/dispatch_contract.h"
 
@@ -35,9 +36,9 @@ INSTANTIATE_TYPED_TEST_SUITE_P(Posix, DispatchContract, PosixDispatch);
 class DispatchPosixTest : public testing::Test {
  protected:
   std::thread::id mainThread() {
-    std::thread::id id;
-    dispatch.mainSync([&] { id = std::this_thread::get_id(); });
-    return id;
+    std::promise<std::thread::id> id;
+    dispatch.mainAsync([&] { id.set_value(std::this_thread::get_id()); });
+    return id.get_future().get();
   }
 
   ThreadPool pool;
@@ -46,9 +47,14 @@ class DispatchPosixTest : public testing::Test {
 
 TEST_F(DispatchPosixTest, TheMainThreadHasAName) {
   std::array<char, 16> name{};
+  std::promise<void> done;
 
-  dispatch.mainSync([&] { pthread_getname_np(pthread_self(), name.data(), name.size()); });
+  dispatch.mainAsync([&] {
+    pthread_getname_np(pthread_self(), name.data(), name.size());
+    done.set_value();
+  });
 
+  done.get_future().wait();
   EXPECT_STREQ("ZLN main", name.data());
 }
 
@@ -58,6 +64,46 @@ TEST_F(DispatchPosixTest, TheMainThreadIsTheSameForEveryCaller) {
 
   EXPECT_EQ(mainThread(), other);
   EXPECT_NE(std::this_thread::get_id(), other);
+}
+
+TEST_F(DispatchPosixTest, MainSyncNeedsNoOtherThreadWhenTheQueueIsFree) {
+  std::thread::id thread;
+
+  dispatch.mainSync([&] { thread = std::this_thread::get_id(); });
+
+  EXPECT_EQ(std::this_thread::get_id(), thread);
+}
+
+TEST_F(DispatchPosixTest, AMainTaskWaitsForOneOnAnotherThread) {
+  std::vector<int> order;
+  std::promise<void> done;
+
+  dispatch.mainSync([&] {
+    dispatch.mainAsync([&] {
+      order.push_back(2);
+      done.set_value();
+    });
+    // The main thread would have the time to come first.
+    std::promise<void> chore;
+    dispatch.mainThreadBeside([&] { chore.set_value(); });
+    chore.get_future().wait();
+    order.push_back(1);
+  });
+  done.get_future().wait();
+
+  EXPECT_THAT(order, ElementsAre(1, 2));
+}
+
+TEST_F(DispatchPosixTest, TheMainThreadWorksBesideATask) {
+  std::promise<std::thread::id> ran;
+  std::thread::id thread;
+
+  dispatch.mainSync([&] {
+    dispatch.mainThreadBeside([&] { ran.set_value(std::this_thread::get_id()); });
+    thread = ran.get_future().get();
+  });
+
+  EXPECT_EQ(mainThread(), thread);
 }
 
 TEST_F(DispatchPosixTest, AGlobalTaskRunsOnAnotherThreadThanMain) {
@@ -98,13 +144,16 @@ TEST_F(DispatchPosixTest, MainTasksOfManyThreadsNeverRunBesideEachOther) {
   EXPECT_EQ(2000, unguarded);
 }
 
-TEST_F(DispatchPosixTest, TwoDispatchesHaveMainThreadsOfTheirOwn) {
+TEST_F(DispatchPosixTest, ATaskMayUseTheQueueOfAnotherDispatch) {
   DispatchPosix other(pool);
-  std::thread::id otherMain;
+  std::vector<int> order;
 
-  dispatch.mainSync([&] { other.mainSync([&] { otherMain = std::this_thread::get_id(); }); });
+  dispatch.mainSync([&] {
+    other.mainSync([&] { order.push_back(1); });
+    dispatch.mainSync([&] { order.push_back(2); });
+  });
 
-  EXPECT_NE(mainThread(), otherMain);
+  EXPECT_THAT(order, ElementsAre(1, 2));
 }
 
 // Where the system refuses the main thread so many times.
@@ -128,9 +177,16 @@ TEST_F(DispatchPosixRefusedTest, NoThreadIsAskedForBeforeTheFirstTask) {
   EXPECT_EQ(0, started.load());
 }
 
+TEST_F(DispatchPosixRefusedTest, ATaskThatNeedsNoThreadMakesNone) {
+  dispatch.mainSync([] {});
+
+  EXPECT_EQ(0, started.load());
+}
+
 TEST_F(DispatchPosixRefusedTest, OneThreadIsMadeForAllTasks) {
-  dispatch.mainSync([] {});
-  dispatch.mainSync([] {});
+  dispatch.mainAsync([] {});
+  dispatch.mainAsync([] {});
+  dispatch.mainThreadBeside([] {});
 
   EXPECT_EQ(1, started.load());
 }
@@ -146,12 +202,14 @@ TEST_F(DispatchPosixRefusedTest, ATaskWaitsForTheCallThatGetsAThread) {
 }
 
 TEST_F(DispatchPosixRefusedTest, MainSyncAsksUntilItGetsAThread) {
-  bool ran = false;
-  refusals = 3;
+  std::vector<int> order;
+  refusals = 4;
 
-  dispatch.mainSync([&] { ran = true; });
+  dispatch.mainAsync([&] { order.push_back(1); });
+  dispatch.mainSync([&] { order.push_back(2); });
 
-  EXPECT_TRUE(ran);
+  EXPECT_THAT(order, ElementsAre(1, 2));
+  EXPECT_EQ(0, refusals.load());
 }
 
 }  // namespace

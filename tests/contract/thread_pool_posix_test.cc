@@ -192,6 +192,86 @@ TEST_F(ThreadPoolTest, ThreadsThatHaveEndedMakeRoomForOthers) {
   EXPECT_THAT(ran, SizeIs(70));
 }
 
+// A pool whose threads somebody else is to start, which the test does.
+class HelpedThreadPoolTest : public ThreadPoolTest {
+ protected:
+  std::vector<std::function<void()>> asked;
+  ThreadPool helped{[this](std::function<void()> body) {
+                      if (!threadsRefused) bodies.push_back(std::move(body));
+                      return !threadsRefused;
+                    },
+                    std::chrono::milliseconds(0),
+                    [this](std::function<void()> work) { asked.push_back(std::move(work)); }};
+};
+
+TEST_F(HelpedThreadPoolTest, TheCallerStartsNoThread) {
+  helped.run([] {});
+  helped.runWhenQuiet([] {});
+
+  EXPECT_THAT(bodies, IsEmpty());
+}
+
+TEST_F(HelpedThreadPoolTest, TheHelperIsAskedOnceAndStartsAllThatAreMissing) {
+  for (int i = 0; i < 3; ++i) helped.run([] {});
+
+  ASSERT_THAT(asked, SizeIs(1));
+  asked.at(0)();
+  EXPECT_THAT(bodies, SizeIs(3));
+}
+
+TEST_F(HelpedThreadPoolTest, TheHelperIsAskedAgainForALaterTask) {
+  helped.run([] {});
+  asked.at(0)();
+
+  helped.run([] {});
+
+  ASSERT_THAT(asked, SizeIs(2));
+  asked.at(1)();
+  EXPECT_THAT(bodies, SizeIs(2));
+}
+
+TEST_F(HelpedThreadPoolTest, TheHelperStartsOneForAQuietTask) {
+  helped.runWhenQuiet([this] { ran.push_back(1); });
+
+  ASSERT_THAT(asked, SizeIs(1));
+  asked.at(0)();
+  ASSERT_THAT(bodies, SizeIs(1));
+  bodies.at(0)();
+  EXPECT_THAT(ran, ElementsAre(1));
+}
+
+TEST_F(HelpedThreadPoolTest, AfterARefusalTheNextTaskAsksAgain) {
+  threadsRefused = true;
+  helped.run([this] { ran.push_back(1); });
+  asked.at(0)();
+  threadsRefused = false;
+
+  helped.run([this] { ran.push_back(2); });
+
+  ASSERT_THAT(asked, SizeIs(2));
+  asked.at(1)();
+  ASSERT_THAT(bodies, SizeIs(1));
+  bodies.at(0)();
+  EXPECT_THAT(ran, ElementsAre(1, 2));
+}
+
+TEST_F(HelpedThreadPoolTest, AThreadThatTakesATaskNeedsNoHelperToStartAnother) {
+  helped.run([this] { ran.push_back(1); });
+  helped.run([this] { ran.push_back(2); });
+  threadsRefused = true;
+  asked.at(0)();
+  threadsRefused = false;
+  helped.run([this] { ran.push_back(3); });
+  asked.at(1)();
+  ASSERT_THAT(bodies, SizeIs(1));
+
+  bodies.at(0)();
+
+  EXPECT_THAT(asked, SizeIs(2));
+  EXPECT_THAT(bodies, SizeIs(2));
+  EXPECT_THAT(ran, ElementsAre(1, 2, 3));
+}
+
 TEST_F(ThreadPoolTest, TasksBeyond64ThreadsWait) {
   for (int number = 0; number < 70; ++number) note(number);
 
