@@ -10,13 +10,16 @@ struct x509_store_st;
 
 namespace zln {
 
-// The certificate authorities of a file, read once for all connections: reading the system's takes
-// longer than the rest of a request. A file that has changed is read again.
+// The certificate authorities of a file, read once for all connections. Of the hundred and more of
+// a system a game meets two or three: each is looked up by its name and decoded when a server's
+// certificate leads to it, for to decode them all takes longer than the rest of a request, and
+// much memory. A file that has changed is read again.
 class TrustStore {
  public:
   using Authorities = std::shared_ptr<x509_store_st>;
 
   // Null when there is none in the file. Any thread may call it; they wait for the one that reads.
+  // Any thread may use the authorities.
   Authorities of(const std::string& file);
 
  private:

@@ -13,6 +13,7 @@ namespace zln {
 
 namespace {
 
+constexpr char kServer[] = "Test server";
 constexpr long kDay = 24L * 60 * 60;
 // This machine, and the hosts of a library that is built without any.
 constexpr char kServerNames[] =
@@ -51,10 +52,10 @@ void setName(X509_NAME* name, const std::string& commonName) {
                                      -1, 0) == 1);
 }
 
-void addExtension(X509* certificate, int kind, const char* value) {
+void addExtension(X509* certificate, X509* signer, int kind, const char* value) {
   X509V3_CTX context;
   X509V3_set_ctx_nodb(&context);
-  X509V3_set_ctx(&context, certificate, certificate, nullptr, nullptr, 0);
+  X509V3_set_ctx(&context, signer, certificate, nullptr, nullptr, 0);
   X509_EXTENSION* extension = X509V3_EXT_conf_nid(nullptr, &context, kind, value);
   require(extension != nullptr && X509_add_ext(certificate, extension, -1) == 1);
   X509_EXTENSION_free(extension);
@@ -65,19 +66,19 @@ Identity newIdentity(const Profile& profile, const Identity* issuer) {
   Identity identity{newKey(), CertificatePointer(X509_new(), X509_free)};
   X509* certificate = identity.certificate.get();
   require(certificate != nullptr && X509_set_version(certificate, X509_VERSION_3) == 1);
-  // Two authorities must not share a name, else one looks like a forgery of the other.
-  const std::uint32_t number = randomNumber();
-  require(ASN1_INTEGER_set_uint64(X509_get_serialNumber(certificate), number) == 1);
-  setName(X509_get_subject_name(certificate), profile.commonName + std::to_string(number));
+  require(ASN1_INTEGER_set_uint64(X509_get_serialNumber(certificate), randomNumber()) == 1);
+  setName(X509_get_subject_name(certificate), profile.commonName);
   X509* signer = issuer == nullptr ? certificate : issuer->certificate.get();
   require(X509_set_issuer_name(certificate, X509_get_subject_name(signer)) == 1);
   X509_gmtime_adj(X509_getm_notBefore(certificate), profile.validFrom);
   X509_gmtime_adj(X509_getm_notAfter(certificate), profile.validUntil);
   require(X509_set_pubkey(certificate, identity.key.get()) == 1);
-  addExtension(certificate, NID_basic_constraints,
+  addExtension(certificate, signer, NID_basic_constraints,
                profile.isAuthority ? "critical,CA:TRUE" : "CA:FALSE");
+  addExtension(certificate, signer, NID_subject_key_identifier, "hash");
+  addExtension(certificate, signer, NID_authority_key_identifier, "keyid:always");
   if (profile.alternativeNames != nullptr) {
-    addExtension(certificate, NID_subject_alt_name, profile.alternativeNames);
+    addExtension(certificate, signer, NID_subject_alt_name, profile.alternativeNames);
   }
   EVP_PKEY* key = issuer == nullptr ? identity.key.get() : issuer->key.get();
   require(X509_sign(certificate, key, EVP_sha256()) > 0);
@@ -86,21 +87,25 @@ Identity newIdentity(const Profile& profile, const Identity* issuer) {
 
 }  // namespace
 
+// Two authorities must not share a name by chance, else one looks like a forgery of the other.
 TestAuthority::TestAuthority()
-    : identity_(newIdentity({"Test authority ", nullptr, -kDay, kDay, true}, nullptr)) {}
+    : TestAuthority("Test authority " + std::to_string(randomNumber())) {}
+
+TestAuthority::TestAuthority(const std::string& name)
+    : identity_(newIdentity({name, nullptr, -kDay, kDay, true}, nullptr)) {}
 
 Identity TestAuthority::issue(CertificateFlaw flaw) const {
   switch (flaw) {
     case CertificateFlaw::kExpired:
-      return newIdentity({"Test server ", kServerNames, -2 * kDay, -kDay, false}, &identity_);
+      return newIdentity({kServer, kServerNames, -2 * kDay, -kDay, false}, &identity_);
     case CertificateFlaw::kSelfSigned:
-      return newIdentity({"Test server ", kServerNames, -kDay, kDay, false}, nullptr);
+      return newIdentity({kServer, kServerNames, -kDay, kDay, false}, nullptr);
     case CertificateFlaw::kWrongHost:
-      return newIdentity({"Test server ", "DNS:elsewhere.invalid", -kDay, kDay, false}, &identity_);
+      return newIdentity({kServer, "DNS:elsewhere.invalid", -kDay, kDay, false}, &identity_);
     case CertificateFlaw::kNone:
       break;
   }
-  return newIdentity({"Test server ", kServerNames, -kDay, kDay, false}, &identity_);
+  return newIdentity({kServer, kServerNames, -kDay, kDay, false}, &identity_);
 }
 
 std::string TestAuthority::certificatePem() const {

@@ -24,6 +24,8 @@ enum class CertificateFlaw { kNone, kExpired, kSelfSigned, kWrongHost };
 class TestAuthority {
  public:
   TestAuthority();
+  // Two of the same name look alike to whoever does not look at their keys.
+  explicit TestAuthority(const std::string& name);
 
   // A certificate for 127.0.0.1, localhost and the hosts of a library that is built without any.
   Identity issue(CertificateFlaw flaw) const;
