@@ -28,9 +28,17 @@ class AtomicFile {
 
   // Offers what stood there when this object was made, whatever has been put there since, and, if
   // that is declined, what stood there one replacement earlier, where the system has kept it.
-  // Absent and unreadable content, and content beyond `limit` bytes, is passed over. Once only.
+  // Absent and unreadable content, and content beyond `limit` bytes, is passed over. Once only. It
+  // counts as taken up when this returns; until then it is kept as by keep().
   virtual void offerOldContent(std::size_t limit,
                                const std::function<bool(const std::string& content)>& accept) = 0;
+
+  // From here to release() what lies in place now is kept for the next process, whatever replaces
+  // it: for one who takes out all and puts it back piece by piece. Should this process be killed
+  // before, the next one is offered it first, and after it what lies in place then, in which some
+  // of it may stand again. Several may do so at once. Where the system cannot, nothing is kept.
+  virtual void keep() = 0;
+  virtual void release() = 0;
 };
 
 // The file system. Paths are absolute. Any thread may call it.

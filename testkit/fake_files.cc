@@ -135,6 +135,9 @@ class FakeAtomicFile : public AtomicFile {
     if (old && old->size() <= limit) accept(*old);
   }
 
+  void keep() override {}
+  void release() override {}
+
  private:
   FakeFiles& files_;
   const std::string path_;

@@ -1,7 +1,7 @@
 #pragma once
 
 #include <memory>
-#include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -81,8 +81,10 @@ class ZLNReportingManager : public ZLNReportOperationDelegate,
   void listHeldReports();
   bool writeListedReports();
   void prepareReportFile();
-  // The array that an earlier process has left in the file, if it has. Once only.
-  std::optional<Value> readStoredReports();
+  // The report file, for a thread that has no turn to save.
+  AtomicFile& openedReportFile();
+  // Queues the reports of a stored list but those among `loaded`, to which it adds its own.
+  void queueStoredReports(const Array& elements, std::set<std::string>& loaded);
   // The end of every outcome. The calling operation is still counted, so a queue of fewer than two
   // holds only the last one.
   void restAfterOutcome();

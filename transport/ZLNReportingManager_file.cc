@@ -1,6 +1,7 @@
 #include <cstddef>
 #include <mutex>
 #include <optional>
+#include <set>
 
 #include "platform/path.h"
 #include "platform/property_list.h"
@@ -22,6 +23,19 @@ std::string sparePath() {
   return appendPathComponent(ZLNDirectories::rootPath(), ".reports.json.spare");
 }
 
+std::string textIn(const Dictionary& dictionary, const char* key) {
+  const std::string* text = dictionary.findString(key);
+  return text == nullptr ? "" : *text;
+}
+
+// What a stored report has in common with itself in another list, and with no other; empty when
+// there is no such thing.
+std::string identityOf(const Dictionary* report) {
+  if (report == nullptr) return "";
+  const std::string own = textIn(*report, "adEventId") + textIn(*report, "sessionId");
+  return own.empty() ? "" : textIn(*report, "type") + own;
+}
+
 }  // namespace
 
 std::string ZLNReportingManager::savedReportsPath() {
@@ -35,8 +49,11 @@ void ZLNReportingManager::saveReportsExcept(
   HeldLogLines lines;
   std::lock_guard turn(saving_);
   image_.begin();
+  // Looked at before what is held: a report that comes to be held meanwhile is in both, not in
+  // none.
+  queuedReports_.follow(reportQueue_);
   listHeldReports();
-  queuedReports_.list(reportQueue_, left, image_);
+  queuedReports_.list(left, image_);
   if (writeListedReports()) {
     logDebug("saved %i reports", image_.count());
   } else {
@@ -73,14 +90,27 @@ AtomicFile& ZLNReportingManager::reportFile() {
   return *reportFile_;
 }
 
+// Everything is queued before the offer returns: until then the file keeps what it offers.
 void ZLNReportingManager::loadStoredReports() {
-  const std::optional<Value> root = readStoredReports();
-  if (!root) {
-    prepareReportFile();
-    return;
-  }
-  for (const Value& element : *root->array()) {
+  std::set<std::string> loaded;
+  bool isFound = false;
+  openedReportFile().offerOldContent(kLargestFile, [&](const std::string& content) {
+    const std::optional<Value> root = property_list::read(content);
+    if (!root || root->array() == nullptr) return false;
+    queueStoredReports(*root->array(), loaded);
+    isFound = true;
+    return true;
+  });
+  if (!isFound) prepareReportFile();
+}
+
+// A process that was killed while it loaded leaves two lists, with some reports in both.
+void ZLNReportingManager::queueStoredReports(const Array& elements, std::set<std::string>& loaded) {
+  std::set<std::string> loadedHere;
+  for (const Value& element : elements) {
     const Dictionary* dictionary = element.dictionary();
+    const std::string identity = identityOf(dictionary);
+    if (loaded.contains(identity)) continue;
     const auto report =
         dictionary ? ZLNReportFactory::newReportFromDictionary(*dictionary) : nullptr;
     if (!report) {
@@ -89,7 +119,9 @@ void ZLNReportingManager::loadStoredReports() {
     }
     logVerbose("recovered report %@ to %@", report, report->urlString());
     queueReportForTransmission(report);
+    if (!identity.empty()) loadedHere.insert(identity);
   }
+  loaded.merge(loadedHere);
 }
 
 // So that the first save, which may be the game's, finds all in place.
@@ -98,19 +130,9 @@ void ZLNReportingManager::prepareReportFile() {
   reportFile().prepare();
 }
 
-std::optional<Value> ZLNReportingManager::readStoredReports() {
-  AtomicFile* file = nullptr;
-  {
-    std::lock_guard turn(saving_);
-    file = &reportFile();
-  }
-  std::optional<Value> root;
-  file->offerOldContent(kLargestFile, [&](const std::string& content) {
-    root = property_list::read(content);
-    if (root && root->array() == nullptr) root.reset();
-    return root.has_value();
-  });
-  return root;
+AtomicFile& ZLNReportingManager::openedReportFile() {
+  std::lock_guard turn(saving_);
+  return reportFile();
 }
 
 void ZLNReportingManager::restoreTemporaryErrorReports() {
@@ -120,7 +142,11 @@ void ZLNReportingManager::restoreTemporaryErrorReports() {
     for (const auto& report : temporaryErrorReports_) report->setTemporaryFailureCount(0);
     restored.swap(temporaryErrorReports_);
   });
+  if (restored.empty()) return;
+  // From here on each save leaves out those that are not queued yet.
+  openedReportFile().keep();
   for (const auto& report : restored) queueReportForTransmission(report);
+  openedReportFile().release();
 }
 
 std::vector<std::shared_ptr<ZLNReportBase>> ZLNReportingManager::temporaryErrorReports() {

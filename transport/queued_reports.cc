@@ -19,34 +19,9 @@ bool isOneOf(const std::vector<std::shared_ptr<ZLNReportBase>>& reports,
 
 }  // namespace
 
-void QueuedReports::list(const OperationQueue& queue,
-                         const std::vector<std::shared_ptr<ZLNReportBase>>& left,
-                         ReportFileImage& image) {
-  forgetReplaced();
-  follow(queue);
-  const bool tellsOfEach = isLogged(LogLevel::verbose);
-  const bool leavesSome = !left.empty();
-  for (Entry& entry : entries_) {
-    if (!entry.isSteady) lookInto(entry, left);
-    if (!entry.element || (leavesSome && isOneOf(left, entry.report.get()))) continue;
-    if (tellsOfEach) {
-      logVerbose("saving report %@ to %@", entry.report, entry.report->urlString());
-    }
-    image.add(entry.element);
-  }
-}
-
-// A replaced report, which hardly ever happens, has everything looked into again.
-void QueuedReports::forgetReplaced() {
-  const std::uint64_t replacements = ZLNReportOperationBase::replacements();
-  if (replacements == replacements_) return;
-  replacements_ = replacements;
-  entries_.clear();
-  mark_ = {};
-}
-
 // Entries whose operation has left the queue go; the others keep their order, new ones follow them.
 void QueuedReports::follow(const OperationQueue& queue) {
+  forgetReplaced();
   std::vector<Entry> present;
   auto known = entries_.begin();
   const auto shown =
@@ -62,6 +37,29 @@ void QueuedReports::follow(const OperationQueue& queue) {
     entries_ = std::move(present);
   } else {
     std::move(present.begin(), present.end(), std::back_inserter(entries_));
+  }
+}
+
+// A replaced report, which hardly ever happens, has everything looked into again.
+void QueuedReports::forgetReplaced() {
+  const std::uint64_t replacements = ZLNReportOperationBase::replacements();
+  if (replacements == replacements_) return;
+  replacements_ = replacements;
+  entries_.clear();
+  mark_ = {};
+}
+
+void QueuedReports::list(const std::vector<std::shared_ptr<ZLNReportBase>>& left,
+                         ReportFileImage& image) {
+  const bool tellsOfEach = isLogged(LogLevel::verbose);
+  const bool leavesSome = !left.empty();
+  for (Entry& entry : entries_) {
+    if (!entry.isSteady) lookInto(entry, left);
+    if (!entry.element || (leavesSome && isOneOf(left, entry.report.get()))) continue;
+    if (tellsOfEach) {
+      logVerbose("saving report %@ to %@", entry.report, entry.report->urlString());
+    }
+    image.add(entry.element);
   }
 }
 

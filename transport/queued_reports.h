@@ -16,9 +16,10 @@ namespace zln {
 // the other operations of a long queue. One thread at a time uses it.
 class QueuedReports {
  public:
-  // Lists the reports of the queue, running ones included, but not those of `left`.
-  void list(const OperationQueue& queue, const std::vector<std::shared_ptr<ZLNReportBase>>& left,
-            ReportFileImage& image);
+  // Looks at the queue, running operations included: what is then listed.
+  void follow(const OperationQueue& queue);
+  // Lists the reports of the queue as it was looked at last, but not those of `left`.
+  void list(const std::vector<std::shared_ptr<ZLNReportBase>>& left, ReportFileImage& image);
 
  private:
   struct Entry {
@@ -33,7 +34,6 @@ class QueuedReports {
   };
 
   void forgetReplaced();
-  void follow(const OperationQueue& queue);
   static void lookInto(Entry& entry, const std::vector<std::shared_ptr<ZLNReportBase>>& left);
   static void findReport(Entry& entry);
 

@@ -74,23 +74,33 @@ AtomicFilePosix::AtomicFilePosix(Files& files, std::string path, std::string spa
     : files_(files),
       path_(std::move(path)),
       sparePath_(std::move(sparePath)),
+      keptPath_(sparePath_ + ".old"),
       flush_(std::move(flush)),
       user_(geteuid()),
       isWhole_(path_.find('\0') == std::string::npos && sparePath_.find('\0') == std::string::npos),
       old_(isWhole_ ? openPlainFile(path_) : FileDescriptor(-1)),
-      oldSpare_(isWhole_ ? openPlainFile(sparePath_) : FileDescriptor(-1)) {}
+      oldSpare_(isWhole_ ? openPlainFile(sparePath_) : FileDescriptor(-1)),
+      oldKept_(isWhole_ ? openPlainFile(keptPath_) : FileDescriptor(-1)),
+      isToBeKept_(old_),
+      isKept_(oldKept_) {}
 
 AtomicFilePosix::~AtomicFilePosix() { disownSpare(); }
 
 void AtomicFilePosix::offerOldContent(
     std::size_t limit, const std::function<bool(const std::string& content)>& accept) {
-  // Without a file in place a spare one is a left-over.
+  // Without a file in place the others are left-overs.
   bool isWanted = static_cast<bool>(old_);
-  for (FileDescriptor* file : {&old_, &oldSpare_}) {
+  for (FileDescriptor* file : {&oldKept_, &old_, &oldSpare_}) {
     const auto content = isWanted && *file ? readToEnd(file->get(), limit) : std::nullopt;
     file->close();
-    if (content && accept(*content)) isWanted = false;
+    const bool isAccepted = content && accept(*content);
+    if (isAccepted && file == &old_) isWanted = false;
   }
+  {
+    std::lock_guard lock(keeping_);
+    isToBeKept_ = false;
+  }
+  release();
 }
 
 void AtomicFilePosix::prepare() {
@@ -98,6 +108,13 @@ void AtomicFilePosix::prepare() {
 }
 
 bool AtomicFilePosix::replace(std::string_view content, std::size_t unchanged, Error* error) {
+  keepOldContent();
+  const bool isReplaced = replaceKept(content, unchanged, error);
+  hasFailed_ = !isReplaced;
+  return isReplaced;
+}
+
+bool AtomicFilePosix::replaceKept(std::string_view content, std::size_t unchanged, Error* error) {
   if (exchange(content, unchanged)) {
     current_.shared = content.size();
     if (flush_) flush_->wrote(current_.file);
@@ -108,6 +125,29 @@ bool AtomicFilePosix::replace(std::string_view content, std::size_t unchanged, E
   }
   spare_.shared = std::min(spare_.shared, unchanged);
   return true;
+}
+
+void AtomicFilePosix::keepOldContent() {
+  std::lock_guard lock(keeping_);
+  if (isToBeKept_) keepInPlace();
+}
+
+void AtomicFilePosix::keep() {
+  std::lock_guard lock(keeping_);
+  ++keepers_;
+  keepInPlace();
+}
+
+// What an earlier process or another keeper has kept is not given up for it.
+void AtomicFilePosix::keepInPlace() {
+  isToBeKept_ = false;
+  if (!isKept_) isKept_ = isWhole_ && link(path_.c_str(), keptPath_.c_str()) == 0;
+}
+
+// Where what was taken up could not be stored, the next process finds it again.
+void AtomicFilePosix::release() {
+  std::lock_guard lock(keeping_);
+  if (--keepers_ == 0 && isKept_ && !hasFailed_) isKept_ = unlink(keptPath_.c_str()) != 0;
 }
 
 bool AtomicFilePosix::exchange(std::string_view content, std::size_t unchanged) {

@@ -3,9 +3,11 @@
 #include <sys/stat.h>
 #include <sys/types.h>
 
+#include <atomic>
 #include <cstddef>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <string_view>
 
@@ -22,6 +24,8 @@ namespace zln {
 // Nobody else writes to the two, and the spare one is written to only when no process has it open:
 // whoever has opened the file reads on in what he has opened. Where the system cannot do any of
 // this, a new file takes the place of the old one.
+//
+// What is to be kept for the next process is kept under a third name.
 class AtomicFilePosix : public AtomicFile {
  public:
   // `files` outlives this object. Without `flush` the system writes to the disk in its own time.
@@ -34,6 +38,8 @@ class AtomicFilePosix : public AtomicFile {
   void prepare() override;
   void offerOldContent(std::size_t limit,
                        const std::function<bool(const std::string& content)>& accept) override;
+  void keep() override;
+  void release() override;
 
  private:
   // One of the two files.
@@ -46,6 +52,9 @@ class AtomicFilePosix : public AtomicFile {
     std::size_t shared = 0;
   };
 
+  bool replaceKept(std::string_view content, std::size_t unchanged, Error* error);
+  void keepOldContent();
+  void keepInPlace();
   bool exchange(std::string_view content, std::size_t unchanged);
   bool updateSpare(std::string_view content, std::size_t unchanged);
   bool spareIsThere() const;
@@ -60,6 +69,7 @@ class AtomicFilePosix : public AtomicFile {
   Files& files_;
   const std::string path_;
   const std::string sparePath_;
+  const std::string keptPath_;
   const std::shared_ptr<DelayedFlush> flush_;
   const uid_t user_;
   // False for a path that the system's calls would take for a shorter one.
@@ -67,6 +77,15 @@ class AtomicFilePosix : public AtomicFile {
   // What lay at the two paths at first, for offerOldContent().
   FileDescriptor old_;
   FileDescriptor oldSpare_;
+  // What an earlier process had not taken up.
+  FileDescriptor oldKept_;
+  std::mutex keeping_;
+  // How many have not released it. The one who is to be offered the old content is among them from
+  // the beginning, but the content gets its name only when it is about to be replaced.
+  int keepers_ = 1;
+  bool isToBeKept_;
+  bool isKept_;
+  std::atomic<bool> hasFailed_{false};
   // Locked as long as this process may use the spare path.
   FileDescriptor folder_{-1};
   Side current_;

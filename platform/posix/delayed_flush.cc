@@ -5,14 +5,10 @@
 #include <utility>
 
 namespace zln {
-namespace {
 
-constexpr std::chrono::seconds kLongestDelay{1};
-
-}  // namespace
-
-DelayedFlush::DelayedFlush(RunLater runLater, MayWait mayWait)
-    : runLater_(std::move(runLater)), mayWait_(std::move(mayWait)) {}
+DelayedFlush::DelayedFlush(RunLater runLater, MayWait mayWait,
+                           std::chrono::milliseconds longestDelay)
+    : runLater_(std::move(runLater)), mayWait_(std::move(mayWait)), longestDelay_(longestDelay) {}
 
 void DelayedFlush::wrote(const std::shared_ptr<FileDescriptor>& file) {
   const auto now = std::chrono::steady_clock::now();
@@ -23,7 +19,7 @@ void DelayedFlush::wrote(const std::shared_ptr<FileDescriptor>& file) {
     if (!newest_) since_ = now;
     newest_ = file;
     isScheduled = std::exchange(isScheduled_, true);
-    isLate = now - since_ >= kLongestDelay;
+    isLate = now - since_ >= longestDelay_;
   }
   if (!isScheduled) runLater_([self = shared_from_this()] { self->flushScheduled(); });
   if (isLate && mayWait_()) flush();

@@ -19,7 +19,11 @@ class DelayedFlush : public std::enable_shared_from_this<DelayedFlush> {
   // Says whether the calling thread may wait for the disk.
   using MayWait = std::function<bool()>;
 
-  DelayedFlush(RunLater runLater, MayWait mayWait);
+  // How long a write may wait for the writing to end.
+  static constexpr std::chrono::milliseconds kLongestDelay{1000};
+
+  DelayedFlush(RunLater runLater, MayWait mayWait,
+               std::chrono::milliseconds longestDelay = kLongestDelay);
 
   // Any thread may call it.
   void wrote(const std::shared_ptr<FileDescriptor>& file);
@@ -30,6 +34,7 @@ class DelayedFlush : public std::enable_shared_from_this<DelayedFlush> {
 
   const RunLater runLater_;
   const MayWait mayWait_;
+  const std::chrono::milliseconds longestDelay_;
   std::mutex mutex_;
   bool isScheduled_ = false;
   // Null when all is flushed; else there since the moment beside it.

@@ -1,24 +1,22 @@
 #include "platform/posix/files_posix.h"
 
-#include <dirent.h>
 #include <fcntl.h>
-#include <stdlib.h>
 #include <sys/stat.h>
 #include <sys/types.h>
 #include <sys/xattr.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <charconv>
 #include <cstddef>
-#include <memory>
 #include <utility>
 #include <vector>
 
 #include "platform/posix/atomic_file_posix.h"
 #include "platform/posix/file_descriptor.h"
 #include "platform/posix/file_error.h"
+#include "platform/posix/open_folder.h"
 #include "platform/posix/plain_file.h"
+#include "platform/posix/temporary_file.h"
 
 namespace zln {
 
@@ -28,7 +26,6 @@ constexpr mode_t kFolderMode = 0700;
 // Folders are entered down to this depth, each with one open file at most. The library's own
 // folders are two levels deep.
 constexpr int kDepthLimit = 128;
-constexpr int kFolderFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK;
 
 // "May be backed up: no", as backup programs of this system read it.
 constexpr char kBackupAttribute[] = "user.xdg.robots.backup";
@@ -65,23 +62,6 @@ int createFolders(const std::string& path) {
     failure = createFolder(path.substr(0, ends.back()));
   }
   return failure == 0 && !isFolder(path) ? EEXIST : failure;
-}
-
-// The names in an open folder without "." and "..", in the file system's order. Empty when it
-// cannot be listed.
-std::vector<std::string> namesIn(int folder) {
-  std::vector<std::string> names;
-  // The stream takes a file of its own and closes it.
-  FileDescriptor file(openat(folder, ".", kFolderFlags));
-  if (!file) return names;
-  const std::unique_ptr<DIR, int (*)(DIR*)> stream(fdopendir(file.get()), &closedir);
-  if (stream == nullptr) return names;
-  file.release();
-  while (const dirent* entry = readdir(stream.get())) {
-    std::string name = entry->d_name;
-    if (name != "." && name != "..") names.push_back(std::move(name));
-  }
-  return names;
 }
 
 using Visit = std::function<void(const std::string& relativePath)>;
@@ -122,41 +102,13 @@ int removeBelow(int folder, int depth) {
   return 0;
 }
 
-int writeAll(int file, std::string_view bytes) {
-  while (!bytes.empty()) {
-    const ssize_t count = write(file, bytes.data(), bytes.size());
-    if (count >= 0) {
-      bytes.remove_prefix(static_cast<std::size_t>(count));
-    } else if (errno != EINTR) {
-      return errno;
-    }
-  }
-  return 0;
-}
-
-// The pattern of a temporary file beside `path`; its last six letters are to be chosen.
-std::string temporaryPattern(const std::string& path) {
-  char digits[16];
-  const auto end = std::to_chars(digits, digits + sizeof digits, getpid(), 16).ptr;
-  return path.substr(0, path.rfind('/') + 1) + ".dat.nosync" + std::string(digits, end) + ".XXXXXX";
-}
-
-int writeAndRename(FileDescriptor& file, const std::string& temporary, const std::string& path,
-                   std::string_view bytes) {
-  if (const int failure = writeAll(file.get(), bytes); failure != 0) return failure;
-  if (!file.close() && errno != EINTR) return errno;
-  return rename(temporary.c_str(), path.c_str()) == 0 ? 0 : errno;
-}
-
 // Zero, or an errno; no temporary file is left then.
 int replaceFile(const std::string& path, std::string_view bytes) {
-  std::string temporary = temporaryPattern(path);
-  // Makes a file that was not there before, not even as a symbolic link, with the mode 0600.
-  FileDescriptor file(mkostemp(temporary.data(), O_CLOEXEC));
-  if (!file) return errno;
-  const int failure = writeAndRename(file, temporary, path, bytes);
-  if (failure != 0) unlink(temporary.c_str());
-  return failure;
+  TemporaryFile::removeLeftOvers(path);
+  TemporaryFile file(path);
+  if (const int failure = file.create(); failure != 0) return failure;
+  if (const int failure = file.write(bytes); failure != 0) return failure;
+  return file.putInPlace();
 }
 
 int setBackupAttribute(const std::string& path) {
@@ -214,6 +166,8 @@ bool FilesPosix::writeAtomically(const std::string& path, std::string_view bytes
 
 std::unique_ptr<AtomicFile> FilesPosix::atomicFile(const std::string& path,
                                                    const std::string& sparePath) {
+  // It mostly puts no new files in place, so no write would see to them.
+  if (isWhole(path)) TemporaryFile::removeLeftOvers(path);
   return std::make_unique<AtomicFilePosix>(*this, path, sparePath, flush_);
 }
 

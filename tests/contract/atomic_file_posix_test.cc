@@ -959,6 +959,138 @@ TEST_F(AtomicFilePosixTest, ThePreviousContentIsWhatTheSpareFileOffers) {
   EXPECT_THAT(offeredAndDeclined(*file), ElementsAre("a", "ab"));
 }
 
+// Taking up what stood there.
+
+TEST_F(AtomicFilePosixTest, TheOldContentIsOfferedAgainWhenAProcessEndsBeforeItHasAskedForIt) {
+  put(kFile, "old");
+  auto file = openFile();
+  replaceSome(*file);
+  replace(*file, "new");
+  file = nullptr;
+
+  file = openFile();
+
+  EXPECT_THAT(offeredAndDeclined(*file), ElementsAre("old", "new", "abcdefg"));
+}
+
+TEST_F(AtomicFilePosixTest, TheOldContentIsOfferedAgainWhenAProcessEndsWhileItTakesItUp) {
+  put(kFile, "old");
+  std::vector<std::string> offers;
+  const pid_t taker = fork();
+  if (taker == 0) {
+    const auto file = openFile();
+    file->offerOldContent(kLimit, [&](const std::string&) {
+      _exit(file->replace("taken up in part", 0, nullptr) ? 0 : 1);
+      return true;
+    });
+  }
+  int status = -1;
+  waitpid(taker, &status, 0);
+  ASSERT_EQ(0, status);
+
+  const auto file = openFile();
+  file->offerOldContent(kLimit, [&](const std::string& content) {
+    offers.push_back(content);
+    return true;
+  });
+
+  EXPECT_THAT(offers, ElementsAre("old", "taken up in part"));
+}
+
+TEST_F(AtomicFilePosixTest, OnceItIsTakenUpTheOldContentIsGone) {
+  put(kFile, "old");
+  const auto file = openFile();
+  replace(*file, "1");
+
+  file->offerOldContent(kLimit, [&](const std::string&) {
+    EXPECT_EQ("old", contents(".spare.old"));
+    replace(*file, "2");
+    EXPECT_EQ("old", contents(".spare.old"));
+    return true;
+  });
+  replace(*file, "3");
+
+  EXPECT_THAT(itemsBelow(), UnorderedElementsAre("place", "place/file", ".spare"));
+}
+
+TEST_F(AtomicFilePosixTest, WhatIsKeptIsOfferedFirstWhenTheProcessEndsBeforeItIsReleased) {
+  auto file = openFile();
+  replace(*file, "all");
+  file->offerOldContent(kLimit, [](const std::string&) { return true; });
+  file->keep();
+  for (const char* content : {"1", "12"}) replace(*file, content);
+  file = nullptr;
+
+  EXPECT_THAT(offeredAndDeclined(*openFile()), ElementsAre("all", "12", "1"));
+}
+
+TEST_F(AtomicFilePosixTest, WhatIsReleasedIsGone) {
+  auto file = openFile();
+  replace(*file, "all");
+  file->offerOldContent(kLimit, [](const std::string&) { return true; });
+  file->keep();
+  replace(*file, "1");
+
+  file->release();
+
+  EXPECT_THAT(itemsBelow(), UnorderedElementsAre("place", "place/file", ".spare"));
+}
+
+TEST_F(AtomicFilePosixTest, WhatSeveralKeepIsThereUntilAllHaveReleasedIt) {
+  auto file = openFile();
+  replace(*file, "all");
+  file->offerOldContent(kLimit, [](const std::string&) { return true; });
+  file->keep();
+  replace(*file, "1");
+  file->keep();
+  file->release();
+
+  EXPECT_EQ("all", contents(".spare.old"));
+}
+
+TEST_F(AtomicFilePosixTest, TheOldContentIsKeptWhenWhatWasTakenUpCouldNotBeStored) {
+  put(kFile, "old");
+  const auto file = openFile();
+
+  file->offerOldContent(kLimit, [&](const std::string&) {
+    replace(*file, "1");
+    const FileSizeLimited limited(16);
+    EXPECT_FALSE(file->replace(std::string(100, 'x'), 0, nullptr));
+    return true;
+  });
+
+  EXPECT_THAT(offeredAndDeclined(*openFile()), ElementsAre("old", "1", testing::_));
+}
+
+TEST_F(AtomicFilePosixTest, OfTwoProcessesThatAreKilledInARowTheFirstKeepsWhatItFound) {
+  put(kFile, "old");
+  auto file = openFile();
+  replace(*file, "1");
+  file = nullptr;
+  file = openFile();
+  replace(*file, "2");
+  file = nullptr;
+
+  EXPECT_THAT(offeredAndDeclined(*openFile()), ElementsAre("old", "2", "1"));
+}
+
+TEST_F(AtomicFilePosixTest, WhereNothingIsInPlaceNothingThatWasKeptIsOffered) {
+  put(".spare.old", "old");
+
+  EXPECT_THAT(offeredAndDeclined(*openFile()), IsEmpty());
+  EXPECT_FALSE(isThere(".spare.old"));
+}
+
+TEST_F(AtomicFilePosixTest, WhatIsTakenUpWithoutAReplacementIsNotKept) {
+  put(kFile, "old");
+  const auto file = openFile();
+
+  offeredAndDeclined(*file);
+  replace(*file, "1");
+
+  EXPECT_FALSE(isThere(".spare.old"));
+}
+
 // No room.
 
 TEST_F(AtomicFilePosixTest, AWriteThatStopsHalfWayLeavesTheOldContentAndTheNextIsRight) {

@@ -1,6 +1,9 @@
 #include <fcntl.h>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cerrno>
+#include <chrono>
 #include <cstddef>
 #include <functional>
 #include <memory>
@@ -12,13 +15,37 @@
 #include "platform/posix/delayed_flush.h"
 #include "tests/support/temporary_folder.h"
 
+namespace {
+
+// The files that were flushed, in this order, and whether flushing fails.
+std::vector<int> flushedFiles;
+bool isDiskBroken = false;
+
+}  // namespace
+
+// Stands in for the system's in all of this program, where nothing has to outlive a power cut.
+extern "C" int fsync(int file) {
+  flushedFiles.push_back(file);
+  if (isDiskBroken) errno = EIO;
+  return isDiskBroken ? -1 : 0;
+}
+
 namespace zln {
 namespace {
+
+using std::chrono::milliseconds;
+using testing::ElementsAre;
+using testing::IsEmpty;
 
 using File = std::shared_ptr<FileDescriptor>;
 
 class DelayedFlushTest : public testing::Test {
  protected:
+  void SetUp() override {
+    flushedFiles.clear();
+    isDiskBroken = false;
+  }
+
   File openFile(const std::string& name) {
     const std::string path = folder.path() + "/" + name;
     return std::make_shared<FileDescriptor>(open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
@@ -30,11 +57,18 @@ class DelayedFlushTest : public testing::Test {
     for (const auto& task : due) task();
   }
 
+  // Lets a write wait for this long at most.
+  std::shared_ptr<DelayedFlush> flushAfter(milliseconds longestDelay) {
+    return std::make_shared<DelayedFlush>(
+        [this](std::function<void()> task) { tasks.push_back(std::move(task)); },
+        [this] { return mayWait; }, longestDelay);
+  }
+
   TemporaryFolder folder;
   std::vector<std::function<void()>> tasks;
-  std::shared_ptr<DelayedFlush> flush = std::make_shared<DelayedFlush>(
-      [this](std::function<void()> task) { tasks.push_back(std::move(task)); },
-      [] { return false; });
+  // Whether the thread of the test may wait for the disk.
+  bool mayWait = false;
+  std::shared_ptr<DelayedFlush> flush = flushAfter(std::chrono::hours(1));
 };
 
 TEST_F(DelayedFlushTest, NothingWaitsAtFirst) { EXPECT_EQ(0u, tasks.size()); }
@@ -116,6 +150,99 @@ TEST_F(DelayedFlushTest, TheTaskKeepsTheFlushAlive) {
   runTasks();
 
   EXPECT_TRUE(watched.expired());
+}
+
+// What reaches the disk.
+
+TEST_F(DelayedFlushTest, TheTaskFlushesTheFileThatWasWrittenLast) {
+  const File older = openFile("older");
+  const File newer = openFile("newer");
+  flush->wrote(older);
+  flush->wrote(newer);
+  EXPECT_THAT(flushedFiles, IsEmpty());
+
+  runTasks();
+
+  EXPECT_THAT(flushedFiles, ElementsAre(newer->get()));
+}
+
+TEST_F(DelayedFlushTest, EachBurstIsFlushedOnce) {
+  const File file = openFile("file");
+  for (int burst = 0; burst < 3; ++burst) {
+    for (int round = 0; round < 10; ++round) flush->wrote(file);
+    runTasks();
+  }
+
+  EXPECT_EQ(std::vector<int>(3, file->get()), flushedFiles);
+}
+
+TEST_F(DelayedFlushTest, AFlushThatFailsIsNotTriedAgainUntilTheNextWrite) {
+  const File file = openFile("file");
+  isDiskBroken = true;
+  flush->wrote(file);
+  runTasks();
+  runTasks();
+  EXPECT_THAT(flushedFiles, ElementsAre(file->get()));
+  isDiskBroken = false;
+
+  flush->wrote(file);
+  runTasks();
+
+  EXPECT_THAT(flushedFiles, ElementsAre(file->get(), file->get()));
+}
+
+TEST_F(DelayedFlushTest, AThreadThatMayWaitFlushesItselfWhenTheWritingDoesNotEnd) {
+  flush = flushAfter(milliseconds(0));
+  mayWait = true;
+  const File file = openFile("file");
+
+  flush->wrote(file);
+
+  EXPECT_THAT(flushedFiles, ElementsAre(file->get()));
+}
+
+TEST_F(DelayedFlushTest, AThreadThatMayWaitDoesNotDoSoEarly) {
+  mayWait = true;
+
+  for (int round = 0; round < 100; ++round) flush->wrote(openFile("file"));
+
+  EXPECT_THAT(flushedFiles, IsEmpty());
+}
+
+TEST_F(DelayedFlushTest, AThreadThatMayNotWaitNeverFlushes) {
+  flush = flushAfter(milliseconds(0));
+
+  for (int round = 0; round < 100; ++round) flush->wrote(openFile("file"));
+
+  EXPECT_THAT(flushedFiles, IsEmpty());
+}
+
+TEST_F(DelayedFlushTest, TheTaskHasNothingLeftToDoAfterALateFlush) {
+  flush = flushAfter(milliseconds(0));
+  mayWait = true;
+  const File file = openFile("file");
+  flush->wrote(file);
+
+  runTasks();
+
+  EXPECT_THAT(flushedFiles, ElementsAre(file->get()));
+}
+
+TEST_F(DelayedFlushTest, TheTimeOfAWriteBeginsAnewAfterAFlush) {
+  flush = flushAfter(milliseconds(20));
+  const File file = openFile("file");
+  flush->wrote(file);
+  std::this_thread::sleep_for(milliseconds(30));
+  runTasks();
+  ASSERT_THAT(flushedFiles, ElementsAre(file->get()));
+  flush->wrote(file);
+  std::this_thread::sleep_for(milliseconds(30));
+  mayWait = true;
+
+  flush->wrote(file);
+  flush->wrote(file);
+
+  EXPECT_THAT(flushedFiles, ElementsAre(file->get(), file->get()));
 }
 
 TEST_F(DelayedFlushTest, ThreadsThatWriteTogetherHaveOneTaskWait) {

@@ -219,7 +219,7 @@ TEST_F(FilesPosixTest, AFileIsWrittenBesideItsPlaceUnderAHiddenNameAndMovedThere
   const auto events = eventsOf(changes);
   ASSERT_THAT(events, SizeIs(3));
   EXPECT_EQ(IN_CREATE, events[0].first);
-  EXPECT_THAT(events[0].second, testing::MatchesRegex("\\.dat\\.nosync[0-9a-f]+\\.[A-Za-z0-9]{6}"));
+  EXPECT_THAT(events[0].second, testing::MatchesRegex("\\.zln\\.dat\\.nosync\\.[A-Za-z0-9]{6}"));
   EXPECT_EQ(IN_MOVED_FROM, events[1].first);
   EXPECT_EQ(events[0].second, events[1].second);
   EXPECT_EQ(IN_MOVED_TO, events[2].first);

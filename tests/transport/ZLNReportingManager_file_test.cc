@@ -25,6 +25,7 @@ namespace {
 using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
+using testing::UnorderedElementsAre;
 
 constexpr char kAccepted[] = R"({"success":true})";
 
@@ -792,6 +793,19 @@ TEST_F(ZLNReportingManagerFileTest, RestoringQueuesTheHeldReportsInTheirOrderWit
   EXPECT_EQ(0, second->temporaryFailureCount());
   EXPECT_THAT(manager.temporaryErrorReports(), IsEmpty());
   EXPECT_THAT(networksIn(manager), ElementsAre("first", "second"));
+}
+
+TEST_F(ZLNReportingManagerFileTest, EachReportThatIsRestoredIsSavedByItself) {
+  HookedProcess process(env);
+  ZLNReportingManager& manager = beginHolding();
+  for (const char* network : {"first", "second"}) hold(manager, adReport(network));
+  std::vector<std::string> stored;
+  process.when("ZLN Session: saved 1 reports", [&] { stored = storedNetworks(); });
+
+  manager.restoreTemporaryErrorReports();
+
+  EXPECT_THAT(stored, ElementsAre("first"));
+  EXPECT_THAT(storedNetworks(), ElementsAre("first", "second"));
 }
 
 TEST_F(ZLNReportingManagerFileTest, ARestoredReportOfAKindSwitchedOffIsDropped) {

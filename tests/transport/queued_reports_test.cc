@@ -54,7 +54,8 @@ class QueuedReportsTest : public ReportingTest {
   // Lists the queue and ends the list; returns the dictionaries.
   std::vector<Dictionary> list(const Reports& left = {}) {
     image.begin();
-    reports.list(queue, left, image);
+    reports.follow(queue);
+    reports.list(left, image);
     EXPECT_TRUE(image.finish());
     image.written();
     const std::optional<Value> root = property_list::read(image.text());
@@ -72,7 +73,8 @@ class QueuedReportsTest : public ReportingTest {
   // How much of the text the next list, which is the same, takes over from the last one.
   std::size_t unchangedBytes() {
     image.begin();
-    reports.list(queue, {}, image);
+    reports.follow(queue);
+    reports.list({}, image);
     EXPECT_TRUE(image.finish());
     return image.unchanged();
   }
@@ -170,6 +172,21 @@ TEST_F(QueuedReportsTest, AllHaveLeft) {
   a->completeOperation();
 
   EXPECT_THAT(networks(), IsEmpty());
+}
+
+// It may have come to be held, by someone who reads what is held before.
+TEST_F(QueuedReportsTest, OneThatLeavesWhileTheListIsMadeIsListed) {
+  const auto leaving = addAd("leaving");
+  addAd("staying");
+
+  image.begin();
+  reports.follow(queue);
+  leaving->completeOperation();
+  reports.list({}, image);
+  EXPECT_TRUE(image.finish());
+
+  EXPECT_EQ(2u, image.count());
+  EXPECT_THAT(networks(), ElementsAre("staying"));
 }
 
 TEST_F(QueuedReportsTest, OneHasComeAndLeftBetweenTwoLists) {
@@ -359,7 +376,8 @@ TEST_F(QueuedReportsTest, AReportThatTheFileCannotHoldIsListedSoThatTheListDoesN
   add(std::make_shared<OddReport>(Dictionary{{"odd", Null{}}}));
 
   image.begin();
-  reports.list(queue, {}, image);
+  reports.follow(queue);
+  reports.list({}, image);
 
   EXPECT_EQ(1u, image.count());
   EXPECT_FALSE(image.finish());
