@@ -4,6 +4,7 @@
 #include <optional>
 #include <string>
 
+#include "platform/forked_process.h"
 #include "platform/utf8.h"
 #include "support/held_log_lines.h"
 #include "support/log.h"
@@ -21,6 +22,7 @@ void writeLine(std::string_view message) {
 // The message is always made, also when the line is then filtered out: a caller of the C functions
 // may count on its arguments being read.
 void logList(LogLevel level, const char* format, std::va_list arguments) {
+  if (isForkedProcess()) return;
   const std::optional<std::string> message = renderFormatList(format, arguments);
   if (message && isLogged(level)) writeLine(*message);
 }
@@ -37,7 +39,9 @@ void writeLog(std::string_view format, std::span<const FormatArgument> arguments
 
 }  // namespace zln
 
-void ZLNLogSetLevel(uint64_t level) { zln::processState().currentLogLevel.set(level); }
+void ZLNLogSetLevel(uint64_t level) {
+  if (!zln::isForkedProcess()) zln::processState().currentLogLevel.set(level);
+}
 
 void ZLNLogError(const char* format, ...) {
   std::va_list arguments;
@@ -82,6 +86,6 @@ void ZLNLogSuperVerbose(const char* format, ...) {
 }
 
 void internalLog(const char* message, uint64_t level) {
-  if (zln::processState().currentLogLevel.get() < level) return;
+  if (zln::isForkedProcess() || zln::processState().currentLogLevel.get() < level) return;
   zln::writeLine(message == nullptr ? zln::kAbsentText : zln::mendUtf8(message));
 }

@@ -8,6 +8,7 @@
 
 #include "ZLNSessionReporting/ZLNLog.h"
 #include "config/ZLNReportingConfig.h"
+#include "platform/forked_process.h"
 #include "platform/utf8.h"
 #include "reports/ZLNReportAdAttempt.h"
 #include "reports/ZLNReportAdZoneAttempt.h"
@@ -34,6 +35,8 @@ constexpr char kBanner[] = "banner";
 constexpr char kInterstitial[] = "interstitial";
 constexpr char kRewarded[] = "rewarded";
 
+bool isUsable() { return !zln::isForkedProcess() && ZLNReportingUtils::isEnabled(); }
+
 std::optional<std::string> textFromHost(const char* text) {
   if (text == nullptr) return std::nullopt;
   return zln::mendUtf8(text);
@@ -46,25 +49,26 @@ void queue(const std::shared_ptr<zln::ZLNReportBase>& report) {
 }  // namespace
 
 void ZLNInitializeReporting(const char* mwVersion) {
+  if (zln::isForkedProcess()) return;
   ZLNReportingUtils::enable();
   ZLNDirectories::makeDirectories();
   ZLNReportingUtils::setMarlwickVersion(textFromHost(mwVersion));
 }
 
 void ZLNStartSessionReporting() {
-  if (!ZLNReportingUtils::isEnabled()) return;
+  if (!isUsable()) return;
   ZLNReportingConfig::sharedConfig();
   ZLNReportingManager::sharedManager();
   ZLNSessionManager::sharedManager();
 }
 
 void ZLNStopSessionReporting() {
-  if (!ZLNReportingUtils::isEnabled()) return;
+  if (!isUsable()) return;
   ZLNSessionManager::sharedManager()->stopSession();
 }
 
 void ZLNSendAdAttemptReport(const char* network, const char* adType, bool filled) {
-  if (!ZLNReportingUtils::isEnabled()) return;
+  if (!isUsable()) return;
   queue(ZLNReportAdAttempt::reportWithNetwork(textFromHost(network), textFromHost(adType), filled));
 }
 
@@ -82,7 +86,7 @@ void ZLNSendRewardedAdAttemptReport(const char* network, bool filled) {
 
 void ZLNSendAdZoneAttemptReport(const char* network, const char* adType, const char* zone,
                                 bool filled) {
-  if (!ZLNReportingUtils::isEnabled()) return;
+  if (!isUsable()) return;
   queue(ZLNReportAdZoneAttempt::reportWithNetwork(textFromHost(network), textFromHost(adType),
                                                   textFromHost(zone), filled));
 }
@@ -100,14 +104,13 @@ void ZLNSendRewardedAdZoneAttemptReport(const char* network, const char* zone, b
 }
 
 void ZLNClearCache() {
-  if (!ZLNReportingUtils::isEnabled()) return;
+  if (!isUsable()) return;
   ZLNDirectories::clear();
 }
 
 char* ZLNGetSessionDescription() {
-  const std::string text = ZLNReportingUtils::isEnabled()
-                               ? ZLNSessionManager::sharedManager()->sessionDescription()
-                               : "[Encountered error]";
+  const std::string text =
+      isUsable() ? ZLNSessionManager::sharedManager()->sessionDescription() : "[Encountered error]";
   return strdup(text.c_str());
 }
 

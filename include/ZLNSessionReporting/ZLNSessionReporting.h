@@ -17,6 +17,10 @@ ZLN_EXTERN_C_BEGIN
  * network. Strings are zero-terminated UTF-8 and are copied during the call; text that is not
  * valid UTF-8 is mended with U+FFFD. Before ZLNInitializeReporting every function does nothing,
  * except where it says otherwise. Failures are not returned; they are logged (see ZLNLog.h).
+ *
+ * The library stays with the process that first calls any of its functions. In a process that is
+ * forked off later all of them, those of ZLNHost.h and ZLNLog.h included, do nothing, and texts are
+ * those before ZLNInitializeReporting; the parent goes on unharmed.
  */
 
 /* "@(#)PROGRAM:ZLNSessionReporting  PROJECT:ZLNSessionReporting-7" and a line feed: a mark that

@@ -3,6 +3,7 @@
 
 #include "ZLNSessionReporting/ZLNHost.h"
 #include "ZLNSessionReporting/ZLNLog.h"
+#include "platform/forked_process.h"
 #include "platform/notification_center.h"
 #include "platform/posix/environment_posix.h"
 #include "platform/utf8.h"
@@ -16,6 +17,7 @@ std::optional<std::string> copied(const char* text) {
 }
 
 void postOnMainThread(Notification notification) {
+  if (isForkedProcess()) return;
   PortParts& parts = portParts();
   parts.dispatch.mainSync([&parts, notification] { parts.notificationCenter.post(notification); });
 }
@@ -29,6 +31,7 @@ bool isComplete(const ZLNHostBackgroundTaskHooks& hooks) {
 }  // namespace zln
 
 void ZLNHostSetApplicationInfo(const char* bundleIdentifier, const char* shortVersion) {
+  if (zln::isForkedProcess()) return;
   zln::portParts().application.set(zln::copied(bundleIdentifier), zln::copied(shortVersion));
 }
 
@@ -53,6 +56,7 @@ void ZLNHostApplicationWillTerminate(void) {
 }
 
 void ZLNHostSetBackgroundTaskHooks(const ZLNHostBackgroundTaskHooks* hooks) {
+  if (zln::isForkedProcess()) return;
   if (hooks == nullptr) {
     zln::portParts().backgroundTasks.setHooks(std::nullopt);
   } else if (zln::isComplete(*hooks)) {
@@ -63,9 +67,11 @@ void ZLNHostSetBackgroundTaskHooks(const ZLNHostBackgroundTaskHooks* hooks) {
 }
 
 void ZLNHostBackgroundTaskWillExpire(uint64_t identifier) {
+  if (zln::isForkedProcess()) return;
   zln::portParts().backgroundTasks.willExpire(identifier);
 }
 
 void ZLNHostSetLogSink(void (*sink)(const char* line, void* context), void* context) {
+  if (zln::isForkedProcess()) return;
   zln::portParts().logSink.setHostSink(sink, context);
 }
