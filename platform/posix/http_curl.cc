@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "platform/joined.h"
+#include "platform/posix/exit_gate.h"
 #include "platform/posix/http_transfer.h"
 
 namespace zln {
@@ -33,11 +34,14 @@ struct MultiCleanup {
 using Multi = std::unique_ptr<CURLM, MultiCleanup>;
 
 // OpenSSL's own exit handler would take everything down under the threads of transfers, which run
-// on while the process ends. The first opening takes milliseconds.
+// on while the process ends. Where the game has opened it before, the handler is there already. The
+// first opening takes milliseconds.
 bool openLibraries() {
   static const bool opened = [] {
     OPENSSL_init_crypto(OPENSSL_INIT_NO_ATEXIT, nullptr);
-    return curl_global_init(CURL_GLOBAL_DEFAULT) == CURLE_OK;
+    const bool isOpen = curl_global_init(CURL_GLOBAL_DEFAULT) == CURLE_OK;
+    ExitGate::closeAtExit();
+    return isOpen;
   }();
   return opened;
 }
@@ -79,9 +83,13 @@ class HttpClientCurl::Network {
 
   // Carries the transfer to its end and runs its completion. The connection is closed before that.
   void carry(std::shared_ptr<HttpTransfer> transfer) {
-    std::optional<HttpReply> reply = replyTo(*transfer);
+    std::optional<HttpReply> reply;
     const HttpTransfer::Completion completion = transfer->takeCompletion();
-    transfer.reset();
+    {
+      const ExitGate::Visit visit;
+      reply = replyTo(*transfer);
+      transfer.reset();
+    }
     if (reply) completion(std::move(*reply));
   }
 
@@ -140,6 +148,7 @@ class HttpClientCurl::Network {
 
   void wait(CURLM* multi, Clock::duration longest) {
     const auto time = std::min(std::chrono::ceil<milliseconds>(longest), kLongestWait);
+    const ExitGate::Break pause;
     if (curl_multi_poll(multi, nullptr, 0, static_cast<int>(time.count()), nullptr) != CURLM_OK) {
       std::this_thread::sleep_for(kPauseAfterFailure);
     }

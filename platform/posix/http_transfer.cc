@@ -1,6 +1,7 @@
 #include "platform/posix/http_transfer.h"
 
 #include <openssl/ssl.h>
+#include <sys/socket.h>
 
 #include <algorithm>
 #include <string_view>
@@ -30,6 +31,10 @@ bool isToken(std::string_view text) {
 
 bool isHeaderValue(std::string_view text) {
   return text.find_first_of(std::string_view("\r\n\0", 3)) == std::string_view::npos;
+}
+
+bool isNumber(std::string_view text) {
+  return !text.empty() && text.find_first_not_of("0123456789") == std::string_view::npos;
 }
 
 bool sameName(const std::string& a, const char* b) { return curl_strequal(a.c_str(), b) != 0; }
@@ -81,6 +86,11 @@ void setSecurity(Options& options) {
   options.set(CURLOPT_SSL_SESSIONID_CACHE, 0L);
 }
 
+// A program that the game starts must not hold the connection.
+curl_socket_t openSocket(void*, curlsocktype, curl_sockaddr* address) {
+  return socket(address->family, address->socktype | SOCK_CLOEXEC, address->protocol);
+}
+
 // A connection for this transfer and no other.
 void setConnection(Options& options) {
   options.set(CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_2TLS));
@@ -89,6 +99,7 @@ void setConnection(Options& options) {
   options.set(CURLOPT_FOLLOWLOCATION, 0L);
   options.set(CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
   options.set(CURLOPT_NOSIGNAL, 1L);
+  options.set(CURLOPT_OPENSOCKETFUNCTION, &openSocket);
   // A look-up of a name that has no end yet is left behind and does not hold up other requests.
   options.set(CURLOPT_QUICK_EXIT, 1L);
 }
@@ -259,7 +270,9 @@ int HttpTransfer::bytesMoved(void* self, curl_off_t, curl_off_t received, curl_o
     transfer.moved_ = received + sent;
     transfer.restartIdleClock();
   }
-  return 0;
+  // A body may be packed so that nothing comes of it, however much is received.
+  transfer.tooLarge_ = transfer.tooLarge_ || received > static_cast<curl_off_t>(kMaxBodyBytes);
+  return transfer.tooLarge_ ? 1 : 0;
 }
 
 int HttpTransfer::connectionStands(void* self, char*, char*, int, int) {
@@ -272,10 +285,25 @@ std::optional<HttpReply> HttpTransfer::finish(CURLcode result) {
   if (result != CURLE_OK) return failed(urlErrorCode(result, info(CURLINFO_OS_ERRNO)));
   // A connection that is closed within the head ends a transfer in good order.
   if (!headComplete_) return failed(url_error::kNetworkConnectionLost);
+  if (!isLengthClear()) return failed(url_error::kCannotParseResponse);
   if (!isRedirect()) return reply();
   if (redirects_ == kMaxRedirects) return failed(url_error::kTooManyRedirects);
   follow();
   return std::nullopt;
+}
+
+// libcurl takes the last of several lengths, and what a line has of digits. Nobody knows then where
+// the body ends.
+bool HttpTransfer::isLengthClear() const {
+  curl_header* header = nullptr;
+  std::optional<std::string> length;
+  for (std::size_t i = 0;
+       curl_easy_header(easy_.get(), "Content-Length", i, CURLH_HEADER, -1, &header) == CURLHE_OK;
+       ++i) {
+    if (!isNumber(header->value) || (length && *length != header->value)) return false;
+    length = header->value;
+  }
+  return true;
 }
 
 bool HttpTransfer::isRedirect() const {

@@ -22,7 +22,8 @@ class HttpTransfer {
   using Clock = std::chrono::steady_clock;
   using Completion = std::function<void(HttpReply)>;
 
-  // The body of a reply, decompressed, and all the header lines that come with it.
+  // The body of a reply, both as it is received and decompressed, and all the header lines that
+  // come with it.
   static constexpr std::size_t kMaxBodyBytes = 8 * 1024 * 1024;
   static constexpr std::size_t kMaxHeaderBytes = 256 * 1024;
   static constexpr std::size_t kMaxHeaderLines = 1000;
@@ -68,6 +69,7 @@ class HttpTransfer {
   // Ends the transfer because the reply is too large.
   std::size_t refuse();
   void restartIdleClock() { lastMove_ = Clock::now(); }
+  bool isLengthClear() const;
   bool isRedirect() const;
   void follow();
   HttpReply reply() const;

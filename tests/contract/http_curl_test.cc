@@ -24,6 +24,7 @@
 #include "tests/support/counted_threads.h"
 #include "tests/support/environment_variable.h"
 #include "tests/support/https_server.h"
+#include "tests/support/temporary_folder.h"
 
 namespace zln {
 namespace {
@@ -734,7 +735,8 @@ TEST_F(HttpClientCurlTest, AuthoritiesThatCannotBeReadMakeNoSecureConnection) {
 }
 
 TEST_F(HttpClientCurlTest, KeepsTheAuthoritiesThatItHasReadWhenTheirFileGoes) {
-  const std::string file = server.caFile() + ".copy";
+  const TemporaryFolder folder;
+  const std::string file = folder.path() + "/authorities";
   std::filesystem::copy_file(server.caFile(), file);
   authorities.set(file);
   EXPECT_EQ(200, statusOf(postTo("/")));
@@ -746,7 +748,8 @@ TEST_F(HttpClientCurlTest, KeepsTheAuthoritiesThatItHasReadWhenTheirFileGoes) {
 
 TEST_F(HttpClientCurlTest, ReadsAFileOfAuthoritiesAgainThatHasChanged) {
   const HttpsServer other;
-  const std::string file = server.caFile() + ".copy";
+  const TemporaryFolder folder;
+  const std::string file = folder.path() + "/authorities";
   std::filesystem::copy_file(other.caFile(), file);
   authorities.set(file);
   EXPECT_EQ(-1202, codeOf(postTo("/")));
