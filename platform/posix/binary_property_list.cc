@@ -1,5 +1,6 @@
 #include "platform/posix/binary_property_list.h"
 
+#include <algorithm>
 #include <bit>
 #include <cmath>
 #include <cstddef>
@@ -18,8 +19,10 @@ constexpr std::size_t kTrailerLength = 32;
 constexpr double kSecondsFrom1970To2001 = 978307200;
 
 // Objects may be referred to many times, so a small file can stand for endless values. This bounds
-// what reading makes of it.
-constexpr std::size_t kLargestExpansion = std::size_t{64} << 20;
+// what reading makes of it: so much for each byte, but never less and never more than this.
+constexpr std::size_t kExpansionPerByte = 256;
+constexpr std::size_t kSmallestLimit = std::size_t{1} << 20;
+constexpr std::size_t kLargestLimit = std::size_t{64} << 20;
 
 // The upper half of the byte that begins an object.
 enum Marker : unsigned {
@@ -78,7 +81,11 @@ std::string textFromUtf16(std::string_view bytes) {
 class BinaryReader {
  public:
   BinaryReader(std::string_view bytes, int deepestLevel)
-      : bytes_(bytes), deepestLevel_(deepestLevel) {}
+      : bytes_(bytes),
+        deepestLevel_(deepestLevel),
+        unspent_(std::clamp(bytes.size(), kSmallestLimit / kExpansionPerByte,
+                            kLargestLimit / kExpansionPerByte) *
+                 kExpansionPerByte) {}
 
   std::optional<Value> read() {
     if (!readTrailer()) return std::nullopt;
@@ -150,8 +157,8 @@ class BinaryReader {
 
   // False when more has been made of the file than is allowed.
   bool spend(std::size_t size) {
-    if (size > kLargestExpansion - spent_) return false;
-    spent_ += size;
+    if (size > unspent_) return false;
+    unspent_ -= size;
     return true;
   }
 
@@ -260,12 +267,12 @@ class BinaryReader {
   std::string_view bytes_;
   std::string_view objects_;
   int deepestLevel_;
+  std::size_t unspent_;
   std::size_t offsetSize_ = 0;
   std::size_t referenceSize_ = 0;
   std::uint64_t objectCount_ = 0;
   std::uint64_t topObject_ = 0;
   std::size_t tableOffset_ = 0;
-  std::size_t spent_ = 0;
 };
 
 }  // namespace

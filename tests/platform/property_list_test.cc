@@ -609,6 +609,19 @@ TEST(PropertyListTest, RefusesABinaryFileThatStandsForEndlessValues) {
   EXPECT_EQ(std::nullopt, BinaryList(objects).read());
 }
 
+TEST(PropertyListTest, RefusesASmallBinaryFileThatStandsForMuch) {
+  const auto listOf = [](char count, char object) {
+    return std::string("\xAF\x10") + count + std::string(static_cast<unsigned char>(count), object);
+  };
+  const std::string yes = "\x09";
+
+  const std::optional<Value> some = BinaryList({listOf(9, 1), listOf('\xFF', 2), yes}).read();
+
+  ASSERT_TRUE(some);
+  EXPECT_EQ(9u, some->array()->size());
+  EXPECT_EQ(std::nullopt, BinaryList({listOf('\xFF', 1), listOf('\xFF', 2), yes}).read());
+}
+
 TEST(PropertyListTest, RefusesABinaryFileThatRepeatsALongStringEndlessly) {
   const std::string text = std::string("\x5F\x12\0\x10\0\0", 6) + std::string(1 << 20, 'x');
   const std::string list = std::string("\xAF\x11\x10\0", 4) + std::string(4096, '\x01');
