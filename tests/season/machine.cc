@@ -1,0 +1,307 @@
+#include "tests/season/machine.h"
+
+#include <charconv>
+#include <utility>
+
+#include "support/endpoints.h"
+
+namespace zln::season {
+namespace {
+
+constexpr std::string_view kUuidHead = "00000000-0000-4000-8000-";
+constexpr std::size_t kUuidTail = 12;
+
+class LayeredClock : public Clock {
+ public:
+  LayeredClock(Machine& machine, MachineWatcher& watcher) : machine_(machine), watcher_(watcher) {}
+
+  Date now() override {
+    machine_.power.spend();
+    return machine_.clock.now();
+  }
+
+  void sleep(unsigned seconds) override {
+    if (!machine_.power.spend()) return;
+    machine_.clock.sleep(seconds);
+    watcher_.slept();
+  }
+
+ private:
+  Machine& machine_;
+  MachineWatcher& watcher_;
+};
+
+class LayeredDispatch : public Dispatch {
+ public:
+  LayeredDispatch(Machine& machine, MachineWatcher& watcher)
+      : machine_(machine), watcher_(watcher) {}
+
+  void mainAsync(std::function<void()> task) override {
+    if (machine_.power.spend()) machine_.dispatch.mainAsync(std::move(task));
+  }
+
+  void mainSync(std::function<void()> task) override {
+    if (machine_.power.spend()) watcher_.waitsForMain();
+    if (machine_.power.isOff()) machine_.dispatch.dropAll();
+    machine_.dispatch.mainSync(std::move(task));
+  }
+
+  void globalAsync(std::function<void()> task) override {
+    if (machine_.power.spend()) machine_.dispatch.globalAsync(std::move(task));
+  }
+
+ private:
+  Machine& machine_;
+  MachineWatcher& watcher_;
+};
+
+class LayeredReportFile : public AtomicFile {
+ public:
+  LayeredReportFile(Machine& machine, MachineWatcher& watcher, std::unique_ptr<AtomicFile> file)
+      : machine_(machine),
+        watcher_(watcher),
+        file_(std::move(file)),
+        isReadable_(!machine.faults.reads) {}
+
+  bool replace(std::string_view content, std::size_t unchanged, Error* error) override {
+    if (!machine_.power.spend()) return false;
+    const bool written = !machine_.faults.reportWrites && file_->replace(content, unchanged, error);
+    // What the fake has put there, which counts on what the library says is unchanged.
+    const auto stored = written ? machine_.files.contents(kReportsFile) : std::nullopt;
+    watcher_.reportFileWritten(stored ? std::string_view(*stored) : content, written);
+    return written;
+  }
+
+  void prepare() override { file_->prepare(); }
+
+  void offerOldContent(std::size_t limit,
+                       const std::function<bool(const std::string& content)>& accept) override {
+    if (machine_.power.spend() && isReadable_) file_->offerOldContent(limit, accept);
+  }
+
+  void keep() override { file_->keep(); }
+  void release() override { file_->release(); }
+
+ private:
+  Machine& machine_;
+  MachineWatcher& watcher_;
+  std::unique_ptr<AtomicFile> file_;
+  bool isReadable_;
+};
+
+class LayeredFiles : public Files {
+ public:
+  LayeredFiles(Machine& machine, MachineWatcher& watcher) : machine_(machine), watcher_(watcher) {}
+
+  std::string applicationSupportPath() override { return machine_.files.applicationSupportPath(); }
+
+  bool exists(const std::string& path) override {
+    return machine_.power.spend() && machine_.files.exists(path);
+  }
+
+  bool createDirectory(const std::string& path, Error* error) override {
+    return machine_.power.spend() && machine_.files.createDirectory(path, error);
+  }
+
+  void enumerate(const std::string& path,
+                 const std::function<void(const std::string&)>& visit) override {
+    if (machine_.power.spend()) machine_.files.enumerate(path, visit);
+  }
+
+  bool remove(const std::string& path, Error* error) override {
+    return machine_.power.spend() && !machine_.faults.removals &&
+           machine_.files.remove(path, error);
+  }
+
+  std::optional<std::string> read(const std::string& path, std::size_t limit) override {
+    if (!machine_.power.spend() || machine_.faults.reads) return std::nullopt;
+    return machine_.files.read(path, limit);
+  }
+
+  bool writeAtomically(const std::string& path, std::string_view bytes, Error* error) override {
+    if (!machine_.power.spend()) return false;
+    const bool written =
+        !machine_.faults.settingsWrites && machine_.files.writeAtomically(path, bytes, error);
+    if (path == kSettingsFile) watcher_.settingsFileWritten(bytes, written);
+    return written;
+  }
+
+  std::unique_ptr<AtomicFile> atomicFile(const std::string& path,
+                                         const std::string& sparePath) override {
+    return std::make_unique<LayeredReportFile>(machine_, watcher_,
+                                               machine_.files.atomicFile(path, sparePath));
+  }
+
+  bool excludeFromBackup(const std::string& path, Error* error) override {
+    return machine_.power.spend() && machine_.files.excludeFromBackup(path, error);
+  }
+
+ private:
+  Machine& machine_;
+  MachineWatcher& watcher_;
+};
+
+class LayeredDefaults : public UserDefaults {
+ public:
+  LayeredDefaults(Machine& machine, MachineWatcher& watcher, std::map<std::string, Value>& stored)
+      : machine_(machine), watcher_(watcher), stored_(stored) {}
+
+  std::optional<Value> get(const std::string& key) override {
+    machine_.power.spend();
+    return machine_.defaults.get(key);
+  }
+
+  void set(const std::string& key, Value value) override {
+    if (machine_.power.spend()) machine_.defaults.set(key, std::move(value));
+  }
+
+  bool synchronize() override {
+    if (!machine_.power.spend() || machine_.faults.synchronizing) return false;
+    stored_ = machine_.defaults.values();
+    watcher_.defaultsStored(stored_);
+    return true;
+  }
+
+ private:
+  Machine& machine_;
+  MachineWatcher& watcher_;
+  std::map<std::string, Value>& stored_;
+};
+
+class LayeredBackgroundTasks : public BackgroundTasks {
+ public:
+  LayeredBackgroundTasks(Machine& machine, MachineWatcher& watcher)
+      : machine_(machine), watcher_(watcher) {}
+
+  bool offersMultitaskingSupport() override { return true; }
+  bool offersBegin() override { return true; }
+  bool offersEnd() override { return true; }
+
+  BackgroundTaskId begin(std::function<void()> expired) override {
+    if (!machine_.power.spend()) return kBackgroundTaskInvalid;
+    return machine_.backgroundTasks->begin(std::move(expired));
+  }
+
+  void end(BackgroundTaskId id) override {
+    if (machine_.power.spend()) machine_.backgroundTasks->end(id);
+  }
+
+  double remaining() override {
+    // Nobody waits on in a dead process.
+    if (!machine_.power.spend()) return 0;
+    const double seconds = machine_.backgroundTasks->remaining();
+    watcher_.askedRemaining(seconds);
+    return seconds;
+  }
+
+ private:
+  Machine& machine_;
+  MachineWatcher& watcher_;
+};
+
+class LayeredUuids : public UuidSource {
+ public:
+  explicit LayeredUuids(Machine& machine) : machine_(machine) {}
+
+  std::string next() override {
+    return machine_.power.spend() ? machine_.uuids.next() : "of a dead process";
+  }
+
+ private:
+  Machine& machine_;
+};
+
+// Lines are made and go nowhere.
+class SilentLog : public LogSink {
+ public:
+  void write(std::string_view) override {}
+};
+
+}  // namespace
+
+void Network::upload(HttpRequest request, std::function<void(HttpReply)> completion) {
+  if (!power_.spend()) return;
+  const std::uint64_t number = ++lastNumber_;
+  waiting_.push_back({number, request.url != kConfigUrl, std::move(completion)});
+  watcher_.requested(number, request);
+}
+
+void Network::answer(std::size_t index, HttpReply reply) {
+  const auto completion = std::move(waiting_[index].completion);
+  waiting_.erase(waiting_.begin() + static_cast<std::ptrdiff_t>(index));
+  completion(std::move(reply));
+}
+
+std::string Uuids::textOf(std::uint64_t number) {
+  constexpr char kDigits[] = "0123456789ABCDEF";
+  std::string text = std::string(kUuidHead) + std::string(kUuidTail, '0');
+  for (auto digit = text.rbegin(); number != 0; ++digit, number /= 16)
+    *digit = kDigits[number % 16];
+  return text;
+}
+
+std::uint64_t Uuids::numberOf(std::string_view text) {
+  if (text.size() != kUuidHead.size() + kUuidTail || !text.starts_with(kUuidHead)) return 0;
+  std::uint64_t number = 0;
+  const char* end = text.data() + text.size();
+  const auto read = std::from_chars(text.data() + kUuidHead.size(), end, number, 16);
+  return read.ptr == end ? number : 0;
+}
+
+class Machine::Layer {
+ public:
+  Layer(Machine& machine, MachineWatcher& watcher)
+      : clock_(machine, watcher),
+        dispatch_(machine, watcher),
+        files_(machine, watcher),
+        defaults_(machine, watcher, machine.storedDefaults_),
+        backgroundTasks_(machine, watcher),
+        uuids_(machine),
+        environment_{
+            clock_,         dispatch_,        machine.network, files_, defaults_,
+            machine.device, backgroundTasks_, uuids_,          log_,   machine.notificationCenter} {
+  }
+
+  Environment& environment() { return environment_; }
+
+ private:
+  LayeredClock clock_;
+  LayeredDispatch dispatch_;
+  LayeredFiles files_;
+  LayeredDefaults defaults_;
+  LayeredBackgroundTasks backgroundTasks_;
+  LayeredUuids uuids_;
+  SilentLog log_;
+  Environment environment_;
+};
+
+Machine::Machine(MachineWatcher& watcher)
+    : network(power, watcher), layer_(std::make_unique<Layer>(*this, watcher)) {
+  backgroundTasks.emplace(dispatch);
+}
+
+Machine::~Machine() = default;
+
+Environment& Machine::environment() { return layer_->environment(); }
+
+void Machine::endProcess() {
+  power.cut();
+  dispatch.dropAll();
+  network.forgetOutstanding();
+  // Made anew: it records all tasks that it has ever given.
+  backgroundTasks.emplace(dispatch);
+  std::destroy_at(&notificationCenter);
+  std::construct_at(&notificationCenter);
+  const std::map<std::string, Value> current = defaults.values();
+  for (const auto& [key, value] : current) defaults.erase(key);
+  for (const auto& [key, value] : storedDefaults_) defaults.set(key, value);
+}
+
+void Machine::loseStorage() {
+  files.remove("/support", nullptr);
+  storedDefaults_.clear();
+  const std::map<std::string, Value> current = defaults.values();
+  for (const auto& [key, value] : current) defaults.erase(key);
+}
+
+}  // namespace zln::season
