@@ -1,0 +1,358 @@
+#include "tests/soak/ledger.h"
+
+#include <algorithm>
+#include <charconv>
+#include <utility>
+
+#include "tests/soak/soak_reports.h"
+
+namespace zln {
+namespace {
+
+// Times that were stored are rounded to multiples of 128 seconds.
+constexpr double kRounding = 64.5;
+// By how many seconds a session's duration may exceed the time on the wall.
+constexpr double kDurationTolerance = 5.0;
+// More than that a life does not take longer than its diary says.
+constexpr double kLifeTolerance = 2.0;
+// A report that is tried again stands in the file twice for a moment; killed at such moments in
+// life after life it could stand there more often. More than so many copies are not by chance.
+constexpr int kMostCopies = 8;
+
+bool isAd(const std::string& identity) { return identity.starts_with("ad "); }
+bool isStop(const std::string& identity) { return identity.starts_with("stop "); }
+
+std::string beginOf(const std::string& stop) { return "begin" + stop.substr(stop.find(' ')); }
+
+bool mayBeOff(const LifeRecord& life, const char* setting, bool sentBefore) {
+  const auto& handedOut = life.plan->settings;
+  const std::string key = std::string("ConfigSerializationKey") + setting;
+  return !sentBefore || (life.handedOutSettings && !handedOut.value(key, true));
+}
+
+// The settings of the life may have switched this kind of session report off.
+bool mayBeSwitchedOff(const LifeRecord& life, const std::string& identity) {
+  if (isAd(identity)) return false;
+  if (isStop(identity)) return mayBeOff(life, "SendStopSessionReports", life.before.sendsStop);
+  return mayBeOff(life, "SendStartSessionReports", life.before.sendsStart) ||
+         mayBeOff(life, "SendFirstSessionReports", life.before.sendsFirst);
+}
+
+// What the evidence says of one object of a report that is gone; absent when it says nothing.
+std::optional<Loss> lossOf(const ReportStory& report, bool rejectedByServer, bool mayBeOff) {
+  if (report.deliveries > 0) return std::nullopt;
+  if (report.rejected) {
+    return rejectedByServer ? std::optional(Loss::kRejected) : std::nullopt;
+  }
+  if (report.fullQueue == FullQueue::kRetry) return Loss::kRetryAtFullQueue;
+  if (report.fullQueue != FullQueue::kNot) return Loss::kFullQueue;
+  if (mayBeOff && (report.unsettled || (report.stored && !report.queued))) {
+    return Loss::kSwitchedOff;
+  }
+  if (report.stored && !report.saved) return Loss::kEndedWhileTakingUp;
+  return std::nullopt;
+}
+
+double numberIn(const nlohmann::json& body, const char* key) {
+  const auto found = body.find(key);
+  return found == body.end() || !found->is_number() ? -1.0 : found->get<double>();
+}
+
+std::string endingOf(const LifeRecord& life) {
+  switch (life.plan->ending) {
+    case Ending::kKilledAfter:
+      return "killed at a moment";
+    case Ending::kKilledAtLine:
+      return life.story.killedItself ? "killed at a log line" : "killed at a moment";
+    case Ending::kLeaves:
+      return life.plan->commands.back();
+    case Ending::kDrained:
+      break;
+  }
+  return "drained";
+}
+
+}  // namespace
+
+std::vector<std::string> Ledger::enter(const LifeRecord& life) {
+  findings_ = life.story.complaints;
+  for (const std::string& problem : life.before.problems) find("before: " + problem);
+  for (const std::string& problem : life.after.problems) find("after: " + problem);
+  for (const ReportStory& report : life.story.reports) {
+    if (report.identity.empty()) continue;
+    Account& account = accountOf(report.identity);
+    if (report.accepted) account.accepted = true;
+    if (report.accepted || report.stored) account.owed = true;
+    if (!report.stored) account.longestDuration = life.seconds + kLifeTolerance;
+  }
+  const std::map<std::string, Course> courses = coursesOf(life);
+  enterArrivals(life);
+  for (const auto& [identity, course] : courses) enterCourse(life, identity, course);
+  lookAtStored(life, courses);
+  lookAtSessions(life);
+  lookAtUser(life);
+
+  ++tally_.lives;
+  ++tally_.weathers[life.plan->weather.name.substr(0, life.plan->weather.name.find(' '))];
+  ++tally_.endings[endingOf(life)];
+  tally_.callsBegun += life.story.callsBegun;
+  tally_.sessions += life.story.sessions;
+  tally_.mostStored = std::max(tally_.mostStored, static_cast<int>(life.after.reports.size()));
+  return std::move(findings_);
+}
+
+Ledger::Account& Ledger::accountOf(const std::string& identity) { return accounts_[identity]; }
+
+std::map<std::string, Ledger::Course> Ledger::coursesOf(const LifeRecord& life) const {
+  std::map<std::string, Course> courses;
+  for (const StoredReport& stored : life.before.reports) courses[stored.identity];
+  for (const ReportStory& report : life.story.reports) {
+    if (report.identity.empty()) continue;
+    Course& course = courses[report.identity];
+    course.reports.push_back(&report);
+    course.deliveries += report.deliveries;
+  }
+  for (const Arrival& arrival : life.arrivals) {
+    Course& course = courses[arrival.identity];
+    if (arrival.verdict == Verdict::kTaken) {
+      ++course.taken;
+      if (!arrival.replied) ++course.repliesLost;
+    }
+    if (arrival.verdict == Verdict::kRejected) course.rejectedByServer = true;
+  }
+  return courses;
+}
+
+// ---- What came ----
+
+void Ledger::enterArrivals(const LifeRecord& life) {
+  for (const Arrival& arrival : life.arrivals) {
+    const auto found = accounts_.find(arrival.identity);
+    if (found == accounts_.end()) {
+      find("a report from nowhere came: " + arrival.body.dump());
+      continue;
+    }
+    users_.insert(textIn(arrival.body, "userId"));
+    if (isAd(arrival.identity)) {
+      found->second.eventIdentifiers.insert(textIn(arrival.body, "adEventId"));
+      checkAd(arrival.identity, arrival);
+    } else if (isStop(arrival.identity)) {
+      checkStop(arrival, found->second);
+    } else if (textIn(arrival.body, "type") == "ReportTypeSessionFirst") {
+      firstSessions_.insert(arrival.identity);
+    }
+  }
+}
+
+// It says what the call said.
+void Ledger::checkAd(const std::string& identity, const Arrival& arrival) {
+  int number = 0;
+  const std::size_t dot = identity.find('.');
+  std::from_chars(identity.data() + dot + 1, identity.data() + identity.size(), number);
+  const AdCall call = adCall(identity.substr(3, dot - 3), number);
+  const bool isZone = textIn(arrival.body, "type") == "ReportTypeAdZoneAttempt";
+  if (textIn(arrival.body, "network") != call.network ||
+      textIn(arrival.body, "adType") != call.adType || isZone != call.zone.has_value() ||
+      textIn(arrival.body, "zoneId") != call.zone.value_or("") ||
+      arrival.body.value("fill", !call.filled) != call.filled ||
+      textIn(arrival.body, "adEventId").size() != 36) {
+    find("a report that does not say what the call said: " + arrival.body.dump());
+  }
+}
+
+void Ledger::checkStop(const Arrival& arrival, const Account& account) {
+  const double duration = numberIn(arrival.body, "totalDuration");
+  const double span = numberIn(arrival.body, "stopTime") - numberIn(arrival.body, "startTime");
+  if (duration < 0.0 || duration > account.longestDuration || span < -2 * kRounding ||
+      duration > span + kDurationTolerance + 2 * kRounding ||
+      span > account.longestDuration + 2 * kRounding) {
+    find("a session that cannot have lasted so long: " + arrival.body.dump());
+  }
+}
+
+// ---- What became of it ----
+
+void Ledger::enterCourse(const LifeRecord& life, const std::string& identity,
+                         const Course& course) {
+  if (course.deliveries > course.taken) {
+    find(identity + " counts as delivered, but the server did not take it");
+  }
+  for (const ReportStory* report : course.reports) {
+    if (report->deliveries > 1) find(identity + " is delivered twice by one process");
+  }
+  countRepeats(life, identity, course);
+  settle(life, identity, course);
+}
+
+void Ledger::countRepeats(const LifeRecord& life, const std::string& identity,
+                          const Course& course) {
+  if (course.taken == 0) return;
+  Account& account = accountOf(identity);
+  if (account.takings > 0) ++tally_.repeats[account.nextRepeat];
+  account.takings += course.taken;
+
+  // What has not been delivered may have been on its way when the process ended.
+  const int objects = static_cast<int>(course.reports.size());
+  const int unlearned = course.taken - course.deliveries;
+  if (unlearned > course.repliesLost + objects - course.deliveries) {
+    find(identity + " came again although the game had the server's reply");
+  }
+  const int again = course.taken - 1;
+  const int byLostReply = std::min(again, std::max(unlearned, 0));
+  tally_.repeats[Repeat::kReplyLost] += byLostReply;
+  tally_.repeats[Repeat::kStoodTwice] += again - byLostReply;
+  account.nextRepeat = course.deliveries == 0 ? Repeat::kReplyLost : Repeat::kEndedBeforeSave;
+  if (course.deliveries > 0 && objects > 1) account.nextRepeat = Repeat::kStoodTwice;
+  if (course.deliveries > 0 && !life.after.inPlace.contains(identity)) {
+    account.nextRepeat = Repeat::kEndedWhileTakingUp;
+  }
+}
+
+void Ledger::settle(const LifeRecord& life, const std::string& identity, const Course& course) {
+  Account& account = accountOf(identity);
+  if (!account.owed || life.after.copiesOf(identity) > 0) return;
+  account.owed = false;
+  if (account.takings == 0) explainLoss(life, identity, course);
+}
+
+void Ledger::explainLoss(const LifeRecord& life, const std::string& identity,
+                         const Course& course) {
+  const bool mayBeOff = mayBeSwitchedOff(life, identity);
+  int recovered = 0;
+  std::optional<Loss> loss;
+  for (const ReportStory* report : course.reports) {
+    if (report->stored) ++recovered;
+    loss = lossOf(*report, course.rejectedByServer, mayBeOff);
+    if (!loss) break;
+  }
+  const bool wasNotReached = recovered < life.before.copiesOf(identity);
+  if (course.reports.empty() && wasNotReached) loss = Loss::kEndedWhileTakingUp;
+  // A process that ends when all is delivered has not ended too early.
+  if (loss == Loss::kEndedWhileTakingUp && life.plan->ending == Ending::kDrained) loss.reset();
+  if (!loss) {
+    find(identity + " is lost, and nothing says why");
+    return;
+  }
+  accountOf(identity).loss = loss;
+}
+
+// ---- What is left ----
+
+void Ledger::lookAtStored(const LifeRecord& life, const std::map<std::string, Course>& courses) {
+  std::map<std::string, int> copies;
+  int unnamed = life.story.unnamedReports;
+  int withoutBegin = life.story.unnamedWithoutBegin;
+  for (const StoredReport& stored : life.after.reports) {
+    if (!accounts_.contains(stored.identity) && (isAd(stored.identity) || unnamed-- <= 0)) {
+      find("a report from nowhere is stored: " + stored.identity);
+      continue;
+    }
+    // The file gives a name to a session that had none.
+    if (!accounts_.contains(stored.identity) && isStop(stored.identity) && withoutBegin-- > 0) {
+      enterSessionWithoutBegin(life, beginOf(stored.identity));
+    }
+    Account& account = accountOf(stored.identity);
+    account.owed = true;
+    account.longestDuration = std::max(account.longestDuration, life.seconds + kLifeTolerance);
+    if (isAd(stored.identity)) account.eventIdentifiers.insert(stored.adEventId);
+    tally_.mostCopies = std::max(tally_.mostCopies, ++copies[stored.identity]);
+  }
+  for (const auto& [identity, count] : copies) {
+    if (count > kMostCopies) find(identity + " is stored " + std::to_string(count) + " times");
+    const auto course = courses.find(identity);
+    if (course == courses.end()) continue;
+    const auto& reports = course->second.reports;
+    if (reports.size() == 1 && reports.front()->departed && life.after.inPlace.contains(identity)) {
+      find(identity + " is still stored after its delivery and later saves");
+    }
+  }
+}
+
+void Ledger::lookAtSessions(const LifeRecord& life) {
+  for (const std::string& session : life.story.sessionsWithoutBegin) {
+    enterSessionWithoutBegin(life, beginIdentity(session));
+  }
+  if (life.story.firstSessions > 0 && life.before.firstSessionSent) {
+    find("a first session after the first");
+  }
+  if (life.story.firstSessions > 1) find("two first sessions in one life");
+  if (life.story.firstSessions == 0 || life.after.firstSessionSent) return;
+  ++marksForgotten_;
+  if (life.story.isSettled) find("the first session is not marked as sent");
+}
+
+void Ledger::enterSessionWithoutBegin(const LifeRecord& life, const std::string& begin) {
+  accountOf(begin).loss = Loss::kSwitchedOff;
+  if (!mayBeSwitchedOff(life, begin)) find("a session without a report: " + begin);
+}
+
+void Ledger::lookAtUser(const LifeRecord& life) {
+  if (!life.before.user.empty() && life.before.user != life.after.user) {
+    find("the user has changed from " + life.before.user + " to " + life.after.user);
+  }
+  if (!life.after.user.empty()) return;
+  ++usersForgotten_;
+  if (life.story.isSettled) find("the user is not stored");
+}
+
+// ---- The end ----
+
+std::vector<std::string> Ledger::close() {
+  findings_.clear();
+  for (const auto& [identity, account] : accounts_) {
+    if (account.owed) find(identity + " is still owed");
+    isAd(identity) ? closeAd(identity, account) : closeSessionReport(identity, account);
+  }
+  const int firsts = static_cast<int>(firstSessions_.size());
+  if (firsts > 1 + marksForgotten_) find(std::to_string(firsts) + " first sessions");
+  if (static_cast<int>(users_.size()) > 1 + usersForgotten_) find("more than one user");
+  tally_.firstSessions += std::min(firsts, 1);
+  tally_.firstSessionsMore += std::max(firsts - 1, 0);
+  ++tally_.installations;
+  return std::move(findings_);
+}
+
+void Ledger::closeAd(const std::string& identity, const Account& account) {
+  if (account.eventIdentifiers.size() > 1) {
+    ++tally_.adsOtherIdentifiers;
+    find(identity + " came with different identifiers");
+  }
+  if (!account.accepted) {
+    if (account.takings > 0) ++tally_.adsOfCutOffCalls;
+    return;
+  }
+  ++tally_.callsAccepted;
+  if (account.takings == 1) ++tally_.adsOnce;
+  if (account.takings > 1) ++tally_.adsAgain;
+  if (account.takings > 0) return;
+  if (account.loss) {
+    ++tally_.adsLost[*account.loss];
+  } else {
+    ++tally_.unexplained;
+    find(identity + " has neither come nor been lost for a cause");
+  }
+}
+
+void Ledger::closeSessionReport(const std::string& identity, const Account& account) {
+  if (account.takings == 0) {
+    if (account.loss) ++tally_.sessionReportsLost[*account.loss];
+    if (account.accepted && !account.loss) {
+      ++tally_.unexplained;
+      find(identity + " has neither come nor been lost for a cause");
+    }
+    return;
+  }
+  if (!isStop(identity)) {
+    ++tally_.begins;
+    return;
+  }
+  ++tally_.stops;
+  const auto begin = accounts_.find(beginOf(identity));
+  if (begin == accounts_.end() || (begin->second.takings == 0 && !begin->second.loss)) {
+    find(identity + " came, its beginning has neither come nor been lost");
+  } else if (begin->second.takings == 0) {
+    ++tally_.stopsWhoseBeginIsMissing;
+  }
+}
+
+}  // namespace zln
