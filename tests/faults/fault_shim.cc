@@ -1,0 +1,309 @@
+// Stands between a program and the system's calls that change files. Preloaded into a game it
+// counts them, by kind, and has the one that the plan names fail, fall short or be the last.
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <limits.h>
+#include <signal.h>
+#include <stdarg.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <sys/file.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/types.h>
+#include <sys/xattr.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <string_view>
+
+#include "tests/faults/fault_plan.h"
+
+namespace zln::faults {
+namespace {
+
+constexpr int kMostFiles = 4096;
+
+FaultPlan* plan = nullptr;
+// Files that are open for writing below the home folder.
+std::atomic<bool> isWatched[kMostFiles];
+
+__attribute__((constructor)) void mapPlan() {
+  const char* path = getenv(kPlanVariable);
+  if (path == nullptr) return;
+  const long file = syscall(SYS_openat, AT_FDCWD, path, O_RDWR | O_CLOEXEC, 0);
+  void* memory = mmap(nullptr, sizeof(FaultPlan), PROT_READ | PROT_WRITE, MAP_SHARED,
+                      static_cast<int>(file), 0);
+  if (memory == MAP_FAILED) abort();
+  syscall(SYS_close, file);
+  plan = static_cast<FaultPlan*>(memory);
+}
+
+bool isBelowHome(std::string_view path) {
+  return plan != nullptr && path.starts_with(std::string_view(plan->home));
+}
+
+// Of a path that may be relative to an open folder.
+bool isBelowHome(int folder, const char* path) {
+  if (plan == nullptr || path == nullptr) return false;
+  if (path[0] == '/' || folder == AT_FDCWD) return isBelowHome(std::string_view(path));
+  char link[64];
+  char target[PATH_MAX];
+  snprintf(link, sizeof link, "/proc/self/fd/%d", folder);
+  const ssize_t size = readlink(link, target, sizeof target);
+  return size > 0 && isBelowHome(std::string_view(target, static_cast<std::size_t>(size)));
+}
+
+bool isWatchedFile(int file) { return file >= 0 && file < kMostFiles && isWatched[file]; }
+
+void watch(long file, bool isWritten) {
+  if (file >= 0 && file < kMostFiles) isWatched[file] = isWritten;
+}
+
+[[noreturn]] void endProcess() {
+  syscall(SYS_kill, getpid(), SIGKILL);
+  for (;;) pause();
+}
+
+// Counts a call; true when it is the one to strike.
+bool isStruck(Call call) {
+  const std::uint32_t ordinal = ++plan->calls[static_cast<std::size_t>(call)];
+  if (plan->fault == Fault::kNone || call != plan->call || ordinal != plan->ordinal) return false;
+  plan->struckProcess = getpid();
+  plan->isStruck = true;
+  return true;
+}
+
+// The errno of a file system that has broken for good; zero when it has not, in this process.
+int lastingFailure() {
+  if (plan->struckProcess != getpid()) return 0;
+  if (plan->fault == Fault::kFullFromHere) return ENOSPC;
+  return plan->fault == Fault::kReadOnlyFromHere ? EROFS : 0;
+}
+
+// A full disk still takes what makes nothing larger.
+bool needsRoom(Call call) {
+  return call == Call::kOpen || call == Call::kWrite || call == Call::kMakeFolder ||
+         call == Call::kLink;
+}
+
+int failureOf(Fault fault) {
+  switch (fault) {
+    case Fault::kEio:
+      return EIO;
+    case Fault::kEnospc:
+      return ENOSPC;
+    case Fault::kErofs:
+      return EROFS;
+    case Fault::kEacces:
+      return EACCES;
+    default:
+      return 0;
+  }
+}
+
+// Zero when the call is to be made; it does not return when the process is to end.
+int failureFor(Call call, bool isHit) {
+  if (isHit && plan->fault == Fault::kKill) endProcess();
+  if (isHit && failureOf(plan->fault) != 0) return failureOf(plan->fault);
+  const int lasting = lastingFailure();
+  if (call == Call::kClose || (lasting == ENOSPC && !needsRoom(call))) return 0;
+  return lasting;
+}
+
+int failureFor(Call call) { return failureFor(call, isStruck(call)); }
+
+int failed(int failure) {
+  errno = failure;
+  return -1;
+}
+
+// The number of bytes that the struck call writes.
+std::size_t partOf(std::size_t size) {
+  const std::size_t part = size * plan->part / 256;
+  return part == 0 && plan->fault == Fault::kShorten ? 1 : part;
+}
+
+// `step` writes so many of the bytes.
+template <typename Step>
+ssize_t writeThrough(int file, std::size_t size, Step step) {
+  if (!isWatchedFile(file)) return step(size);
+  const bool isHit = isStruck(Call::kWrite);
+  if (const int failure = failureFor(Call::kWrite, isHit); failure != 0) return failed(failure);
+  const bool isCut =
+      isHit && (plan->fault == Fault::kKillHalf || plan->fault == Fault::kShorten) && size > 0;
+  const ssize_t written = step(isCut ? partOf(size) : size);
+  if (isHit && plan->fault == Fault::kKillHalf) endProcess();
+  return written;
+}
+
+int openThrough(int folder, const char* path, int flags, mode_t mode) {
+  const bool isWritten =
+      ((flags & O_ACCMODE) != O_RDONLY || (flags & O_CREAT) != 0) && isBelowHome(folder, path);
+  if (isWritten) {
+    if (const int failure = failureFor(Call::kOpen); failure != 0) return failed(failure);
+  }
+  const long file = syscall(SYS_openat, folder, path, flags, mode);
+  watch(file, isWritten);
+  return static_cast<int>(file);
+}
+
+// The mode among the arguments of a call that may make a file.
+mode_t modeOf(int flags, va_list arguments) {
+  return (flags & (O_CREAT | O_TMPFILE)) != 0 ? va_arg(arguments, mode_t) : 0;
+}
+
+int leaseFailure() {
+  if (plan == nullptr) return 0;
+  if (plan->disk == Disk::kNoLeases) return EINVAL;
+  return plan->disk == Disk::kBusyLeases ? EAGAIN : 0;
+}
+
+}  // namespace
+}  // namespace zln::faults
+
+using namespace zln::faults;
+
+extern "C" {
+
+int open(const char* path, int flags, ...) {
+  va_list arguments;
+  va_start(arguments, flags);
+  const mode_t mode = modeOf(flags, arguments);
+  va_end(arguments);
+  return openThrough(AT_FDCWD, path, flags, mode);
+}
+
+int openat(int folder, const char* path, int flags, ...) {
+  va_list arguments;
+  va_start(arguments, flags);
+  const mode_t mode = modeOf(flags, arguments);
+  va_end(arguments);
+  return openThrough(folder, path, flags, mode);
+}
+
+int mkostemp(char* path, int flags) {
+  static const auto real = reinterpret_cast<int (*)(char*, int)>(dlsym(RTLD_NEXT, "mkostemp"));
+  const bool isWritten = isBelowHome(AT_FDCWD, path);
+  if (isWritten) {
+    if (const int failure = failureFor(Call::kOpen); failure != 0) return failed(failure);
+  }
+  const int file = real(path, flags);
+  watch(file, isWritten);
+  return file;
+}
+
+ssize_t write(int file, const void* bytes, size_t size) {
+  return writeThrough(file, size,
+                      [&](std::size_t part) { return syscall(SYS_write, file, bytes, part); });
+}
+
+ssize_t pwrite(int file, const void* bytes, size_t size, off_t at) {
+  return writeThrough(
+      file, size, [&](std::size_t part) { return syscall(SYS_pwrite64, file, bytes, part, at); });
+}
+
+int ftruncate(int file, off_t size) noexcept {
+  if (isWatchedFile(file)) {
+    if (const int failure = failureFor(Call::kTruncate); failure != 0) return failed(failure);
+  }
+  return static_cast<int>(syscall(SYS_ftruncate, file, size));
+}
+
+// The file is closed also when that fails.
+int close(int file) {
+  if (!isWatchedFile(file)) return static_cast<int>(syscall(SYS_close, file));
+  const int failure = failureFor(Call::kClose);
+  watch(file, false);
+  const long result = syscall(SYS_close, file);
+  return failure != 0 ? failed(failure) : static_cast<int>(result);
+}
+
+// All that is asked for here takes a number or nothing.
+int fcntl(int file, int command, ...) {
+  va_list arguments;
+  va_start(arguments, command);
+  const long argument = va_arg(arguments, long);
+  va_end(arguments);
+  if (command == F_SETLEASE && argument != F_UNLCK && leaseFailure() != 0) {
+    return failed(leaseFailure());
+  }
+  const long result = syscall(SYS_fcntl, file, command, argument);
+  if (command == F_DUPFD_CLOEXEC) watch(result, isWatchedFile(file));
+  return static_cast<int>(result);
+}
+
+int flock(int file, int operation) noexcept {
+  if (plan != nullptr && plan->disk == Disk::kNoLocks) return failed(ENOLCK);
+  return static_cast<int>(syscall(SYS_flock, file, operation));
+}
+
+int rename(const char* from, const char* to) noexcept {
+  if (isBelowHome(AT_FDCWD, to)) {
+    if (const int failure = failureFor(Call::kRename); failure != 0) return failed(failure);
+  }
+  return static_cast<int>(syscall(SYS_rename, from, to));
+}
+
+int renameat2(int fromFolder, const char* from, int toFolder, const char* to,
+              unsigned flags) noexcept {
+  if (isBelowHome(toFolder, to)) {
+    if (const int failure = failureFor(Call::kExchange); failure != 0) return failed(failure);
+    if (plan->disk == Disk::kNoExchange) return failed(EINVAL);
+  }
+  return static_cast<int>(syscall(SYS_renameat2, fromFolder, from, toFolder, to, flags));
+}
+
+int unlinkat(int folder, const char* path, int flags) noexcept {
+  if (isBelowHome(folder, path)) {
+    if (const int failure = failureFor(Call::kUnlink); failure != 0) return failed(failure);
+  }
+  return static_cast<int>(syscall(SYS_unlinkat, folder, path, flags));
+}
+
+int unlink(const char* path) noexcept { return unlinkat(AT_FDCWD, path, 0); }
+
+int link(const char* from, const char* to) noexcept {
+  if (isBelowHome(AT_FDCWD, to)) {
+    if (const int failure = failureFor(Call::kLink); failure != 0) return failed(failure);
+    if (plan->disk == Disk::kNoLinks) return failed(EPERM);
+  }
+  return static_cast<int>(syscall(SYS_link, from, to));
+}
+
+int mkdir(const char* path, mode_t mode) noexcept {
+  if (isBelowHome(AT_FDCWD, path)) {
+    if (const int failure = failureFor(Call::kMakeFolder); failure != 0) return failed(failure);
+  }
+  return static_cast<int>(syscall(SYS_mkdir, path, mode));
+}
+
+int setxattr(const char* path, const char* name, const void* value, size_t size,
+             int flags) noexcept {
+  if (isBelowHome(AT_FDCWD, path)) {
+    if (const int failure = failureFor(Call::kAttribute); failure != 0) return failed(failure);
+    if (plan->disk == Disk::kNoAttributes) return failed(ENOTSUP);
+  }
+  return static_cast<int>(syscall(SYS_setxattr, path, name, value, size, flags));
+}
+
+int fsync(int file) {
+  if (isWatchedFile(file)) {
+    if (const int failure = failureFor(Call::kFlush); failure != 0) return failed(failure);
+    if (plan->disk == Disk::kNoFlush) return failed(EIO);
+  }
+  return static_cast<int>(syscall(SYS_fsync, file));
+}
+
+// The same calls under the names that they have where files may be large.
+int open64(const char* path, int flags, ...) __attribute__((alias("open")));
+int openat64(int folder, const char* path, int flags, ...) __attribute__((alias("openat")));
+int mkostemp64(char* path, int flags) __attribute__((alias("mkostemp")));
+ssize_t pwrite64(int file, const void* bytes, size_t size, off_t at)
+    __attribute__((alias("pwrite")));
+int ftruncate64(int file, off_t size) noexcept __attribute__((alias("ftruncate")));
+int fcntl64(int file, int command, ...) __attribute__((alias("fcntl")));
+
+}  // extern "C"
