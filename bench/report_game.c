@@ -126,7 +126,7 @@ static void measureDelivery(void) {
   const uint64_t begin = nowNs();
   const uint64_t processorBefore = processorUs();
   start();
-  const StillFile end = waitUntilStill(file, 2000, 1000);
+  const StillFile end = waitUntilStill(file, 5000, 1000);
   tellTime("delivery_us", begin, end.lastChangeNs);
   tell("processor_us", (double)(end.processorUs - processorBefore));
   tell("threads", (double)end.mostThreads);

@@ -22,22 +22,22 @@ bool isOneOf(const std::vector<std::shared_ptr<ZLNReportBase>>& reports,
 // Entries whose operation has left the queue go; the others keep their order, new ones follow them.
 void QueuedReports::follow(const OperationQueue& queue) {
   forgetReplaced();
-  std::vector<Entry> present;
+  std::vector<Entry> added;
   auto known = entries_.begin();
+  auto kept = known;
   const auto shown =
       queue.follow(mark_, [&](std::uint64_t number, const std::shared_ptr<Operation>& operation) {
-        while (known != entries_.end() && known->number < number) ++known;
-        if (known != entries_.end() && known->number == number) {
-          present.push_back(std::move(*known));
-        } else {
-          present.push_back({number, operation, nullptr, nullptr});
+        if (entries_.empty() || entries_.back().number < number) {
+          added.push_back({number, operation, nullptr, nullptr});
+          return;
         }
+        while (known->number < number) ++known;
+        if (kept != known) *kept = std::move(*known);
+        ++kept;
+        ++known;
       });
-  if (shown == OperationQueue::Shown::all) {
-    entries_ = std::move(present);
-  } else {
-    std::move(present.begin(), present.end(), std::back_inserter(entries_));
-  }
+  if (shown == OperationQueue::Shown::all) entries_.erase(kept, entries_.end());
+  std::move(added.begin(), added.end(), std::back_inserter(entries_));
 }
 
 // A replaced report, which hardly ever happens, has everything looked into again.

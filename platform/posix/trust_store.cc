@@ -5,6 +5,7 @@
 #include <openssl/pem.h>
 #include <openssl/x509.h>
 #include <openssl/x509_vfy.h>
+#include <openssl/x509v3.h>
 
 #include <cstdint>
 #include <optional>
@@ -98,9 +99,9 @@ class EncodedCertificates {
     const std::uint32_t hash = hashOf(name);
     for (const Entry& entry : entries_) {
       if (entry.hash != hash) continue;
-      Certificate certificate = decode(entry);
+      const Certificate certificate = decode(entry);
       if (certificate && X509_NAME_cmp(X509_get_subject_name(certificate.get()), name) == 0) {
-        take(std::move(certificate));
+        take(certificate);
       }
     }
   }
@@ -125,20 +126,32 @@ class EncodedCertificates {
 
 // ---- How OpenSSL finds a certificate that is not in its store yet ----
 
+// What the store holds about that name. The store keeps it, so that whoever asked may take a share.
+int offerFromStore(X509_STORE* store, const X509_NAME* name, X509_OBJECT* found) {
+  int isFound = 0;
+  X509_STORE_lock(store);
+  X509_OBJECT* const kept =
+      X509_OBJECT_retrieve_by_subject(X509_STORE_get0_objects(store), X509_LU_X509, name);
+  if (kept != nullptr) isFound = X509_OBJECT_set1_X509(found, X509_OBJECT_get0_X509(kept));
+  X509_STORE_unlock(store);
+  // Whoever asked takes a share by himself: the one that `found` was given would be one too many.
+  if (isFound == 1) X509_free(X509_OBJECT_get0_X509(found));
+  return isFound;
+}
+
+// Another thread may have added the same certificates just before: then the store keeps those.
 int bySubject(X509_LOOKUP* lookup, X509_LOOKUP_TYPE type, const X509_NAME* name,
               X509_OBJECT* found) {
   if (type != X509_LU_X509) return 0;
   const auto* certificates =
       static_cast<const EncodedCertificates*>(X509_LOOKUP_get_method_data(lookup));
-  int isFound = 0;
-  certificates->find(name, [&](Certificate certificate) {
-    if (X509_STORE_add_cert(X509_LOOKUP_get_store(lookup), certificate.get()) != 1) return;
-    if (isFound == 0) isFound = X509_OBJECT_set1_X509(found, certificate.get());
+  X509_STORE* const store = X509_LOOKUP_get_store(lookup);
+  certificates->find(name, [store](const Certificate& certificate) {
+    // Looks into the certificate now, before threads share it. Otherwise the first to use it would.
+    X509_check_purpose(certificate.get(), -1, 0);
+    X509_STORE_add_cert(store, certificate.get());
   });
-  // The store keeps what was added, and the one who asked takes a share of its own: the share that
-  // `found` was given would be one too many.
-  if (isFound == 1) X509_free(X509_OBJECT_get0_X509(found));
-  return isFound;
+  return offerFromStore(store, name, found);
 }
 
 void forget(X509_LOOKUP* lookup) {

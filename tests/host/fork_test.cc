@@ -13,7 +13,6 @@ namespace {
 
 using testing::IsEmpty;
 
-constexpr auto kPatience = std::chrono::seconds(60);
 // What forking_host says of a child in which all went as it should.
 constexpr char kAllWell[] = "7\n";
 constexpr char kWorkedInChild[] = "10\n";
@@ -138,7 +137,17 @@ TEST_F(ForkTest, AChildOfTheChildDoesNothingEither) {
   EXPECT_EQ(kAllWell, tell("grandchild")) << game->errors();
 }
 
+// What a sanitizer keeps of memory is not whole in a child that is forked while another thread
+// allocates. Without one, the C library sees to that.
+#if defined(__SANITIZE_ADDRESS__)
+#define SKIP_WHERE_MEMORY_DOES_NOT_OUTLIVE_A_FORK() \
+  GTEST_SKIP() << "the address sanitizer does not go with forks beside other threads"
+#else
+#define SKIP_WHERE_MEMORY_DOES_NOT_OUTLIVE_A_FORK() static_cast<void>(0)
+#endif
+
 TEST_F(ForkTest, ForksWhileOtherThreadsAreInsideTheLibrary) {
+  SKIP_WHERE_MEMORY_DOES_NOT_OUTLIVE_A_FORK();
   launchHost();
   tell("begin");
 
@@ -148,6 +157,7 @@ TEST_F(ForkTest, ForksWhileOtherThreadsAreInsideTheLibrary) {
 }
 
 TEST_F(ForkTest, ForksOnSeveralThreadsAtOnce) {
+  SKIP_WHERE_MEMORY_DOES_NOT_OUTLIVE_A_FORK();
   launchHost();
   tell("begin");
 
@@ -157,6 +167,7 @@ TEST_F(ForkTest, ForksOnSeveralThreadsAtOnce) {
 }
 
 TEST_F(ForkTest, ForksWhileOtherThreadsCallTheLibraryForTheFirstTime) {
+  SKIP_WHERE_MEMORY_DOES_NOT_OUTLIVE_A_FORK();
   for (int round = 0; round < 10; ++round) {
     launchHost();
 

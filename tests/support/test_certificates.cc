@@ -32,15 +32,18 @@ void require(bool worked) {
   if (!worked) throw std::runtime_error("a test certificate cannot be made");
 }
 
+// Before anything else of it: its exit handler would meet the threads of the client under test.
+void openLibrary() { OPENSSL_init_crypto(OPENSSL_INIT_NO_ATEXIT, nullptr); }
+
 KeyPointer newKey() {
-  // The exit handler of OpenSSL would meet the threads of the client under test.
-  OPENSSL_init_crypto(OPENSSL_INIT_NO_ATEXIT, nullptr);
+  openLibrary();
   KeyPointer key(EVP_EC_gen("P-256"), EVP_PKEY_free);
   require(key != nullptr);
   return key;
 }
 
 std::uint32_t randomNumber() {
+  openLibrary();
   std::uint32_t number = 0;
   require(RAND_bytes(reinterpret_cast<unsigned char*>(&number), sizeof number) == 1);
   return number;
