@@ -165,7 +165,7 @@ TEST_F(UnloadingTest, ASecondLoadingGoesOnWithTheSameState) {
 }
 
 TEST_F(UnloadingTest, LoadingAndUnloadingInTurnsStandsInNobodysWay) {
-  inHost([this] {
+  inHost([] {
     for (int round = 0; round < 100; ++round) {
       LoadedLibrary library;
       const Functions functions(library);
