@@ -151,7 +151,8 @@ class ValueBuilder : public nlohmann::json_sax<nlohmann::json> {
     return add(narrow >= 0 ? Number::int64(narrow) : Number::float64(static_cast<double>(value)));
   }
   bool number_float(double value, const std::string& text) override {
-    const bool isZeroText = text.find_first_of("123456789") > text.find_first_of("eE");
+    // No digit but zeros before the exponent, or before the end where there is none.
+    const bool isZeroText = text.find_first_of("123456789") >= text.find_first_of("eE");
     const bool isTiny = value == 0 && !isZeroText;
     // What is too small for a double, which strtod() takes for the nearest one, is out of range.
     hasTinyNumber = hasTinyNumber || isTiny || isSubnormalRoundedUp(text);
