@@ -28,8 +28,9 @@ bool isList(const char* name) { return name == kReports || name == kKept; }
 
 // The root of a file's property list; absent, and told of, when it cannot be read.
 std::optional<Value> rootOf(const std::string& home, const char* name, StoredState& state) {
-  if (!fs::exists(home + "/" + name)) return std::nullopt;
+  // A running game may take the file away at any moment, so only one that is open is there.
   std::ifstream file(home + "/" + name, std::ios::binary);
+  if (!file) return std::nullopt;
   const std::string bytes{std::istreambuf_iterator<char>(file), {}};
   std::optional<Value> root = property_list::read(bytes);
   const bool isExpected =

@@ -35,6 +35,8 @@ class CertificateChain {
   const ShownCertificates& shown() const { return shown_; }
   // What is to be trusted.
   std::string rootPem() const;
+  // The authority between that and the server.
+  std::string intermediatePem() const;
 
  private:
   Identity root_;

@@ -49,6 +49,8 @@ class Scene {
 
   // The server shows a certificate with such a flaw from now on. Its root is trusted.
   void show(ChainFlaw flaw);
+  // Whom the server's certificate leads to.
+  const CertificateChain& chain() const { return chain_; }
   // What the file of authorities holds from now on; it is not there without a text.
   void trust(const std::optional<std::string>& authorities);
   void setVariable(const std::string& name, const std::string& value);

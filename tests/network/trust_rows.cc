@@ -99,6 +99,12 @@ std::vector<Row> roots() {
          return scene.server().url("/session");
        },
        temporaryError(-1202)},
+      {"the authority below the root trusted alone",
+       [](Scene& scene) {
+         scene.trust(scene.chain().intermediatePem());
+         return scene.server().url("/session");
+       },
+       response(200, R"({"success":true})")},
       trusting("root removed while the game runs", CertificateChain().rootPem(),
                temporaryError(-1202)),
       trusting("file of roots emptied while the game runs", "", temporaryError(-1200)),

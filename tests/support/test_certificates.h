@@ -17,6 +17,30 @@ struct Identity {
   CertificatePointer certificate;
 };
 
+constexpr long kCertificateDay = 24L * 60 * 60;
+
+// What a certificate says of its bearer and for how long, in OpenSSL's words.
+struct CertificateProfile {
+  std::string name;
+  const char* constraints = "critical,CA:FALSE";
+  const char* alternativeNames = nullptr;
+  const char* use = nullptr;
+  // Seconds from now.
+  long validFrom = -kCertificateDay;
+  long validUntil = kCertificateDay;
+};
+
+constexpr char kAuthorityConstraints[] = "critical,CA:TRUE";
+
+// A new certificate, signed by `issuer`, or by its own key when there is none.
+Identity issueCertificate(const CertificateProfile& profile, const Identity* issuer);
+
+// The name with a random number. Two authorities must not share a name by chance, else one looks
+// like a forgery of the other.
+std::string uniqueName(const std::string& name);
+
+std::string pemOf(X509* certificate);
+
 // What is wrong with the certificate of a server, if anything.
 enum class CertificateFlaw { kNone, kExpired, kSelfSigned, kWrongHost };
 
