@@ -15,12 +15,19 @@ namespace zln {
 // it; another may read the old content meanwhile.
 class AtomicFile {
  public:
+  // How many bytes of a content, at its beginning and at its end, are those of the last content
+  // that was put here successfully, so that they need not be written again; 0 is always right.
+  // Those at the end count between contents of the same size.
+  struct Unchanged {
+    std::size_t head = 0;
+    std::size_t tail = 0;
+  };
+
   virtual ~AtomicFile() = default;
 
-  // Puts this content in place of the old one: a reader sees all of the old or all of the new. The
-  // first `unchanged` bytes are those of the last content that was put here successfully, so they
-  // need not be written again; 0 is always right. On failure the old content stays.
-  virtual bool replace(std::string_view content, std::size_t unchanged, Error* error) = 0;
+  // Puts this content in place of the old one: a reader sees all of the old or all of the new. On
+  // failure the old content stays.
+  virtual bool replace(std::string_view content, Unchanged unchanged, Error* error) = 0;
 
   // Does ahead what the first replacement has to do besides writing; a thread that may wait calls
   // it before. Nothing is to be seen of it in the file.

@@ -119,9 +119,13 @@ class FakeAtomicFile : public AtomicFile {
   FakeAtomicFile(FakeFiles& files, std::string path)
       : files_(files), path_(std::move(path)), old_(files_.contents(path_)) {}
 
-  bool replace(std::string_view content, std::size_t unchanged, Error* error) override {
-    std::string written = last_.substr(0, unchanged);
+  bool replace(std::string_view content, Unchanged unchanged, Error* error) override {
+    std::string written = last_.substr(0, unchanged.head);
     written += content.substr(written.size());
+    if (content.size() == last_.size()) {
+      const std::size_t changed = last_.size() - std::min(unchanged.tail, last_.size());
+      written.replace(changed, std::string::npos, last_, changed);
+    }
     if (!files_.writeAtomically(path_, written, error)) return false;
     last_ = std::move(written);
     return true;

@@ -54,6 +54,10 @@ bool isOurs(const struct stat& facts, uid_t user) {
          (facts.st_mode & kModeBits) == kPrivate;
 }
 
+AtomicFile::Unchanged lesser(AtomicFile::Unchanged a, AtomicFile::Unchanged b) {
+  return {std::min(a.head, b.head), std::min(a.tail, b.tail)};
+}
+
 bool writeFrom(int file, std::string_view content, std::size_t at) {
   while (at < content.size()) {
     const ssize_t count =
@@ -107,23 +111,23 @@ void AtomicFilePosix::prepare() {
   if (isWhole_ && !spareIsThere() && !adoptSpare()) makeSpare();
 }
 
-bool AtomicFilePosix::replace(std::string_view content, std::size_t unchanged, Error* error) {
+bool AtomicFilePosix::replace(std::string_view content, Unchanged unchanged, Error* error) {
   keepOldContent();
   const bool isReplaced = replaceKept(content, unchanged, error);
   hasFailed_ = !isReplaced;
   return isReplaced;
 }
 
-bool AtomicFilePosix::replaceKept(std::string_view content, std::size_t unchanged, Error* error) {
+bool AtomicFilePosix::replaceKept(std::string_view content, Unchanged unchanged, Error* error) {
   if (exchange(content, unchanged)) {
-    current_.shared = content.size();
+    current_.shared = {content.size(), content.size()};
     if (flush_) flush_->wrote(current_.file);
   } else if (files_.writeAtomically(path_, content, error)) {
     current_ = {};
   } else {
     return false;
   }
-  spare_.shared = std::min(spare_.shared, unchanged);
+  spare_.shared = lesser(spare_.shared, unchanged);
   return true;
 }
 
@@ -150,17 +154,17 @@ void AtomicFilePosix::release() {
   if (--keepers_ == 0 && isKept_ && !hasFailed_) isKept_ = unlink(keptPath_.c_str()) != 0;
 }
 
-bool AtomicFilePosix::exchange(std::string_view content, std::size_t unchanged) {
+bool AtomicFilePosix::exchange(std::string_view content, Unchanged unchanged) {
   if (!isWhole_) return false;
   const bool isUpToDate =
-      updateSpare(content, unchanged) || (makeSpare() && writeSpare(content, 0));
+      updateSpare(content, unchanged) || (makeSpare() && writeSpare(content, {}));
   return isUpToDate && putSpareInPlace();
 }
 
-bool AtomicFilePosix::updateSpare(std::string_view content, std::size_t unchanged) {
+bool AtomicFilePosix::updateSpare(std::string_view content, Unchanged unchanged) {
   if (!spareIsThere() && !adoptSpare()) return false;
   const ExclusiveUse use(spare_.file->get());
-  return use.isGranted() && writeSpare(content, std::min(spare_.shared, unchanged));
+  return use.isGranted() && writeSpare(content, lesser(spare_.shared, unchanged));
 }
 
 bool AtomicFilePosix::spareIsThere() const {
@@ -202,16 +206,17 @@ bool AtomicFilePosix::openSpare(int moreFlags) {
       std::make_shared<FileDescriptor>(open(sparePath_.c_str(), kSpareFlags | moreFlags, kPrivate));
   struct stat facts {};
   if (!*file || fstat(file->get(), &facts) != 0 || !isOurs(facts, user_)) return false;
-  spare_ = {std::move(file), facts.st_dev, facts.st_ino, static_cast<std::size_t>(facts.st_size),
-            0};
+  spare_ = {
+      std::move(file), facts.st_dev, facts.st_ino, static_cast<std::size_t>(facts.st_size), {}};
   return true;
 }
 
-bool AtomicFilePosix::writeSpare(std::string_view content, std::size_t from) {
+bool AtomicFilePosix::writeSpare(std::string_view content, Unchanged shared) {
   const std::size_t oldSize = std::exchange(spare_.size, SIZE_MAX);
-  spare_.shared = 0;
+  spare_.shared = {};
+  const std::size_t tail = oldSize == content.size() ? std::min(shared.tail, content.size()) : 0;
   const int file = spare_.file->get();
-  if (!writeFrom(file, content, from)) return false;
+  if (!writeFrom(file, content.substr(0, content.size() - tail), shared.head)) return false;
   if (oldSize > content.size() && ftruncate(file, static_cast<off_t>(content.size())) != 0) {
     return false;
   }

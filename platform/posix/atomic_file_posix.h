@@ -34,7 +34,7 @@ class AtomicFilePosix : public AtomicFile {
 
   ~AtomicFilePosix() override;
 
-  bool replace(std::string_view content, std::size_t unchanged, Error* error) override;
+  bool replace(std::string_view content, Unchanged unchanged, Error* error) override;
   void prepare() override;
   void offerOldContent(std::size_t limit,
                        const std::function<bool(const std::string& content)>& accept) override;
@@ -48,22 +48,22 @@ class AtomicFilePosix : public AtomicFile {
     dev_t device = 0;
     ino_t inode = 0;
     std::size_t size = 0;
-    // How many bytes from the beginning are those of the content put in place last.
-    std::size_t shared = 0;
+    // What it has in common with the content put in place last.
+    Unchanged shared;
   };
 
-  bool replaceKept(std::string_view content, std::size_t unchanged, Error* error);
+  bool replaceKept(std::string_view content, Unchanged unchanged, Error* error);
   void keepOldContent();
   void keepInPlace();
-  bool exchange(std::string_view content, std::size_t unchanged);
-  bool updateSpare(std::string_view content, std::size_t unchanged);
+  bool exchange(std::string_view content, Unchanged unchanged);
+  bool updateSpare(std::string_view content, Unchanged unchanged);
   bool spareIsThere() const;
   bool adoptSpare();
   bool makeSpare();
   bool ownSpare();
   void disownSpare();
   bool openSpare(int moreFlags);
-  bool writeSpare(std::string_view content, std::size_t from);
+  bool writeSpare(std::string_view content, Unchanged shared);
   bool putSpareInPlace();
 
   Files& files_;

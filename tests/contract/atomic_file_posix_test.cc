@@ -171,7 +171,7 @@ class AtomicFilePosixTest : public testing::Test {
 
   // Replaces and sees that it is there.
   void replace(AtomicFile& file, const std::string& content, std::size_t unchanged = 0) {
-    EXPECT_TRUE(file.replace(content, unchanged, nullptr)) << content;
+    EXPECT_TRUE(file.replace(content, {unchanged}, nullptr)) << content;
     EXPECT_EQ(content, contents(kFile));
   }
 
@@ -333,7 +333,7 @@ TEST_F(AtomicFilePosixTest, APathWithAZeroByteLeadsNowhere) {
 
   const auto file = files.atomicFile(broken, path(kSpare));
 
-  EXPECT_FALSE(file->replace("2", 0, nullptr));
+  EXPECT_FALSE(file->replace("2", {}, nullptr));
   EXPECT_EQ("1", contents(kFile));
 }
 
@@ -352,7 +352,7 @@ TEST_F(AtomicFilePosixTest, AFailedReplacementIsNotFlushed) {
   const auto file = openFile(collectingFlush());
   std::filesystem::remove(path("place"));
 
-  EXPECT_FALSE(file->replace("1", 0, nullptr));
+  EXPECT_FALSE(file->replace("1", {}, nullptr));
 
   EXPECT_THAT(tasks, IsEmpty());
 }
@@ -425,7 +425,7 @@ class AtomicFilePosixReaderTest : public AtomicFilePosixTest {
   // Replaces again and again while `read` is called by another thread; counts what went wrong.
   void replaceWhile(const std::function<std::optional<std::string>()>& read) {
     const auto file = openFile();
-    ASSERT_TRUE(file->replace(numberedContent(0), 0, nullptr));
+    ASSERT_TRUE(file->replace(numberedContent(0), {}, nullptr));
     std::atomic<bool> isOver{false};
     std::latch ready(2);
     std::thread reader([&] {
@@ -441,7 +441,7 @@ class AtomicFilePosixReaderTest : public AtomicFilePosixTest {
     });
     ready.arrive_and_wait();
     for (int round = 1; round <= kReplacements; ++round) {
-      if (!file->replace(numberedContent(round), kHead, nullptr)) ++failures;
+      if (!file->replace(numberedContent(round), {kHead}, nullptr)) ++failures;
     }
     isOver.store(true);
     reader.join();
@@ -734,7 +734,7 @@ TEST_F(AtomicFilePosixTest, OnceTheFolderInPlaceIsGoneTheContentIsRight) {
   replaceSome(*file);
   ASSERT_EQ(0, unlink(path(kFile).c_str()));
   ASSERT_EQ(0, mkdir(path(kFile).c_str(), 0700));
-  file->replace("abcdef", 6, nullptr);
+  file->replace("abcdef", {6}, nullptr);
   std::filesystem::remove_all(path(kFile));
   std::filesystem::remove_all(path(kSpare));
 
@@ -766,31 +766,31 @@ TEST_F(AtomicFilePosixTest, OnceTheFolderForTheSpareFileIsThereTwoFilesChangePla
 TEST_F(AtomicFilePosixTest, WhenAllFoldersGoAndComeBackTheContentIsRight) {
   AtomicFilePosix file(files, path("root/place/file"), path("root/.spare"), nullptr);
   ASSERT_TRUE(files.createDirectory(path("root/place"), nullptr));
-  ASSERT_TRUE(file.replace("abc", 0, nullptr));
-  ASSERT_TRUE(file.replace("abcdef", 3, nullptr));
+  ASSERT_TRUE(file.replace("abc", {}, nullptr));
+  ASSERT_TRUE(file.replace("abcdef", {3}, nullptr));
   ASSERT_EQ(0, rename(path("root").c_str(), path("gone").c_str()));
-  EXPECT_FALSE(file.replace("abXYZ", 2, nullptr));
+  EXPECT_FALSE(file.replace("abXYZ", {2}, nullptr));
   EXPECT_FALSE(isThere("root"));
   ASSERT_EQ(0, rename(path("gone").c_str(), path("root").c_str()));
   EXPECT_EQ("abcdef", contents("root/place/file"));
 
-  EXPECT_TRUE(file.replace("abcdefghi", 6, nullptr));
+  EXPECT_TRUE(file.replace("abcdefghi", {6}, nullptr));
   EXPECT_EQ("abcdefghi", contents("root/place/file"));
-  EXPECT_TRUE(file.replace("abcdefghiJKL", 9, nullptr));
+  EXPECT_TRUE(file.replace("abcdefghiJKL", {9}, nullptr));
   EXPECT_EQ("abcdefghiJKL", contents("root/place/file"));
 }
 
 TEST_F(AtomicFilePosixTest, WhenOtherFoldersTakeThePlaceTheContentIsRight) {
   AtomicFilePosix file(files, path("root/place/file"), path("root/.spare"), nullptr);
   ASSERT_TRUE(files.createDirectory(path("root/place"), nullptr));
-  ASSERT_TRUE(file.replace("abc", 0, nullptr));
-  ASSERT_TRUE(file.replace("abcdef", 3, nullptr));
+  ASSERT_TRUE(file.replace("abc", {}, nullptr));
+  ASSERT_TRUE(file.replace("abcdef", {3}, nullptr));
   ASSERT_EQ(0, rename(path("root").c_str(), path("gone").c_str()));
   ASSERT_TRUE(files.createDirectory(path("root/place"), nullptr));
 
-  EXPECT_TRUE(file.replace("abXYZ", 2, nullptr));
+  EXPECT_TRUE(file.replace("abXYZ", {2}, nullptr));
   EXPECT_EQ("abXYZ", contents("root/place/file"));
-  EXPECT_TRUE(file.replace("abXYZ1", 5, nullptr));
+  EXPECT_TRUE(file.replace("abXYZ1", {5}, nullptr));
   EXPECT_EQ("abXYZ1", contents("root/place/file"));
   EXPECT_EQ("abcdef", contents("gone/place/file"));
 }
@@ -798,17 +798,17 @@ TEST_F(AtomicFilePosixTest, WhenOtherFoldersTakeThePlaceTheContentIsRight) {
 TEST_F(AtomicFilePosixTest, WhenTheFoldersThatTookThePlaceGoAgainTheContentIsRight) {
   AtomicFilePosix file(files, path("root/place/file"), path("root/.spare"), nullptr);
   ASSERT_TRUE(files.createDirectory(path("root/place"), nullptr));
-  ASSERT_TRUE(file.replace("abc", 0, nullptr));
-  ASSERT_TRUE(file.replace("abcdef", 3, nullptr));
+  ASSERT_TRUE(file.replace("abc", {}, nullptr));
+  ASSERT_TRUE(file.replace("abcdef", {3}, nullptr));
   ASSERT_EQ(0, rename(path("root").c_str(), path("gone").c_str()));
   ASSERT_TRUE(files.createDirectory(path("root/place"), nullptr));
-  ASSERT_TRUE(file.replace("abXYZ", 2, nullptr));
+  ASSERT_TRUE(file.replace("abXYZ", {2}, nullptr));
   std::filesystem::remove_all(path("root"));
   ASSERT_EQ(0, rename(path("gone").c_str(), path("root").c_str()));
 
-  EXPECT_TRUE(file.replace("abXYZ12", 5, nullptr));
+  EXPECT_TRUE(file.replace("abXYZ12", {5}, nullptr));
   EXPECT_EQ("abXYZ12", contents("root/place/file"));
-  EXPECT_TRUE(file.replace("abXYZ123", 7, nullptr));
+  EXPECT_TRUE(file.replace("abXYZ123", {7}, nullptr));
   EXPECT_EQ("abXYZ123", contents("root/place/file"));
 }
 
@@ -980,7 +980,7 @@ TEST_F(AtomicFilePosixTest, TheOldContentIsOfferedAgainWhenAProcessEndsWhileItTa
   if (taker == 0) {
     const auto file = openFile();
     file->offerOldContent(kLimit, [&](const std::string&) {
-      _exit(file->replace("taken up in part", 0, nullptr) ? 0 : 1);
+      _exit(file->replace("taken up in part", {}, nullptr) ? 0 : 1);
       return true;
     });
   }
@@ -1055,7 +1055,7 @@ TEST_F(AtomicFilePosixTest, TheOldContentIsKeptWhenWhatWasTakenUpCouldNotBeStore
   file->offerOldContent(kLimit, [&](const std::string&) {
     replace(*file, "1");
     const FileSizeLimited limited(16);
-    EXPECT_FALSE(file->replace(std::string(100, 'x'), 0, nullptr));
+    EXPECT_FALSE(file->replace(std::string(100, 'x'), {}, nullptr));
     return true;
   });
 
@@ -1100,7 +1100,7 @@ TEST_F(AtomicFilePosixTest, AWriteThatStopsHalfWayLeavesTheOldContentAndTheNextI
   bool replaced = true;
   {
     const FileSizeLimited limited(5000);
-    replaced = file->replace(std::string(100, 'a') + std::string(9000, 'x'), 100, nullptr);
+    replaced = file->replace(std::string(100, 'a') + std::string(9000, 'x'), {100}, nullptr);
   }
 
   EXPECT_FALSE(replaced);
@@ -1115,7 +1115,7 @@ TEST_F(AtomicFilePosixTest, AWriteThatStopsHalfWayInTheFirstFileLeavesNothingInP
   bool replaced = true;
   {
     const FileSizeLimited limited(5000);
-    replaced = file->replace(std::string(9000, 'x'), 0, nullptr);
+    replaced = file->replace(std::string(9000, 'x'), {}, nullptr);
   }
 
   EXPECT_FALSE(replaced);
@@ -1131,7 +1131,7 @@ TEST_F(AtomicFilePosixTest, ContentsAreRightAfterEachOfManyFailures) {
   for (int round = 0; round < 20; ++round) {
     {
       const FileSizeLimited limited(static_cast<rlim_t>(4096 + 100 * round));
-      EXPECT_FALSE(file->replace(last + std::string(9000, 'x'), last.size(), nullptr));
+      EXPECT_FALSE(file->replace(last + std::string(9000, 'x'), {last.size()}, nullptr));
     }
     EXPECT_EQ(last, contents(kFile));
     const std::size_t unchanged = round % 3 == 0 ? last.size() / 2 : last.size();
@@ -1151,11 +1151,11 @@ TEST_F(AtomicFilePosixTest, OnAFullDiskTheOldContentStaysAndALaterOneIsRight) {
   replace(*file, head + "2", head.size());
   disk.fill();
 
-  EXPECT_FALSE(file->replace(head + std::string(50'000, 'x'), head.size(), nullptr));
+  EXPECT_FALSE(file->replace(head + std::string(50'000, 'x'), {head.size()}, nullptr));
   EXPECT_EQ(head + "2", contents(kFile));
   // Room for a part of the content.
   ASSERT_TRUE(disk.makeRoom(16'384));
-  EXPECT_FALSE(file->replace(head + std::string(50'000, 'x'), head.size(), nullptr));
+  EXPECT_FALSE(file->replace(head + std::string(50'000, 'x'), {head.size()}, nullptr));
   EXPECT_EQ(head + "2", contents(kFile));
   disk.makeRoom();
 
@@ -1183,7 +1183,7 @@ TEST_F(AtomicFilePosixTest, OnAReadOnlyDiskTheOldContentStaysAndALaterOneIsRight
   replace(*file, "abcdef", 3);
   ASSERT_TRUE(disk.setReadOnly());
 
-  EXPECT_FALSE(file->replace("abXYZ", 2, nullptr));
+  EXPECT_FALSE(file->replace("abXYZ", {2}, nullptr));
   EXPECT_EQ("abcdef", contents(kFile));
   ASSERT_TRUE(disk.setWritable());
 
@@ -1237,7 +1237,7 @@ class AtomicFilePosixSignalTest : public AtomicFilePosixTest {
     const auto file = openFile();
     for (int round = 0; round < 500; ++round) {
       const std::string content = numberedContent(round);
-      if (!file->replace(content, round == 0 ? 0 : kHead, nullptr)) ++failures;
+      if (!file->replace(content, {round == 0 ? 0 : kHead}, nullptr)) ++failures;
       if (contents(kFile) != content) ++wrong;
     }
   }

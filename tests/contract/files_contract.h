@@ -281,7 +281,7 @@ TYPED_TEST_P(FilesContract, AnAtomicFileIsNotThereBeforeItIsReplaced) {
 TYPED_TEST_P(FilesContract, TheFirstReplacementMakesTheFile) {
   const auto file = this->atomicFile("file");
 
-  EXPECT_TRUE(file->replace("content", 0, nullptr));
+  EXPECT_TRUE(file->replace("content", {}, nullptr));
 
   EXPECT_EQ("content", this->files().read(this->path("file"), this->kLimit));
 }
@@ -290,7 +290,7 @@ TYPED_TEST_P(FilesContract, AReplacementPutsItsContentInPlaceOfAFileThatIsThere)
   this->makeFile("file", "a long old content");
   const auto file = this->atomicFile("file");
 
-  EXPECT_TRUE(file->replace("new", 0, nullptr));
+  EXPECT_TRUE(file->replace("new", {}, nullptr));
 
   EXPECT_EQ("new", this->files().read(this->path("file"), this->kLimit));
 }
@@ -299,7 +299,7 @@ TYPED_TEST_P(FilesContract, EveryReplacedContentReadsWhole) {
   const auto file = this->atomicFile("file");
 
   for (const std::string content : {"first", "2nd", "the third one", "4", "fifth"}) {
-    EXPECT_TRUE(file->replace(content, 0, nullptr));
+    EXPECT_TRUE(file->replace(content, {}, nullptr));
     EXPECT_EQ(content, this->files().read(this->path("file"), this->kLimit));
   }
 }
@@ -308,29 +308,54 @@ TYPED_TEST_P(FilesContract, AReplacedContentMayHaveAnyBytes) {
   const std::string bytes("\0\xff\r\n\x80z", 6);
   const auto file = this->atomicFile("file");
 
-  EXPECT_TRUE(file->replace(bytes, 0, nullptr));
+  EXPECT_TRUE(file->replace(bytes, {}, nullptr));
 
   EXPECT_EQ(bytes, this->files().read(this->path("file"), this->kLimit));
 }
 
 TYPED_TEST_P(FilesContract, UnchangedBytesAreKept) {
   const auto file = this->atomicFile("file");
-  file->replace("abcdef", 0, nullptr);
+  file->replace("abcdef", {}, nullptr);
 
   for (const std::string content : {"abcXYZ", "abcdEF", "abc123", "abc456"}) {
-    EXPECT_TRUE(file->replace(content, 3, nullptr));
+    EXPECT_TRUE(file->replace(content, {3}, nullptr));
     EXPECT_EQ(content, this->files().read(this->path("file"), this->kLimit));
   }
 }
 
 TYPED_TEST_P(FilesContract, AContentGrowsBehindItsUnchangedBytes) {
   const auto file = this->atomicFile("file");
-  file->replace("", 0, nullptr);
+  file->replace("", {}, nullptr);
   std::string content;
 
   for (const char letter : {'a', 'b', 'c', 'd', 'e'}) {
     const std::size_t unchanged = content.size();
     content += std::string(3, letter);
+    EXPECT_TRUE(file->replace(content, {unchanged}, nullptr));
+    EXPECT_EQ(content, this->files().read(this->path("file"), this->kLimit));
+  }
+}
+
+TYPED_TEST_P(FilesContract, AContentChangesBetweenItsUnchangedBytes) {
+  const auto file = this->atomicFile("file");
+  std::string content = "0123456789";
+  file->replace(content, {}, nullptr);
+
+  for (const std::size_t at : {2u, 3u, 7u, 3u, 9u, 0u}) {
+    ++content[at];
+    EXPECT_TRUE(file->replace(content, {at, content.size() - at - 1}, nullptr));
+    EXPECT_EQ(content, this->files().read(this->path("file"), this->kLimit));
+  }
+}
+
+TYPED_TEST_P(FilesContract, UnchangedBytesAtTheEndCountBetweenContentsOfTheSameSizeAlone) {
+  const auto file = this->atomicFile("file");
+  const std::vector<std::pair<std::string, AtomicFile::Unchanged>> contents = {
+      {"abcdef", {}},     {"abXdef", {2, 3}}, {"abXdefg", {6, 0}}, {"aYXdefg", {1, 5}},
+      {"aYXdZ", {4, 0}},  {"aYXdZ", {5, 5}},  {"1YXdZ", {0, 4}},   {"1YXdef", {4, 0}},
+      {"1YX2ef", {3, 2}}, {"1YX2e3", {5, 0}}};
+
+  for (const auto& [content, unchanged] : contents) {
     EXPECT_TRUE(file->replace(content, unchanged, nullptr));
     EXPECT_EQ(content, this->files().read(this->path("file"), this->kLimit));
   }
@@ -339,42 +364,42 @@ TYPED_TEST_P(FilesContract, AContentGrowsBehindItsUnchangedBytes) {
 TYPED_TEST_P(FilesContract, AContentShrinksToItsUnchangedBytes) {
   const auto file = this->atomicFile("file");
   std::string content = "abcdefgh";
-  file->replace(content, 0, nullptr);
+  file->replace(content, {}, nullptr);
 
   while (!content.empty()) {
     content.resize(content.size() - 2);
-    EXPECT_TRUE(file->replace(content, content.size(), nullptr));
+    EXPECT_TRUE(file->replace(content, {content.size()}, nullptr));
     EXPECT_EQ(content, this->files().read(this->path("file"), this->kLimit));
   }
 }
 
 TYPED_TEST_P(FilesContract, AContentThatIsUnchangedIsReplacedByItself) {
   const auto file = this->atomicFile("file");
-  file->replace("content", 0, nullptr);
+  file->replace("content", {}, nullptr);
 
   for (int round = 0; round < 3; ++round) {
-    EXPECT_TRUE(file->replace("content", 7, nullptr));
+    EXPECT_TRUE(file->replace("content", {7}, nullptr));
     EXPECT_EQ("content", this->files().read(this->path("file"), this->kLimit));
   }
 }
 
 TYPED_TEST_P(FilesContract, AContentThatShrankGrowsAgain) {
   const auto file = this->atomicFile("file");
-  file->replace("abcdefgh", 0, nullptr);
-  file->replace("abcdefgh", 8, nullptr);
-  file->replace("ab", 2, nullptr);
+  file->replace("abcdefgh", {}, nullptr);
+  file->replace("abcdefgh", {8}, nullptr);
+  file->replace("ab", {2}, nullptr);
 
-  EXPECT_TRUE(file->replace("abXYZ", 2, nullptr));
+  EXPECT_TRUE(file->replace("abXYZ", {2}, nullptr));
 
   EXPECT_EQ("abXYZ", this->files().read(this->path("file"), this->kLimit));
 }
 
 TYPED_TEST_P(FilesContract, AnEmptyContentMakesAnEmptyFile) {
   const auto file = this->atomicFile("file");
-  file->replace("abc", 0, nullptr);
-  file->replace("abc", 3, nullptr);
+  file->replace("abc", {}, nullptr);
+  file->replace("abc", {3}, nullptr);
 
-  EXPECT_TRUE(file->replace("", 0, nullptr));
+  EXPECT_TRUE(file->replace("", {}, nullptr));
 
   EXPECT_EQ("", this->files().read(this->path("file"), this->kLimit));
 }
@@ -383,7 +408,7 @@ TYPED_TEST_P(FilesContract, ReplacingInAMissingFolderFailsAndMakesNone) {
   const auto file = this->atomicFile("missing/file");
   Error error;
 
-  EXPECT_FALSE(file->replace("1", 0, &error));
+  EXPECT_FALSE(file->replace("1", {}, &error));
 
   EXPECT_EQ("NSCocoaErrorDomain", error.domain);
   EXPECT_EQ(4, error.code);
@@ -393,10 +418,10 @@ TYPED_TEST_P(FilesContract, ReplacingInAMissingFolderFailsAndMakesNone) {
 
 TYPED_TEST_P(FilesContract, ReplacingSucceedsOnceTheMissingFolderIsThere) {
   const auto file = this->atomicFile("folder/file");
-  file->replace("1", 0, nullptr);
+  file->replace("1", {}, nullptr);
   this->makeFolder("folder");
 
-  EXPECT_TRUE(file->replace("2", 0, nullptr));
+  EXPECT_TRUE(file->replace("2", {}, nullptr));
 
   EXPECT_EQ("2", this->files().read(this->path("folder/file"), this->kLimit));
 }
@@ -404,14 +429,14 @@ TYPED_TEST_P(FilesContract, ReplacingSucceedsOnceTheMissingFolderIsThere) {
 TYPED_TEST_P(FilesContract, AfterAFailureUnchangedBytesAreThoseOfTheContentReplacedLast) {
   this->makeFolder("folder");
   const auto file = this->atomicFile("folder/file");
-  file->replace("abc", 0, nullptr);
-  file->replace("abcdef", 3, nullptr);
+  file->replace("abc", {}, nullptr);
+  file->replace("abcdef", {3}, nullptr);
   this->files().remove(this->path("folder"), nullptr);
-  EXPECT_FALSE(file->replace("abXYZ", 2, nullptr));
-  EXPECT_FALSE(file->replace("a", 1, nullptr));
+  EXPECT_FALSE(file->replace("abXYZ", {2}, nullptr));
+  EXPECT_FALSE(file->replace("a", {1}, nullptr));
   this->makeFolder("folder");
 
-  EXPECT_TRUE(file->replace("abcdefghi", 6, nullptr));
+  EXPECT_TRUE(file->replace("abcdefghi", {6}, nullptr));
 
   EXPECT_EQ("abcdefghi", this->files().read(this->path("folder/file"), this->kLimit));
 }
@@ -422,7 +447,7 @@ TYPED_TEST_P(FilesContract, AFolderIsNotReplaced) {
   const auto file = this->atomicFile("folder");
   Error error;
 
-  EXPECT_FALSE(file->replace("2", 0, &error));
+  EXPECT_FALSE(file->replace("2", {}, &error));
 
   EXPECT_EQ("NSCocoaErrorDomain", error.domain);
   EXPECT_EQ(512, error.code);
@@ -439,7 +464,7 @@ TYPED_TEST_P(FilesContract, WhatStandsInAFileIsOfferedOnceItIsOpened) {
 TYPED_TEST_P(FilesContract, WhatStoodInAFileIsOfferedAlthoughItWasReplacedSince) {
   this->makeFile("file", "old");
   const auto file = this->atomicFile("file");
-  for (const std::string content : {"1", "22", "333", "4444"}) file->replace(content, 0, nullptr);
+  for (const std::string content : {"1", "22", "333", "4444"}) file->replace(content, {}, nullptr);
 
   EXPECT_THAT(this->offered(*file), testing::ElementsAre("old"));
   EXPECT_EQ("4444", this->files().read(this->path("file"), this->kLimit));
@@ -447,8 +472,8 @@ TYPED_TEST_P(FilesContract, WhatStoodInAFileIsOfferedAlthoughItWasReplacedSince)
 
 TYPED_TEST_P(FilesContract, NothingIsOfferedWhereNoFileWas) {
   const auto file = this->atomicFile("file");
-  file->replace("1", 0, nullptr);
-  file->replace("2", 0, nullptr);
+  file->replace("1", {}, nullptr);
+  file->replace("2", {}, nullptr);
 
   EXPECT_THAT(this->offered(*file), testing::IsEmpty());
 }
@@ -500,11 +525,11 @@ TYPED_TEST_P(FilesContract, AnOldContentThatWasPassedOverIsNotOfferedAgain) {
 TYPED_TEST_P(FilesContract, AReplacementAfterTheOfferIsRight) {
   this->makeFile("file", "old");
   const auto file = this->atomicFile("file");
-  file->replace("abc", 0, nullptr);
+  file->replace("abc", {}, nullptr);
   this->offered(*file);
 
   for (const std::string content : {"abcd", "abce", "abcf"}) {
-    EXPECT_TRUE(file->replace(content, 3, nullptr));
+    EXPECT_TRUE(file->replace(content, {3}, nullptr));
     EXPECT_EQ(content, this->files().read(this->path("file"), this->kLimit));
   }
 }
@@ -512,7 +537,7 @@ TYPED_TEST_P(FilesContract, AReplacementAfterTheOfferIsRight) {
 TYPED_TEST_P(FilesContract, TheNextObjectIsOfferedWhatWasReplacedLast) {
   {
     const auto file = this->atomicFile("file");
-    for (const std::string content : {"1", "22", "333"}) file->replace(content, 0, nullptr);
+    for (const std::string content : {"1", "22", "333"}) file->replace(content, {}, nullptr);
   }
 
   const auto next = this->atomicFile("file");
@@ -526,7 +551,7 @@ TYPED_TEST_P(FilesContract, PreparingShowsNothingInTheFile) {
   file->prepare();
 
   EXPECT_FALSE(this->files().exists(this->path("file")));
-  EXPECT_TRUE(file->replace("333", 0, nullptr));
+  EXPECT_TRUE(file->replace("333", {}, nullptr));
   EXPECT_EQ("333", this->files().read(this->path("file"), this->kLimit));
 }
 
@@ -545,6 +570,8 @@ REGISTER_TYPED_TEST_SUITE_P(
     AnAtomicFileIsNotThereBeforeItIsReplaced, TheFirstReplacementMakesTheFile,
     AReplacementPutsItsContentInPlaceOfAFileThatIsThere, EveryReplacedContentReadsWhole,
     AReplacedContentMayHaveAnyBytes, UnchangedBytesAreKept, AContentGrowsBehindItsUnchangedBytes,
+    AContentChangesBetweenItsUnchangedBytes,
+    UnchangedBytesAtTheEndCountBetweenContentsOfTheSameSizeAlone,
     AContentShrinksToItsUnchangedBytes, AContentThatIsUnchangedIsReplacedByItself,
     AContentThatShrankGrowsAgain, AnEmptyContentMakesAnEmptyFile,
     ReplacingInAMissingFolderFailsAndMakesNone, ReplacingSucceedsOnceTheMissingFolderIsThere,

@@ -55,8 +55,6 @@ CertificateChain::CertificateChain(ChainFlaw flaw)
 
 std::string CertificateChain::rootPem() const { return pemOf(root_.certificate.get()); }
 
-std::string CertificateChain::intermediatePem() const {
-  return pemOf(shown_.others.front().get());
-}
+std::string CertificateChain::intermediatePem() const { return pemOf(shown_.others.front().get()); }
 
 }  // namespace zln

@@ -63,7 +63,7 @@ class LayeredReportFile : public AtomicFile {
         file_(std::move(file)),
         isReadable_(!machine.faults.reads) {}
 
-  bool replace(std::string_view content, std::size_t unchanged, Error* error) override {
+  bool replace(std::string_view content, Unchanged unchanged, Error* error) override {
     if (!machine_.power.spend()) return false;
     const bool written = !machine_.faults.reportWrites && file_->replace(content, unchanged, error);
     // What the fake has put there, which counts on what the library says is unchanged.

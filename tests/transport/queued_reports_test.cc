@@ -76,7 +76,7 @@ class QueuedReportsTest : public ReportingTest {
     reports.follow(queue);
     reports.list({}, image);
     EXPECT_TRUE(image.finish());
-    return image.unchanged();
+    return image.unchanged().head;
   }
 
   std::size_t allBytesOfElements() const {

@@ -2,11 +2,13 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <memory>
 #include <optional>
 #include <random>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace zln {
@@ -136,7 +138,7 @@ TEST_F(ReportFileImageTest, AnElementGoesFromTheFront) {
   EXPECT_TRUE(list({a, b}));
 
   EXPECT_EQ(kTextOfTwo, image.text());
-  EXPECT_EQ(kHead + kBegin, image.unchanged());
+  EXPECT_EQ(kHead + kBegin, image.unchanged().head);
 }
 
 TEST_F(ReportFileImageTest, AnElementGoesFromTheMiddle) {
@@ -180,21 +182,21 @@ TEST_F(ReportFileImageTest, ElementsAreToldApartByWhatTheyAreAndNotByTheirText) 
   EXPECT_TRUE(list({element("a"), b}));
 
   EXPECT_EQ(kTextOfTwo, image.text());
-  EXPECT_EQ(kHead, image.unchanged());
+  EXPECT_EQ(kHead, image.unchanged().head);
 }
 
 // Unchanged bytes.
 
 TEST_F(ReportFileImageTest, NothingIsUnchangedBeforeAnythingIsWritten) {
-  EXPECT_EQ(0u, image.unchanged());
+  EXPECT_EQ(0u, image.unchanged().head);
 
   list({a, b});
 
-  EXPECT_EQ(0u, image.unchanged());
+  EXPECT_EQ(0u, image.unchanged().head);
 
   list({a, b});
 
-  EXPECT_EQ(0u, image.unchanged());
+  EXPECT_EQ(0u, image.unchanged().head);
 }
 
 TEST_F(ReportFileImageTest, AllElementsOfTheSameListAreUnchanged) {
@@ -202,7 +204,7 @@ TEST_F(ReportFileImageTest, AllElementsOfTheSameListAreUnchanged) {
 
   list({a, b});
 
-  EXPECT_EQ(kHead + kBegin + 2 * kLetter, image.unchanged());
+  EXPECT_EQ(kHead + kBegin + 2 * kLetter, image.unchanged().head);
 }
 
 TEST_F(ReportFileImageTest, WhatStandsBeforeAnAppendedElementIsUnchanged) {
@@ -210,7 +212,7 @@ TEST_F(ReportFileImageTest, WhatStandsBeforeAnAppendedElementIsUnchanged) {
 
   list({a, b, c});
 
-  EXPECT_EQ(kHead + kBegin + 2 * kLetter, image.unchanged());
+  EXPECT_EQ(kHead + kBegin + 2 * kLetter, image.unchanged().head);
 }
 
 TEST_F(ReportFileImageTest, WhatStandsBeforeAnElementThatHasGoneIsUnchanged) {
@@ -218,7 +220,7 @@ TEST_F(ReportFileImageTest, WhatStandsBeforeAnElementThatHasGoneIsUnchanged) {
 
   list({a, c});
 
-  EXPECT_EQ(kHead + kBegin + kLetter, image.unchanged());
+  EXPECT_EQ(kHead + kBegin + kLetter, image.unchanged().head);
 }
 
 TEST_F(ReportFileImageTest, WhatStandsBeforeAReplacedElementIsUnchanged) {
@@ -226,7 +228,7 @@ TEST_F(ReportFileImageTest, WhatStandsBeforeAReplacedElementIsUnchanged) {
 
   list({a, d, c});
 
-  EXPECT_EQ(kHead + kBegin + kLetter, image.unchanged());
+  EXPECT_EQ(kHead + kBegin + kLetter, image.unchanged().head);
 }
 
 TEST_F(ReportFileImageTest, OnlyTheHeadIsUnchangedWhenTheFirstElementComesOrGoes) {
@@ -234,12 +236,12 @@ TEST_F(ReportFileImageTest, OnlyTheHeadIsUnchangedWhenTheFirstElementComesOrGoes
 
   list({a});
 
-  EXPECT_EQ(kHead, image.unchanged());
+  EXPECT_EQ(kHead, image.unchanged().head);
 
   image.written();
   list({});
 
-  EXPECT_EQ(kHead, image.unchanged());
+  EXPECT_EQ(kHead, image.unchanged().head);
 }
 
 TEST_F(ReportFileImageTest, AfterAFailedWriteUnchangedBytesAreThoseOfTheTextWrittenLast) {
@@ -248,7 +250,7 @@ TEST_F(ReportFileImageTest, AfterAFailedWriteUnchangedBytesAreThoseOfTheTextWrit
   list({a, b});
   list({a, b, c});
 
-  EXPECT_EQ(kHead + kBegin + kLetter, image.unchanged());
+  EXPECT_EQ(kHead + kBegin + kLetter, image.unchanged().head);
 }
 
 TEST_F(ReportFileImageTest, WhatAFailedWriteHasCutIsNotUnchangedWhenItComesBack) {
@@ -258,7 +260,7 @@ TEST_F(ReportFileImageTest, WhatAFailedWriteHasCutIsNotUnchangedWhenItComesBack)
   list({a, b});
 
   EXPECT_EQ(kTextOfTwo, image.text());
-  EXPECT_EQ(kHead + kBegin + kLetter, image.unchanged());
+  EXPECT_EQ(kHead + kBegin + kLetter, image.unchanged().head);
 }
 
 TEST_F(ReportFileImageTest, AWriteAfterAFailedOneMakesAllElementsUnchangedAgain) {
@@ -268,7 +270,7 @@ TEST_F(ReportFileImageTest, AWriteAfterAFailedOneMakesAllElementsUnchangedAgain)
   write({a, b});
   list({a, b, c});
 
-  EXPECT_EQ(kHead + kBegin + 2 * kLetter, image.unchanged());
+  EXPECT_EQ(kHead + kBegin + 2 * kLetter, image.unchanged().head);
 }
 
 // Elements without text.
@@ -305,7 +307,79 @@ TEST_F(ReportFileImageTest, UnchangedBytesStayRightAfterAListThatDidNotFinish) {
 
   list({a, b});
 
-  EXPECT_EQ(kHead, image.unchanged());
+  EXPECT_EQ(kHead, image.unchanged().head);
+}
+
+// Long lists.
+
+// So many bytes that a gap before them is not closed.
+const std::string kLongName(20'000, 'x');
+
+TEST_F(ReportFileImageTest, BlanksTakeThePlaceOfAnElementThatMuchStandsBehind) {
+  const Element last = element(kLongName);
+  write({a, b, last});
+  const std::string before(image.text());
+
+  EXPECT_TRUE(list({a, last}));
+
+  std::string expected = before;
+  expected.replace(kHead + kBegin + kLetter, kLetter, std::string(kLetter - 1, ' ') + "\n");
+  EXPECT_EQ(expected, image.text());
+  EXPECT_EQ(2u, image.count());
+  EXPECT_EQ(kHead + kBegin + kLetter, image.unchanged().head);
+  EXPECT_EQ(before.size() - kHead - kBegin - 2 * kLetter, image.unchanged().tail);
+}
+
+TEST_F(ReportFileImageTest, OfTwoGapsThatMeetOnlyTheNewOneIsWritten) {
+  const Element last = element(kLongName);
+  write({a, b, c, last});
+  write({b, c, last});
+
+  list({c, last});
+
+  EXPECT_EQ(kHead + kBegin + kLetter, image.unchanged().head);
+  EXPECT_EQ(image.text().size() - kHead - kBegin - 2 * kLetter, image.unchanged().tail);
+}
+
+TEST_F(ReportFileImageTest, TwoGapsOfAFailedWriteAreWrittenTogether) {
+  const Element last = element(kLongName);
+  write({a, b, c, last});
+
+  list({b, c, last});
+  list({b, last});
+
+  EXPECT_EQ(kHead + kBegin, image.unchanged().head);
+  EXPECT_EQ(image.text().size() - kHead - kBegin - 3 * kLetter, image.unchanged().tail);
+}
+
+TEST_F(ReportFileImageTest, NothingAtTheEndIsUnchangedWhenTheSizeChanges) {
+  const Element last = element(kLongName);
+  write({a, b, last});
+
+  list({b, last, c});
+
+  EXPECT_EQ(kHead + kBegin, image.unchanged().head);
+  EXPECT_EQ(0u, image.unchanged().tail);
+}
+
+TEST_F(ReportFileImageTest, BlanksGoOnceTheyAreMoreThanTheElements) {
+  const Element last = element(kLongName);
+  write({element(kLongName), element(kLongName), a, last});
+
+  EXPECT_TRUE(list({a, last}));
+
+  EXPECT_EQ(freshText({a, last}), image.text());
+  EXPECT_EQ(kHead + kBegin, image.unchanged().head);
+  EXPECT_EQ(0u, image.unchanged().tail);
+}
+
+TEST_F(ReportFileImageTest, BlanksGoWithTheElementsBehindThem) {
+  write({a, b, element(kLongName)});
+  write({b, element(kLongName)});
+
+  write({b});
+
+  EXPECT_EQ(freshText({b}), image.text());
 }
 
 // Many lists.
@@ -313,6 +387,9 @@ TEST_F(ReportFileImageTest, UnchangedBytesStayRightAfterAListThatDidNotFinish) {
 // Lists as a queue makes them, and any others: elements go, are replaced and come.
 class RandomLists {
  public:
+  // Of elements with names that are so much longer than a few letters.
+  explicit RandomLists(std::size_t longer) : longer_(longer) {}
+
   const List& next() {
     for (int changes = upTo(3); changes > 0; --changes) change();
     if (upTo(40) == 0) list_.clear();
@@ -344,16 +421,56 @@ class RandomLists {
     if (list_.size() > 30) list_.erase(list_.begin(), list_.begin() + upTo(30));
   }
 
-  Element make() { return element(std::string(static_cast<std::size_t>(upTo(5)), letter())); }
+  Element make() {
+    return element(std::string(longer_ + static_cast<std::size_t>(upTo(5)), letter()));
+  }
   char letter() { return static_cast<char>('a' + upTo(2)); }
 
+  const std::size_t longer_;
   std::mt19937 random_{20240229};
   List list_;
 };
 
-TEST_F(ReportFileImageTest, AFileKeptByItsUnchangedBytesIsTheSameAsOneWrittenWhole) {
-  RandomLists lists;
-  std::string file;
+// Without blanks in a row, all but one.
+std::string squeezed(std::string_view text) {
+  std::string result;
+  for (const char c : text) {
+    const bool isBlank = c == ' ' || c == '\n';
+    const bool followsBlank = !result.empty() && result.back() == '\n';
+    if (!(isBlank && followsBlank)) result += c;
+  }
+  return result;
+}
+
+// Keeps a file by what the image says has changed, as the system's does with its two files.
+class KeptFile {
+ public:
+  void write(const ReportFileImage& image) {
+    const std::string_view text = image.text();
+    const auto [head, tail] = image.unchanged();
+    ASSERT_LE(head, text_.size());
+    EXPECT_EQ(text.substr(0, head), text_.substr(0, head));
+    std::string next = text_.substr(0, head) + std::string(text.substr(head));
+    if (tail > 0) {
+      ASSERT_EQ(text.size(), text_.size());
+      const std::size_t end = std::max(head, text.size() - std::min(tail, text.size()));
+      next = next.substr(0, end) + text_.substr(end);
+    }
+    text_ = next;
+  }
+  const std::string& text() const { return text_; }
+
+ private:
+  std::string text_;
+};
+
+class ManyListsTest : public ReportFileImageTest,
+                      public testing::WithParamInterface<std::size_t> {};
+
+TEST_P(ManyListsTest, AFileKeptByItsUnchangedBytesIsTheSameAsOneWrittenWhole) {
+  RandomLists lists(GetParam());
+  KeptFile file;
+  std::size_t blanked = 0;
 
   for (int round = 0; round < 2000; ++round) {
     const List next = lists.next();
@@ -363,18 +480,22 @@ TEST_F(ReportFileImageTest, AFileKeptByItsUnchangedBytesIsTheSameAsOneWrittenWho
       ASSERT_FALSE(list(odd)) << round;
     }
     ASSERT_TRUE(list(next)) << round;
-    ASSERT_EQ(freshText(next), image.text()) << round;
+    const std::string whole = freshText(next);
+    ASSERT_EQ(whole, squeezed(image.text())) << round;
+    ASSERT_LE(image.text().size(), 2 * whole.size()) << round;
     ASSERT_EQ(next.size(), image.count()) << round;
-    ASSERT_LE(image.unchanged(), file.size()) << round;
-    ASSERT_EQ(image.text().substr(0, image.unchanged()), file.substr(0, image.unchanged()))
-        << round;
+    if (image.text() != whole) ++blanked;
     if (lists.writeFails()) continue;
-    const std::size_t unchanged = image.unchanged();
-    file = file.substr(0, unchanged) + std::string(image.text().substr(unchanged));
+    file.write(image);
     image.written();
-    ASSERT_EQ(freshText(next), file) << round;
+    ASSERT_EQ(image.text(), file.text()) << round;
   }
+
+  const bool isLong = GetParam() > 0;
+  EXPECT_EQ(isLong, blanked > 0) << blanked;
 }
+
+INSTANTIATE_TEST_SUITE_P(ShortAndLong, ManyListsTest, testing::Values(0u, 2000u));
 
 TEST_F(ReportFileImageTest, ALongListThatIsGoneLeavesARightText) {
   List many(5000, element(std::string(100, 'x')));
