@@ -8,6 +8,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -21,7 +22,7 @@ namespace {
 
 constexpr long kHour = 60L * 60;
 constexpr long kDay = 24 * kHour;
-constexpr long kLifetime = 365 * kDay;
+constexpr long kYear = 365 * kDay;
 constexpr int kSerialBits = 127;
 constexpr mode_t kPublicMode = 0644;
 constexpr mode_t kPrivateMode = 0600;
@@ -56,10 +57,19 @@ void setRandomSerial(X509* certificate) {
           "the serial number");
 }
 
-// The certificate begins an hour ago, so that a clock that is a little late accepts it.
-void setLifetime(X509* certificate) {
-  require(X509_gmtime_adj(X509_getm_notBefore(certificate), -kHour) != nullptr &&
-              X509_gmtime_adj(X509_getm_notAfter(certificate), kLifetime) != nullptr,
+// In seconds from now.
+struct Lifetime {
+  long begin;
+  long end;
+};
+
+// Begins an hour ago, so that a clock that is a little late accepts the certificate.
+constexpr Lifetime kAYear{-kHour, kYear};
+constexpr Lifetime kOver{-2 * kDay, -kDay};
+
+void setLifetime(X509* certificate, const Lifetime& lifetime) {
+  require(X509_gmtime_adj(X509_getm_notBefore(certificate), lifetime.begin) != nullptr &&
+              X509_gmtime_adj(X509_getm_notAfter(certificate), lifetime.end) != nullptr,
           "the lifetime");
 }
 
@@ -76,11 +86,11 @@ void addExtension(X509* certificate, X509* issuer, int kind, const char* value) 
   require(extension && X509_add_ext(certificate, extension.get(), -1) == 1, value);
 }
 
-Certificate makeUnsigned(EVP_PKEY* key, const char* name) {
+Certificate makeUnsigned(EVP_PKEY* key, const char* name, const Lifetime& lifetime) {
   Certificate certificate(X509_new());
   require(certificate && X509_set_version(certificate.get(), X509_VERSION_3) == 1, "the version");
   setRandomSerial(certificate.get());
-  setLifetime(certificate.get());
+  setLifetime(certificate.get(), lifetime);
   setName(X509_get_subject_name(certificate.get()), name);
   require(X509_set_pubkey(certificate.get(), key) == 1, "the public key");
   return certificate;
@@ -93,7 +103,7 @@ void sign(X509* certificate, X509* issuer, EVP_PKEY* issuerKey) {
 }
 
 Certificate makeAuthority(EVP_PKEY* key) {
-  Certificate authority = makeUnsigned(key, "zln-collector throw-away authority");
+  Certificate authority = makeUnsigned(key, "zln-collector throw-away authority", kAYear);
   X509* it = authority.get();
   addExtension(it, it, NID_basic_constraints, "critical,CA:TRUE,pathlen:0");
   addExtension(it, it, NID_key_usage, "critical,keyCertSign,cRLSign");
@@ -102,13 +112,34 @@ Certificate makeAuthority(EVP_PKEY* key) {
   return authority;
 }
 
-Certificate makeServer(EVP_PKEY* key, X509* authority, EVP_PKEY* authorityKey) {
-  Certificate server = makeUnsigned(key, "zln-collector");
+// What the certificate of a server says of it.
+struct ServerProfile {
+  std::string names;
+  Lifetime lifetime;
+};
+
+constexpr char kOwnNames[] = "DNS:localhost,IP:127.0.0.1,IP:::1";
+constexpr char kWrongName[] = "DNS:elsewhere.invalid";
+
+bool isAddress(const std::string& host) {
+  return std::unique_ptr<ASN1_OCTET_STRING, Freed<ASN1_OCTET_STRING_free>>(
+             a2i_IPADDRESS(host.c_str())) != nullptr;
+}
+
+std::string namesWith(const std::vector<std::string>& hosts) {
+  std::string names = kOwnNames;
+  for (const std::string& host : hosts) names += (isAddress(host) ? ",IP:" : ",DNS:") + host;
+  return names;
+}
+
+Certificate makeServer(const ServerProfile& profile, EVP_PKEY* key, X509* authority,
+                       EVP_PKEY* authorityKey) {
+  Certificate server = makeUnsigned(key, "zln-collector", profile.lifetime);
   X509* it = server.get();
   addExtension(it, authority, NID_basic_constraints, "critical,CA:FALSE");
   addExtension(it, authority, NID_key_usage, "critical,digitalSignature");
   addExtension(it, authority, NID_ext_key_usage, "serverAuth");
-  addExtension(it, authority, NID_subject_alt_name, "DNS:localhost,IP:127.0.0.1");
+  addExtension(it, authority, NID_subject_alt_name, profile.names.c_str());
   addExtension(it, authority, NID_subject_key_identifier, "hash");
   addExtension(it, authority, NID_authority_key_identifier, "keyid:always");
   sign(it, authority, authorityKey);
@@ -144,13 +175,19 @@ void writeKey(const std::filesystem::path& path, EVP_PKEY* key) {
   finish(std::move(file), written, path);
 }
 
-void makeFiles(const CertificateFiles& files) {
+void makeFiles(const CertificateFiles& files, const std::vector<std::string>& hosts) {
   const Key authorityKey = makeKey();
   const Certificate authority = makeAuthority(authorityKey.get());
   const Key serverKey = makeKey();
-  const Certificate server = makeServer(serverKey.get(), authority.get(), authorityKey.get());
+  const auto writeServer = [&](const std::filesystem::path& path, const ServerProfile& profile) {
+    const Certificate server =
+        makeServer(profile, serverKey.get(), authority.get(), authorityKey.get());
+    writeCertificate(path, server.get());
+  };
   writeKey(files.key, serverKey.get());
-  writeCertificate(files.certificate, server.get());
+  writeServer(files.certificate, {namesWith(hosts), kAYear});
+  writeServer(files.expired, {namesWith(hosts), kOver});
+  writeServer(files.wrongHost, {kWrongName, kAYear});
   writeCertificate(files.authority, authority.get());
 }
 
@@ -173,20 +210,42 @@ bool lastsAnotherDay(X509* certificate) {
   return X509_cmp_time(X509_get0_notAfter(certificate), &tomorrow) > 0;
 }
 
-bool areUsable(const CertificateFiles& files) {
+bool belongTogether(X509* server, EVP_PKEY* key, X509* authority) {
+  return server != nullptr && X509_check_private_key(server, key) == 1 &&
+         X509_verify(server, X509_get0_pubkey(authority)) == 1;
+}
+
+bool isFor(X509* server, const std::vector<std::string>& hosts) {
+  return std::ranges::all_of(hosts, [&](const std::string& host) {
+    return isAddress(host) ? X509_check_ip_asc(server, host.c_str(), 0) == 1
+                           : X509_check_host(server, host.c_str(), host.size(), 0, nullptr) == 1;
+  });
+}
+
+bool areUsable(const CertificateFiles& files, const std::vector<std::string>& hosts) {
   const Certificate authority = readCertificate(files.authority);
-  const Certificate server = readCertificate(files.certificate);
   const Key key = readKey(files.key);
-  return authority && server && key && X509_check_private_key(server.get(), key.get()) == 1 &&
-         X509_verify(server.get(), X509_get0_pubkey(authority.get())) == 1 &&
-         lastsAnotherDay(authority.get()) && lastsAnotherDay(server.get());
+  if (!authority || !key) return false;
+  const Certificate sound = readCertificate(files.certificate);
+  const Certificate expired = readCertificate(files.expired);
+  const Certificate wrongHost = readCertificate(files.wrongHost);
+  const auto fits = [&](X509* server) {
+    return belongTogether(server, key.get(), authority.get());
+  };
+  return fits(sound.get()) && fits(expired.get()) && fits(wrongHost.get()) &&
+         isFor(sound.get(), hosts) && isFor(expired.get(), hosts) &&
+         lastsAnotherDay(authority.get()) && lastsAnotherDay(sound.get()) &&
+         lastsAnotherDay(wrongHost.get());
 }
 
 }  // namespace
 
-CertificateFiles certificateFiles(const std::filesystem::path& folder) {
-  const CertificateFiles files{folder / "ca.pem", folder / "server.pem", folder / "server.key"};
-  if (!areUsable(files)) makeFiles(files);
+CertificateFiles certificateFiles(const std::filesystem::path& folder,
+                                  const std::vector<std::string>& hosts) {
+  const CertificateFiles files{folder / "ca.pem", folder / "server.pem",
+                               folder / "server-expired.pem", folder / "server-wrong-host.pem",
+                               folder / "server.key"};
+  if (!areUsable(files, hosts)) makeFiles(files, hosts);
   return files;
 }
 

@@ -1,20 +1,31 @@
 #pragma once
 
+#include <cstdint>
 #include <filesystem>
 #include <string>
+#include <vector>
 
-#include "collector/reply_rules.h"
+#include "collector/export.h"
+#include "collector/fault.h"
+#include "collector/game_server.h"
 #include "collector/settings_file.h"
 
 namespace zln::collector {
 
 // What the command line asks for.
 struct Options {
-  bool help = false;
-  int port = 8443;
+  enum class Command { kServe, kExport, kHelp };
+
+  Command command = Command::kServe;
+  GamePorts ports;
+  int pagePort = 8480;
+  std::vector<std::string> hosts;  // Further ones that the certificate is for.
   std::filesystem::path data = "zln-collector-data";
   SettingsFile settings;
-  ReplyRules rules;
+  std::int64_t keep = 100000;
+  bool rejectInvalid = false;
+  std::vector<Fault> faults;
+  ExportFormat format = ExportFormat::kJsonLines;
 };
 
 // The text of --help.

@@ -2,23 +2,14 @@
 
 #include <algorithm>
 #include <charconv>
-#include <string_view>
+
+#include "collector/printable_text.h"
 
 namespace zln::collector {
 namespace {
 
-constexpr std::size_t kLongestText = 60;
 constexpr std::size_t kIdentifierLength = 8;
 constexpr std::size_t kKindWidth = 17;
-
-bool isControl(unsigned char c) { return c < 0x20 || c == 0x7F; }
-
-// The part of a UTF-8 text that fits, with no character cut in two.
-std::string_view clip(std::string_view text, std::size_t longest) {
-  if (text.size() <= longest) return text;
-  while (longest > 0 && (static_cast<unsigned char>(text[longest]) & 0xC0) == 0x80) --longest;
-  return text.substr(0, longest);
-}
 
 // A member for a terminal; "?" when there is no such text.
 std::string text(const nlohmann::json& object, const char* key) {
@@ -61,10 +52,30 @@ std::string adAttempt(const nlohmann::json& report) {
          (isTrue(report, "fill") ? ", filled" : ", not filled");
 }
 
-std::string outcome(const nlohmann::json& reply) {
-  if (isTrue(reply, "success")) return "accepted";
-  if (isTrue(reply, "errorIsPermanent")) return "REFUSED FOR GOOD: " + text(reply, "error");
-  return "TRY AGAIN";
+std::string refusal(const ReportRow& row, const std::optional<Fault>& fault) {
+  if (fault) return printable(fault->error);
+  const auto error = std::ranges::find(row.findings, Severity::kError, &Finding::severity);
+  return error == row.findings.end() ? "?" : printable(error->text);
+}
+
+std::string outcome(const ReportRow& row, const std::optional<Fault>& fault) {
+  switch (row.answer.outcome) {
+    case Answer::Outcome::kAccepted:
+      return "accepted";
+    case Answer::Outcome::kRetry:
+      return "TRY AGAIN";
+    case Answer::Outcome::kDropped:
+      return "REFUSED FOR GOOD: " + refusal(row, fault);
+    case Answer::Outcome::kCut:
+      return "NO ANSWER";
+    case Answer::Outcome::kOther:
+      break;
+  }
+  return "SPOILED ANSWER";
+}
+
+std::string verdictRemark(Verdict verdict) {
+  return verdict == Verdict::kValid ? "" : "  (" + std::string(nameOf(verdict)) + ")";
 }
 
 std::string padded(std::string kind) {
@@ -84,16 +95,19 @@ std::string describe(const nlohmann::json& report) {
 
 }  // namespace
 
-std::string printable(std::string_view text) {
-  std::string shown(clip(text, kLongestText));
-  for (char& c : shown) {
-    if (isControl(static_cast<unsigned char>(c))) c = '.';
-  }
-  return shown.size() < text.size() ? shown + "..." : shown;
+std::string describeReport(const nlohmann::json& report, std::size_t size) {
+  if (report.is_object()) return describe(report);
+  return "no report: " + std::to_string(size) + " bytes that are no JSON object";
 }
 
-std::string reportLine(const nlohmann::json& report, const nlohmann::json& reply) {
-  return describe(report) + "  -> " + outcome(reply);
+std::string reportLine(const nlohmann::json& report, const ReportRow& row,
+                       const std::optional<Fault>& fault) {
+  return describeReport(report, row.body.size()) + "  -> " + outcome(row, fault) +
+         verdictRemark(row.verdict) + (fault ? faultRemark(*fault) : "");
+}
+
+std::string faultRemark(const Fault& fault) {
+  return "  (fault " + std::to_string(fault.id) + ": " + std::string(nameOf(fault.effect)) + ")";
 }
 
 std::string settingsLine(const nlohmann::json& request, const nlohmann::json& settings) {

@@ -24,8 +24,10 @@ const nlohmann::json& SettingsFile::current() {
   if (path_.empty()) return settings_;
   try {
     settings_ = read(path_);
+    broken_ = false;
   } catch (const std::invalid_argument&) {
     // Somebody is editing the file: a game is better answered with what it held before.
+    broken_ = true;
   }
   return settings_;
 }

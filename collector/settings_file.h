@@ -5,8 +5,8 @@
 
 namespace zln::collector {
 
-// The settings that games are answered with: the JSON object in a file that may change while the
-// receiver runs, or none. One thread at a time.
+// The JSON object in a file that may change while the collector runs, or none. One thread at a
+// time.
 class SettingsFile {
  public:
   SettingsFile() = default;
@@ -15,10 +15,15 @@ class SettingsFile {
 
   // The object as the file holds it now; the last one that it held while it holds none.
   const nlohmann::json& current();
+  // Whether the file held none when it was last read.
+  bool isBroken() const { return broken_; }
+  // Whether there is to be a file.
+  bool exists() const { return !path_.empty(); }
 
  private:
   std::filesystem::path path_;
   nlohmann::json settings_ = nlohmann::json::object();
+  bool broken_ = false;
 };
 
 }  // namespace zln::collector

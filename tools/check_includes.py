@@ -22,7 +22,7 @@ ALLOWED = {
     "reports": {"platform", "support", "config"} | REPORTING,
     "transport": {"platform", "support", "config"} | REPORTING,
     "testkit": {"platform", "support", "testkit"},
-    "bench": {"platform", "support", "bench", PUBLIC},
+    "bench": {"platform", "support", "bench", "collector", PUBLIC},
     "collector": {"collector"},
     "examples": {PUBLIC},
 }

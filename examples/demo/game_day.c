@@ -2,14 +2,15 @@
  * Days in the life of a game, for the demonstration: it says every call that it makes and waits,
  * step by step, until the receiver has what the call sent.
  *
- * usage: game_day first-launch|next-morning|no-server|after-the-kill|new-settings PLAY
+ * usage: game_day first-launch|next-morning|no-server|after-the-kill|new-settings|play-on PLAY PORT
  *
- * PLAY is the folder of the demonstration. In it lie the file to which the receiver appends a line
- * for every report that arrives, the settings that it hands out, which the game writes in the
- * place of an operator, and the player's home folder with the files of the library.
+ * PLAY is the folder of the demonstration. In it lie the settings that the collector hands out,
+ * which the game writes in the place of an operator, and the player's home folder with the files of
+ * the library. PORT is where the collector answers what has arrived. play-on has no end: session
+ * follows on session until the game is interrupted.
  */
 
-#define _POSIX_C_SOURCE 200809L /* nanosleep, clock_gettime, chdir */
+#define _POSIX_C_SOURCE 200809L /* nanosleep, clock_gettime, chdir, sigaction */
 
 #include <ZLNSessionReporting/ZLNHost.h>
 #include <ZLNSessionReporting/ZLNSessionReporting.h>
@@ -22,9 +23,10 @@
 #include <time.h>
 #include <unistd.h>
 
+#include "collector.h"
+
 #define LIBRARY_FILES "home/.local/share/com.example.starhopper/com.zelnor.sdk/"
 
-static const char received[] = "receiver/reports.jsonl";
 static const char handedOut[] = "handed-out.json";
 static const char owedReports[] = LIBRARY_FILES "reporting/reports.json";
 static const char keptSettings[] = LIBRARY_FILES "data/config.dat";
@@ -90,15 +92,15 @@ static const char* contentOf(const char* path) {
   return content;
 }
 
-static long countReceived(void) {
-  long lines = 0;
-  for (const char* c = contentOf(received); *c != '\0'; c++) lines += *c == '\n';
-  return lines;
-}
-
 static void giveUp(const char* why) {
   say(why);
   exit(EXIT_FAILURE);
+}
+
+static long countReceived(void) {
+  const long arrived = collectorReportCount();
+  if (arrived < 0) giveUp("the collector does not answer; giving up");
+  return arrived;
 }
 
 /* Asks again and again whether it is so; gives up after ten seconds. */
@@ -381,6 +383,95 @@ static void newSettings(void) {
   end();
 }
 
+/* ---- A player without an end ---- */
+
+static volatile sig_atomic_t isOver;
+
+static void endPlay(int signal) {
+  (void)signal;
+  isOver = 1;
+}
+
+static void heedInterruptions(void) {
+  struct sigaction action = {.sa_handler = endPlay};
+  sigaction(SIGINT, &action, NULL);
+  sigaction(SIGTERM, &action, NULL);
+}
+
+/* From `least` to twice as long, unless the game is to end. */
+static void passTime(long leastMilliseconds) {
+  long left = leastMilliseconds + rand() % leastMilliseconds;
+  for (; left > 0 && !isOver; left -= 100) pauseMilliseconds(100);
+}
+
+static void attemptAnyAd(void) {
+  static const char* const networks[] = {"Sunrise", "Meteor", "Nightfall", "Flicker"};
+  static const char* const zones[] = {"main menu", "between levels", "shop"};
+  const char* network = networks[rand() % 4];
+  const char* zone = zones[rand() % 3];
+  const bool isFilled = rand() % 3 > 0;
+  printf("game     | %s %s an advertisement in zone %s\n", network, isFilled ? "shows" : "has not",
+         zone);
+  switch (rand() % 4) {
+    case 0:
+      ZLNSendBannerAdZoneAttemptReport(network, zone, isFilled);
+      break;
+    case 1:
+      ZLNSendInterstitialAdZoneAttemptReport(network, zone, isFilled);
+      break;
+    case 2:
+      ZLNSendRewardedAdZoneAttemptReport(network, zone, isFilled);
+      break;
+    default:
+      ZLNSendBannerAdAttemptReport(network, isFilled);
+  }
+}
+
+static void playARound(void) {
+  say("the player plays");
+  for (int attempts = 2 + rand() % 4; attempts > 0 && !isOver; attempts--) {
+    passTime(1500);
+    attemptAnyAd();
+  }
+}
+
+static void lookAway(void) {
+  say("the player looks away for a moment: the session is paused");
+  ZLNHostApplicationWillResignActive();
+  passTime(1500);
+  ZLNHostApplicationDidBecomeActive();
+}
+
+/* Longer than the settings of the days before allow, so the session is stopped there. */
+static void putTheGameAway(void) {
+  say("the player puts the game away: the session is stopped");
+  ZLNHostApplicationWillResignActive();
+  ZLNHostApplicationDidEnterBackground();
+  passTime(5000);
+  ZLNHostApplicationWillEnterForeground();
+  ZLNHostApplicationDidBecomeActive();
+}
+
+static void leaveTheGame(void) {
+  ZLNHostApplicationWillResignActive();
+  ZLNHostApplicationDidEnterBackground();
+  ZLNHostApplicationWillTerminate();
+  pauseMilliseconds(1000);
+}
+
+static void playOn(void) {
+  heedInterruptions();
+  srand((unsigned)getpid());
+  start();
+  while (!isOver) {
+    playARound();
+    lookAway();
+    playARound();
+    putTheGameAway();
+  }
+  leaveTheGame();
+}
+
 typedef void (*Launch)(void);
 
 static const struct {
@@ -388,7 +479,7 @@ static const struct {
   Launch play;
 } launches[] = {
     {"first-launch", firstLaunch},    {"next-morning", nextMorning}, {"no-server", withoutServer},
-    {"after-the-kill", afterTheKill}, {"new-settings", newSettings},
+    {"after-the-kill", afterTheKill}, {"new-settings", newSettings}, {"play-on", playOn},
 };
 
 static Launch findLaunch(const char* name) {
@@ -399,12 +490,13 @@ static Launch findLaunch(const char* name) {
 }
 
 int main(int argc, char* argv[]) {
-  const Launch play = argc == 3 ? findLaunch(argv[1]) : NULL;
-  if (play == NULL || chdir(argv[2]) != 0) {
-    fprintf(stderr, "usage: game_day LAUNCH PLAY\n");
+  const Launch play = argc == 4 ? findLaunch(argv[1]) : NULL;
+  if (play == NULL || chdir(argv[2]) != 0 || !collectorIsAt(argv[3])) {
+    fprintf(stderr, "usage: game_day LAUNCH PLAY PORT\n");
     return EXIT_FAILURE;
   }
-  expectedReports = countReceived();
+  /* Without a collector nothing is awaited. */
+  expectedReports = collectorReportCount();
   setvbuf(stdout, NULL, _IOLBF, 0);
   ZLNHostSetLogSink(showLogLine, NULL);
 

@@ -76,6 +76,29 @@ TEST_F(CertificatesTest, AreMadeAnewWhenTheAuthorityIsAnother) {
   EXPECT_NE(certificate, contentOf(files.certificate));
 }
 
+TEST_F(CertificatesTest, AreMadeAnewWhenAFlawedOneIsMissing) {
+  const CertificateFiles files = certificateFiles(folder_.path());
+  const std::string authority = contentOf(files.authority);
+  std::filesystem::remove(files.wrongHost);
+
+  certificateFiles(folder_.path());
+
+  EXPECT_NE(authority, contentOf(files.authority));
+  EXPECT_NE("", contentOf(files.wrongHost));
+}
+
+TEST_F(CertificatesTest, AreMadeAnewWhenAHostIsMissing) {
+  const CertificateFiles files = certificateFiles(folder_.path(), {"config.invalid", "10.0.0.1"});
+  const std::string authority = contentOf(files.authority);
+
+  certificateFiles(folder_.path());
+  certificateFiles(folder_.path(), {"10.0.0.1", "127.0.0.1", "::1", "localhost"});
+  EXPECT_EQ(authority, contentOf(files.authority));
+
+  certificateFiles(folder_.path(), {"session.invalid"});
+  EXPECT_NE(authority, contentOf(files.authority));
+}
+
 TEST_F(CertificatesTest, FailWhereNothingCanBeWritten) {
   EXPECT_THROW(certificateFiles(folder_.path() + "/missing"), std::runtime_error);
 }

@@ -13,7 +13,11 @@ namespace zln::collector {
 namespace {
 
 using nlohmann::json;
+using testing::ElementsAre;
 using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::StartsWith;
+using Command = Options::Command;
 
 Options parse(std::vector<std::string> arguments) {
   arguments.insert(arguments.begin(), "zln-collector");
@@ -41,26 +45,64 @@ std::string fileWith(const TemporaryFolder& folder, const char* content) {
 TEST(OptionsTest, HaveDefaults) {
   Options options = parse({});
 
-  EXPECT_FALSE(options.help);
-  EXPECT_EQ(8443, options.port);
+  EXPECT_EQ(Command::kServe, options.command);
+  EXPECT_EQ("127.0.0.1", options.ports.address);
+  EXPECT_EQ(8443, options.ports.first);
+  EXPECT_FALSE(options.ports.separate);
+  EXPECT_EQ(8480, options.pagePort);
   EXPECT_EQ("zln-collector-data", options.data);
+  EXPECT_EQ(100000, options.keep);
+  EXPECT_FALSE(options.rejectInvalid);
+  EXPECT_THAT(options.hosts, IsEmpty());
+  EXPECT_THAT(options.faults, IsEmpty());
   EXPECT_EQ(json::object(), options.settings.current());
 }
 
-TEST(OptionsTest, TakeHelpPortAndFolder) {
-  const Options options = parse({"--help", "--port", "0", "--data", "/somewhere"});
-
-  EXPECT_TRUE(options.help);
-  EXPECT_EQ(0, options.port);
-  EXPECT_EQ("/somewhere", options.data);
+TEST(OptionsTest, TakeHelp) {
+  EXPECT_EQ(Command::kHelp, parse({"--help"}).command);
+  EXPECT_EQ(Command::kHelp, parse({"export", "--help"}).command);
 }
 
-TEST(OptionsTest, TakeRules) {
-  Options options = parse({"--reject", "Grumble", "--fail", "a=b=1"});
+TEST(OptionsTest, TakePortsAndHosts) {
+  const Options options =
+      parse({"--port", "0", "--separate-ports", "--page-port", "9000", "--listen", "::1", "--host",
+             "config.invalid", "--host", "10.0.0.1"});
 
-  EXPECT_EQ(true, options.rules.replyTo({{"network", "Grumble"}})["errorIsPermanent"]);
-  EXPECT_EQ(false, options.rules.replyTo({{"network", "a=b"}})["success"]);
-  EXPECT_EQ(true, options.rules.replyTo({{"network", "a=b"}})["success"]);
+  EXPECT_EQ(0, options.ports.first);
+  EXPECT_TRUE(options.ports.separate);
+  EXPECT_EQ(9000, options.pagePort);
+  EXPECT_EQ("::1", options.ports.address);
+  EXPECT_THAT(options.hosts, ElementsAre("config.invalid", "10.0.0.1"));
+}
+
+TEST(OptionsTest, TakeFolderAndBounds) {
+  const Options options = parse({"--data", "/somewhere", "--keep", "50", "--reject-invalid"});
+
+  EXPECT_EQ("/somewhere", options.data);
+  EXPECT_EQ(50, options.keep);
+  EXPECT_TRUE(options.rejectInvalid);
+}
+
+TEST(OptionsTest, TakeFaults) {
+  const Options options =
+      parse({"--fault", "permanent,network=Grumble", "--fault", "temporary,network=a=b,times=1"});
+
+  ASSERT_EQ(2u, options.faults.size());
+  EXPECT_EQ(Effect::kPermanent, options.faults[0].effect);
+  EXPECT_EQ(json({{"network", "Grumble"}}), options.faults[0].match);
+  EXPECT_EQ(json({{"network", "a=b"}}), options.faults[1].match);
+  EXPECT_EQ(1, options.faults[1].times);
+}
+
+TEST(OptionsTest, TakeAnExport) {
+  EXPECT_EQ(Command::kExport, parse({"export"}).command);
+  EXPECT_EQ(ExportFormat::kJsonLines, parse({"export", "--format", "jsonl"}).format);
+  EXPECT_EQ(ExportFormat::kCsv, parse({"export", "--data", "there", "--format", "csv"}).format);
+  EXPECT_EQ("there", parse({"export", "--data", "there"}).data);
+  EXPECT_EQ("--format must be jsonl or csv, not \"xml\"",
+            complaintAbout({"export", "--format", "xml"}));
+  EXPECT_EQ("--help shows the options", complaintAbout({"export", "--port", "1"}));
+  EXPECT_EQ("--help shows the options", complaintAbout({"--format", "csv"}));
 }
 
 TEST(OptionsTest, TakeSettingsFromAFile) {
@@ -88,10 +130,29 @@ TEST(OptionsTest, RefuseWhatIsNoPort) {
   EXPECT_EQ(complaint + "\"\"", complaintAbout({"--port", ""}));
 }
 
-TEST(OptionsTest, RefuseFailuresWithoutNetworkOrCount) {
-  EXPECT_EQ("--fail takes NETWORK=COUNT, not \"Flicker\"", complaintAbout({"--fail", "Flicker"}));
-  EXPECT_EQ("--fail takes NETWORK=COUNT, not \"=1\"", complaintAbout({"--fail", "=1"}));
-  EXPECT_THAT(complaintAbout({"--fail", "Flicker="}), HasSubstr("the count of --fail"));
+TEST(OptionsTest, RefuseSixPortsWhereThereAreNone) {
+  EXPECT_EQ("", complaintAbout({"--separate-ports", "--port", "65530"}));
+  EXPECT_THAT(complaintAbout({"--separate-ports", "--port", "65531"}), HasSubstr("65530"));
+}
+
+TEST(OptionsTest, RefuseWhatIsNoHost) {
+  const std::string complaint = "--host takes the name of a host, not ";
+
+  EXPECT_EQ(complaint + "\"\"", complaintAbout({"--host", ""}));
+  EXPECT_EQ(complaint + "\"a,DNS:b\"", complaintAbout({"--host", "a,DNS:b"}));
+  EXPECT_EQ(complaint + "\"*.example\"", complaintAbout({"--host", "*.example"}));
+}
+
+TEST(OptionsTest, RefuseFaultsThatCannotBe) {
+  EXPECT_THAT(complaintAbout({"--fault", "explode"}),
+              StartsWith("--fault explode: \"explode\" is no effect: temporary, permanent, "));
+  EXPECT_EQ("--fault empty,times=0: \"times\" must be a number from 1 to 1000000",
+            complaintAbout({"--fault", "empty,times=0"}));
+}
+
+TEST(OptionsTest, RefuseToKeepNothing) {
+  EXPECT_EQ("--keep must be a number from 1 to 10000000, not \"0\"",
+            complaintAbout({"--keep", "0"}));
 }
 
 TEST(OptionsTest, RefuseWhatTheyDoNotKnow) {

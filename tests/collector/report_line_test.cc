@@ -2,12 +2,13 @@
 
 #include <gtest/gtest.h>
 
+#include "collector/printable_text.h"
+
 namespace zln::collector {
 namespace {
 
 using nlohmann::json;
-
-const json kAccepted = {{"success", true}};
+using Outcome = Answer::Outcome;
 
 json sessionReport(const char* type) {
   return {{"type", type},
@@ -19,58 +20,83 @@ json sessionReport(const char* type) {
           {"totalDuration", 5.25}};
 }
 
+std::string describe(const json& report) { return describeReport(report, 0); }
+
+std::string lineWith(Outcome outcome, const std::optional<Fault>& fault = {}) {
+  ReportRow row;
+  row.answer.outcome = outcome;
+  return reportLine({{"type", "other"}}, row, fault);
+}
+
+Fault faultWith(Effect effect) {
+  Fault fault;
+  fault.id = 3;
+  fault.effect = effect;
+  fault.error = "no room";
+  return fault;
+}
+
 TEST(ReportLineTest, TellsOfASessionWhoseItIs) {
   EXPECT_EQ(
-      "first session    session 56576270 of com.example.game 1.4.2, engine 3.2.1, by user 3E7DE0B0"
-      "  -> accepted",
-      reportLine(sessionReport("ReportTypeSessionFirst"), kAccepted));
+      "first session    session 56576270 of com.example.game 1.4.2, engine 3.2.1, by user 3E7DE0B0",
+      describe(sessionReport("ReportTypeSessionFirst")));
   EXPECT_EQ(
-      "session start    session 56576270 of com.example.game 1.4.2, engine 3.2.1, by user 3E7DE0B0"
-      "  -> accepted",
-      reportLine(sessionReport("ReportTypeSessionStart"), kAccepted));
+      "session start    session 56576270 of com.example.game 1.4.2, engine 3.2.1, by user 3E7DE0B0",
+      describe(sessionReport("ReportTypeSessionStart")));
 }
 
 TEST(ReportLineTest, TellsOfAStoppedSessionHowLongItWas) {
-  EXPECT_EQ("session stop     session 56576270 after 5.2 seconds of play  -> accepted",
-            reportLine(sessionReport("ReportTypeSessionStop"), kAccepted));
+  EXPECT_EQ("session stop     session 56576270 after 5.2 seconds of play",
+            describe(sessionReport("ReportTypeSessionStop")));
 }
 
 TEST(ReportLineTest, TellsOfAnAdAttempt) {
-  const json report = {{"type", "ReportTypeAdAttempt"},
-                       {"adType", "banner"},
-                       {"network", "Sunrise"},
-                       {"fill", true}};
-
-  EXPECT_EQ("ad attempt       banner by Sunrise, filled  -> accepted",
-            reportLine(report, kAccepted));
+  EXPECT_EQ("ad attempt       banner by Sunrise, filled", describe({{"type", "ReportTypeAdAttempt"},
+                                                                    {"adType", "banner"},
+                                                                    {"network", "Sunrise"},
+                                                                    {"fill", true}}));
 }
 
 TEST(ReportLineTest, TellsOfAnAdZoneAttemptItsZone) {
-  const json report = {{"type", "ReportTypeAdZoneAttempt"},
-                       {"adType", "rewarded"},
-                       {"network", "Meteor"},
-                       {"zoneId", "extra life"},
-                       {"fill", false}};
-
-  EXPECT_EQ("ad zone attempt  rewarded by Meteor in zone extra life, not filled  -> accepted",
-            reportLine(report, kAccepted));
+  EXPECT_EQ("ad zone attempt  rewarded by Meteor in zone extra life, not filled",
+            describe({{"type", "ReportTypeAdZoneAttempt"},
+                      {"adType", "rewarded"},
+                      {"network", "Meteor"},
+                      {"zoneId", "extra life"},
+                      {"fill", false}}));
 }
 
 TEST(ReportLineTest, TellsTheAnswer) {
-  const json report = {{"type", "other"}};
+  EXPECT_EQ("unknown report   other  -> accepted", lineWith(Outcome::kAccepted));
+  EXPECT_EQ("unknown report   other  -> TRY AGAIN  (fault 3: temporary)",
+            lineWith(Outcome::kRetry, faultWith(Effect::kTemporary)));
+  EXPECT_EQ("unknown report   other  -> REFUSED FOR GOOD: no room  (fault 3: permanent)",
+            lineWith(Outcome::kDropped, faultWith(Effect::kPermanent)));
+  EXPECT_EQ("unknown report   other  -> NO ANSWER  (fault 3: cut-after)",
+            lineWith(Outcome::kCut, faultWith(Effect::kCutAfter)));
+  EXPECT_EQ("unknown report   other  -> SPOILED ANSWER  (fault 3: garbage)",
+            lineWith(Outcome::kOther, faultWith(Effect::kGarbage)));
+}
 
-  EXPECT_EQ("unknown report   other  -> TRY AGAIN", reportLine(report, {{"success", false}}));
+TEST(ReportLineTest, TellsAVerdictThatIsNotGood) {
+  ReportRow row;
+  row.verdict = Verdict::kInvalid;
+  row.findings = {{"rounded-date", Severity::kNotice, "rounded"},
+                  {"schema", Severity::kError, "there is no network"}};
+  row.answer.outcome = Outcome::kDropped;
+  row.body = "[1]";
+
   EXPECT_EQ(
-      "unknown report   other  -> REFUSED FOR GOOD: no room",
-      reportLine(report, {{"success", false}, {"errorIsPermanent", true}, {"error", "no room"}}));
+      "no report: 3 bytes that are no JSON object  -> REFUSED FOR GOOD: there is no network  "
+      "(invalid)",
+      reportLine(json(), row, std::nullopt));
 }
 
 TEST(ReportLineTest, ShowsAQuestionMarkForWhatIsMissingOrOfTheWrongKind) {
-  EXPECT_EQ("unknown report   ?  -> accepted", reportLine(json::object(), kAccepted));
+  EXPECT_EQ("unknown report   ?", describe(json::object()));
   EXPECT_EQ(
-      "session stop     session ? after ? seconds of play  -> accepted",
-      reportLine({{"type", "ReportTypeSessionStop"}, {"sessionId", 5}, {"totalDuration", "x"}},
-                 kAccepted));
+      "session stop     session ? after ? seconds of play",
+      describe({{"type", "ReportTypeSessionStop"}, {"sessionId", 5}, {"totalDuration", "x"}}));
 }
 
 TEST(ReportLineTest, TellsWhoAsksForSettingsAndHowManyThereAre) {
@@ -81,11 +107,11 @@ TEST(ReportLineTest, TellsWhoAsksForSettingsAndHowManyThereAre) {
             settingsLine(request, {{"key", 1}}));
 }
 
-TEST(ReportLineTest, PrintableMakesControlCharactersHarmless) {
+TEST(PrintableTextTest, MakesControlCharactersHarmless) {
   EXPECT_EQ("a.[31mb.c", printable("a\x1b[31mb\nc"));
 }
 
-TEST(ReportLineTest, PrintableCutsALongTextBetweenCharacters) {
+TEST(PrintableTextTest, CutsALongTextBetweenCharacters) {
   const std::string fiftyNine(59, 'a');
 
   EXPECT_EQ(fiftyNine + "...", printable(fiftyNine + "\xC3\xA4" + "b"));

@@ -1,0 +1,18 @@
+#pragma once
+
+#include "collector/connection_stream.h"
+#include "collector/fault_list.h"
+#include "collector/report_desk.h"
+#include "collector/report_row.h"
+
+namespace zln::collector {
+
+// What a game makes of an answer under this fault.
+Answer answerUnder(const Fault& fault);
+
+// Puts a reply into a response, spoiled as its fault has it, and waits as long as that is to take.
+// `httpPort` is one that speaks no TLS.
+void respond(const Reply& reply, const httplib::Request& request, httplib::Response& response,
+             FaultList& faults, int httpPort);
+
+}  // namespace zln::collector

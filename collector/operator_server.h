@@ -1,0 +1,61 @@
+#pragma once
+
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+#include "collector/connection_threads.h"
+#include "collector/listening_port.h"
+#include "collector/operator_api.h"
+#include "collector/request_server.h"
+
+namespace zln::collector {
+
+// The side that people and programs of this machine see: the page and the interface for programs,
+// over plain HTTP. Faults do not touch it.
+class OperatorServer {
+ public:
+  // A method and a pattern of paths, such as "GET /api/reports/([0-9]+)".
+  struct Route {
+    std::string method;
+    std::string path;
+  };
+
+  // `address` is the one that the port listens on.
+  OperatorServer(std::unique_ptr<ListeningPort> port, const std::string& address,
+                 const CollectorParts& parts, const CollectorFacts& facts,
+                 std::filesystem::path database);
+  ~OperatorServer();
+
+  void start();
+  // Ends within a moment, whatever clients are at. The events must have ended.
+  void stop();
+
+  // All of the interface for programs.
+  const std::vector<Route>& routes() const { return routes_; }
+
+ private:
+  using Handler = std::function<void(const httplib::Request&, httplib::Response&)>;
+
+  void guard(const std::string& address);
+  void routeReports();
+  void routeFaults();
+  void routeSettings();
+  void add(const char* method, const char* path, const Handler& handler);
+  void respondWithExport(const httplib::Request& request, httplib::Response& response);
+  void completeError(const httplib::Request& request, httplib::Response& response) const;
+  bool isKnownPath(const std::string& path) const;
+
+  const CollectorParts parts_;
+  OperatorApi api_;
+  const std::filesystem::path database_;
+  std::unique_ptr<ListeningPort> port_;
+  std::vector<Route> routes_;
+  RequestServer requests_;
+  ConnectionThreads threads_;
+};
+
+}  // namespace zln::collector

@@ -1,0 +1,11 @@
+#pragma once
+
+#include <nlohmann/json.hpp>
+
+namespace zln::collector {
+
+// What the library will make of an object of settings, where that may surprise: an array of
+// {"key", "severity", "text"}, the texts for people.
+nlohmann::json lintSettings(const nlohmann::json& values);
+
+}  // namespace zln::collector

@@ -1,0 +1,37 @@
+#pragma once
+
+#include <mutex>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <string>
+
+#include "collector/settings_file.h"
+
+namespace zln::collector {
+
+// The settings that games are answered with: what somebody has set while the collector runs, else
+// what the file holds. Any thread may call it.
+class SettingsValues {
+ public:
+  explicit SettingsValues(SettingsFile file) : file_(std::move(file)) {}
+
+  nlohmann::json current();
+  // From now on these are handed out, whatever the file holds. Throws std::invalid_argument with a
+  // text for people when they are no JSON object, or too large a one.
+  void set(nlohmann::json values);
+  // Back to the file.
+  void reset();
+  // The values with their source and what is to be said about them, as the interface for programs
+  // shows it.
+  nlohmann::json describe();
+
+ private:
+  const nlohmann::json& currentLocked();
+  const char* sourceLocked() const;
+
+  std::mutex mutex_;
+  SettingsFile file_;
+  std::optional<nlohmann::json> set_;
+};
+
+}  // namespace zln::collector

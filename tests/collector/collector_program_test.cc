@@ -1,0 +1,212 @@
+// The program itself, as somebody starts it.
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <httplib.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "tests/support/temporary_folder.h"
+
+namespace zln::collector {
+namespace {
+
+using nlohmann::json;
+using testing::HasSubstr;
+
+constexpr auto kPatience = std::chrono::seconds(60);
+constexpr auto kGlance = std::chrono::milliseconds(5);
+constexpr char kReady[] = "The page is at http://localhost:";
+constexpr char kJson[] = "application/json";
+
+// A run of the program, ended at the end of the test at the latest.
+class Program {
+ public:
+  Program(const TemporaryFolder& folder, std::vector<std::string> arguments)
+      : output_(folder.path() + "/output"), errors_(folder.path() + "/errors") {
+    arguments.insert(arguments.begin(), ZLN_COLLECTOR_PROGRAM);
+    std::filesystem::remove(output_);
+    pid_ = ::fork();
+    if (pid_ == 0) run(arguments);
+  }
+
+  ~Program() {
+    if (pid_ > 0) end(SIGKILL);
+  }
+
+  // The number of the port that stands after a text of the output, waited for.
+  int portAfter(const std::string& text) const {
+    const auto end = std::chrono::steady_clock::now() + kPatience;
+    while (output().find(kReady) == std::string::npos && std::chrono::steady_clock::now() < end) {
+      std::this_thread::sleep_for(kGlance);
+    }
+    const auto place = output().find(text);
+    return place == std::string::npos ? 0 : std::stoi(output().substr(place + text.size()));
+  }
+
+  // Sends a signal and answers the exit code; -1 when another signal has ended the program.
+  int end(int signal) {
+    ::kill(pid_, signal);
+    return exitCode();
+  }
+
+  int exitCode() {
+    int status = 0;
+    ::waitpid(pid_, &status, 0);
+    pid_ = -1;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  }
+
+  std::string output() const { return contentOf(output_); }
+  std::string errors() const { return contentOf(errors_); }
+
+ private:
+  [[noreturn]] void run(std::vector<std::string>& arguments) const {
+    ::dup2(::open(output_.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600), STDOUT_FILENO);
+    ::dup2(::open(errors_.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600), STDERR_FILENO);
+    std::vector<char*> argv;
+    for (std::string& argument : arguments) argv.push_back(argument.data());
+    argv.push_back(nullptr);
+    ::execv(argv[0], argv.data());
+    ::_exit(127);
+  }
+
+  static std::string contentOf(const std::string& path) {
+    std::ifstream file(path);
+    return std::string(std::istreambuf_iterator<char>(file), {});
+  }
+
+  const std::string output_;
+  const std::string errors_;
+  pid_t pid_ = -1;
+};
+
+class CollectorProgramTest : public testing::Test {
+ protected:
+  std::unique_ptr<Program> start(std::vector<std::string> more = {}) const {
+    std::vector<std::string> arguments = {"--port", "0", "--page-port", "0", "--data", data()};
+    arguments.insert(arguments.end(), more.begin(), more.end());
+    return std::make_unique<Program>(folder_, arguments);
+  }
+
+  std::string data() const { return folder_.path() + "/data"; }
+
+  std::string post(const Program& program) const {
+    httplib::SSLClient client("localhost", program.portAfter("https://localhost:"));
+    client.set_ca_cert_path((data() + "/ca.pem").c_str());
+    client.enable_server_certificate_verification(true);
+    const auto result = client.Post("/session", R"({"network":"Grumble"})", kJson);
+    return result ? result->body : "no answer: " + httplib::to_string(result.error());
+  }
+
+  static json status(const Program& program) {
+    httplib::Client client("localhost", program.portAfter(kReady));
+    const auto result = client.Get("/api/status");
+    return result ? json::parse(result->body) : json();
+  }
+
+  const TemporaryFolder folder_;
+};
+
+TEST_F(CollectorProgramTest, SaysWhereEverythingIs) {
+  const auto program = start();
+
+  EXPECT_EQ(program->portAfter("Receiving at https://localhost:"),
+            status(*program)["ports"]["config"]);
+
+  EXPECT_THAT(program->output(), HasSubstr("\n  SSL_CERT_FILE=" + data() + "/ca.pem\n"));
+  EXPECT_THAT(program->output(), HasSubstr("Reports are kept in " + data() + "/reports.db.\n"));
+}
+
+TEST_F(CollectorProgramTest, EndsCleanlyThoughClientsHang) {
+  const auto program = start({"--fault", "delay,seconds=3000"});
+  httplib::Client follower("localhost", program->portAfter(kReady));
+  std::atomic<bool> following = false;
+  std::thread events([&] {
+    follower.set_read_timeout(kPatience);
+    follower.Get("/api/events", [&](const char*, size_t) { return following = true; });
+  });
+  std::thread held([&] { post(*program); });
+  while (!following || status(*program)["reports"] != 1) std::this_thread::sleep_for(kGlance);
+
+  const auto begin = std::chrono::steady_clock::now();
+  EXPECT_EQ(0, program->end(SIGINT));
+
+  EXPECT_GT(std::chrono::seconds(20), std::chrono::steady_clock::now() - begin);
+  EXPECT_THAT(program->output(), HasSubstr("\nCollector ended.\n"));
+  EXPECT_EQ("", program->errors());
+  events.join();
+  held.join();
+}
+
+TEST_F(CollectorProgramTest, KeepsReportsAndCertificatesOverItsEnd) {
+  const auto first = start({"--fault", "permanent,network=Grumble,error=no room"});
+  EXPECT_THAT(post(*first), HasSubstr("no room"));
+  EXPECT_THAT(first->output(), HasSubstr("-> REFUSED FOR GOOD: no room"));
+  EXPECT_EQ(0, first->end(SIGTERM));
+
+  const auto second = start();
+  EXPECT_EQ(R"({"success":true})", post(*second));
+
+  EXPECT_EQ(2, status(*second)["reports"]);
+}
+
+TEST_F(CollectorProgramTest, ExportsWhatItHasKept) {
+  const auto program = start();
+  post(*program);
+  EXPECT_EQ(0, program->end(SIGINT));
+
+  Program exporting(folder_, {"export", "--data", data()});
+
+  EXPECT_EQ(0, exporting.exitCode());
+  EXPECT_EQ("Grumble", json::parse(exporting.output())["body"]["network"]);
+}
+
+TEST_F(CollectorProgramTest, SaysWhichPortIsTaken) {
+  const auto program = start();
+  const std::string port = std::to_string(program->portAfter("https://localhost:"));
+  const TemporaryFolder other;
+
+  Program second(other, {"--port", port, "--page-port", "0", "--data", other.path() + "/data"});
+
+  EXPECT_EQ(1, second.exitCode());
+  EXPECT_EQ(
+      "zln-collector: cannot listen on port " + port + " of 127.0.0.1: Address already in use\n",
+      second.errors());
+}
+
+TEST_F(CollectorProgramTest, TellsWrongUsageFromFailure) {
+  Program unknown(folder_, {"--unknown"});
+  EXPECT_EQ(2, unknown.exitCode());
+  EXPECT_THAT(unknown.errors(), HasSubstr("zln-collector: --help shows the options\n"));
+
+  Program impossible(folder_, {"--data", data(), "--fault", "cut-before,type=config"});
+  EXPECT_EQ(2, impossible.exitCode());
+  EXPECT_THAT(impossible.errors(), HasSubstr("--separate-ports"));
+
+  Program nothing(folder_, {"export", "--data", folder_.path() + "/missing"});
+  EXPECT_EQ(1, nothing.exitCode());
+}
+
+TEST_F(CollectorProgramTest, ShowsItsUsage) {
+  Program help(folder_, {"--help"});
+
+  EXPECT_EQ(0, help.exitCode());
+  EXPECT_THAT(help.output(), HasSubstr("usage: zln-collector [options]\n"));
+}
+
+}  // namespace
+}  // namespace zln::collector

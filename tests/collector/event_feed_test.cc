@@ -1,0 +1,154 @@
+#include "collector/event_feed.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <condition_variable>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "tests/collector/running_collector.h"
+
+namespace zln::collector {
+namespace {
+
+using testing::HasSubstr;
+using testing::Not;
+using testing::StartsWith;
+
+constexpr char kGreeting[] = "retry: 1000\n: connected\n\n";
+constexpr auto kPatience = std::chrono::seconds(60);
+
+// A client that follows the events of a collector until it goes.
+class Follower {
+ public:
+  explicit Follower(const RunningCollector& collector, const httplib::Headers& headers = {})
+      : client_(collector.page()), following_([this, headers] { follow(headers); }) {}
+
+  ~Follower() {
+    {
+      const std::lock_guard lock(mutex_);
+      leaving_ = true;
+    }
+    client_->stop();
+    following_.join();
+  }
+
+  // What has come, once the text is in it or the patience is over.
+  std::string textWith(const std::string& text) {
+    std::unique_lock lock(mutex_);
+    changed_.wait_for(lock, kPatience,
+                      [&] { return over_ || text_.find(text) != std::string::npos; });
+    return text_;
+  }
+
+  // Waits for the collector to end the answer.
+  bool isEnded() {
+    std::unique_lock lock(mutex_);
+    return changed_.wait_for(lock, kPatience, [&] { return over_; });
+  }
+
+ private:
+  void follow(const httplib::Headers& headers) {
+    client_->Get("/api/events", headers, [this](const char* piece, size_t size) {
+      const std::lock_guard lock(mutex_);
+      text_.append(piece, size);
+      changed_.notify_all();
+      return !leaving_;
+    });
+    const std::lock_guard lock(mutex_);
+    over_ = true;
+    changed_.notify_all();
+  }
+
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  std::string text_;
+  bool leaving_ = false;
+  bool over_ = false;
+  std::unique_ptr<httplib::Client> client_;
+  std::thread following_;
+};
+
+TEST(EventFeedTest, TellsWhatHappens) {
+  RunningCollector collector;
+  Follower follower(collector);
+  EXPECT_EQ(kGreeting, follower.textWith("connected\n\n"));
+
+  collector.answerTo("/session", adAttempt());
+  EXPECT_THAT(follower.textWith("\"id\":1"), HasSubstr("event: report\nid: 1\ndata: {"));
+  collector.page()->Post("/api/faults", R"({"effect":"empty","times":1})", "application/json");
+  EXPECT_THAT(follower.textWith("empty"), HasSubstr("event: faults\ndata: [{\"effect\":\"empty\""));
+  collector.answerTo("/session", adAttempt());
+  EXPECT_THAT(follower.textWith("\"left\":0"), HasSubstr("\"left\":0"));
+  collector.page()->Put("/api/settings", R"({"values":{}})", "application/json");
+  EXPECT_THAT(follower.textWith("event: settings"), HasSubstr("\"source\":\"api\""));
+  collector.page()->Delete("/api/reports");
+  EXPECT_THAT(follower.textWith("event: cleared"), HasSubstr("event: cleared\ndata: {}\n\n"));
+}
+
+TEST(EventFeedTest, TellsOfAmendedReports) {
+  RunningCollector collector;
+  Follower follower(collector);
+  follower.textWith("connected");
+  collector.addFault({{"effect", "stall"}, {"seconds", 0.3}});
+  const auto client = collector.game();
+  client->set_read_timeout(0, 100000);
+
+  client->Post("/session", adAttempt(), "application/json");
+
+  EXPECT_THAT(follower.textWith("event: amended"), HasSubstr("event: amended\ndata: {"));
+}
+
+TEST(EventFeedTest, SendsTheReportsThatWereMissedFirst) {
+  RunningCollector collector;
+  for (int i = 0; i < 3; ++i) collector.answerTo("/session", adAttempt());
+
+  Follower follower(collector, {{"Last-Event-ID", "1"}});
+
+  EXPECT_THAT(follower.textWith("id: 3"), HasSubstr("event: report\nid: 2\n"));
+  collector.answerTo("/session", adAttempt());
+  EXPECT_THAT(follower.textWith("id: 4"), Not(HasSubstr("id: 1\n")));
+}
+
+TEST(EventFeedTest, SaysSoWhenTooManyWereMissed) {
+  RunningCollector collector;
+  for (int i = 0; i < 1002; ++i) {
+    collector.parts().store.add("{}",
+                                [](const ReportRow&, const nlohmann::json&) { return Answer(); });
+  }
+
+  Follower far(collector, {{"Last-Event-ID", "1"}});
+  Follower near(collector, {{"Last-Event-ID", "2"}});
+
+  EXPECT_EQ(std::string(kGreeting) + "event: resync\ndata: {}\n\n", far.textWith("resync"));
+  EXPECT_THAT(near.textWith("id: 1002"), Not(HasSubstr("resync")));
+}
+
+TEST(EventFeedTest, EndsWithTheCollector) {
+  RunningCollector collector;
+  Follower follower(collector);
+  follower.textWith("connected");
+
+  EXPECT_GT(std::chrono::seconds(20), collector.stop());
+
+  EXPECT_TRUE(follower.isEnded());
+}
+
+TEST(EventFeedTest, TurnsTheThirtyThirdAway) {
+  RunningCollector collector;
+  std::vector<std::unique_ptr<Follower>> followers;
+  for (int i = 0; i < 32; ++i) followers.push_back(std::make_unique<Follower>(collector));
+  for (const auto& follower : followers) follower->textWith("connected");
+
+  const auto result = collector.page()->Get("/api/events");
+
+  ASSERT_TRUE(result);
+  EXPECT_EQ(503, result->status);
+  EXPECT_EQ(R"({"error":"too many follow the events"})", result->body);
+}
+
+}  // namespace
+}  // namespace zln::collector

@@ -1,0 +1,147 @@
+#include "collector/game_server.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <set>
+#include <stdexcept>
+#include <string>
+
+#include "tests/collector/running_collector.h"
+
+namespace zln::collector {
+namespace {
+
+using nlohmann::json;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::SizeIs;
+using Outcome = Answer::Outcome;
+
+constexpr char kSuccess[] = R"({"success":true})";
+
+TEST(GameServerTest, TakesAReportAndKeepsIt) {
+  RunningCollector collector;
+
+  EXPECT_EQ(kSuccess, collector.answerTo("/session", adAttempt()));
+
+  ASSERT_THAT(collector.rows(), SizeIs(1));
+  EXPECT_EQ(adAttempt(), collector.rows()[0].body);
+  EXPECT_EQ(ReportKind::kAdAttempt, collector.rows()[0].kind);
+  EXPECT_EQ(Verdict::kValid, collector.rows()[0].verdict);
+  EXPECT_EQ(Outcome::kAccepted, collector.rows()[0].answer.outcome);
+}
+
+TEST(GameServerTest, TakesInvalidReportsLikeOthers) {
+  RunningCollector collector;
+
+  EXPECT_EQ(kSuccess, collector.answerTo("/session", "no JSON"));
+  EXPECT_EQ(kSuccess, collector.answerTo("/session", adAttempt({{"fill", "yes"}})));
+
+  ASSERT_THAT(collector.rows(), SizeIs(2));
+  EXPECT_EQ(Verdict::kInvalid, collector.rows()[0].verdict);
+  EXPECT_EQ(Verdict::kInvalid, collector.rows()[1].verdict);
+}
+
+TEST(GameServerTest, RefusesInvalidReportsForGoodWhenToldTo) {
+  RunningCollector collector({.rejectInvalid = true});
+
+  EXPECT_THAT(collector.answerTo("/session", "no JSON"), HasSubstr(R"("errorIsPermanent":true)"));
+  EXPECT_EQ(kSuccess, collector.answerTo("/session", adAttempt()));
+
+  ASSERT_THAT(collector.rows(), SizeIs(2));
+  EXPECT_EQ(Outcome::kDropped, collector.rows()[0].answer.outcome);
+}
+
+TEST(GameServerTest, AnswersUnderItsNames) {
+  RunningCollector collector;
+
+  EXPECT_TRUE(collector.game("localhost")->Post("/session", "{}", "application/json"));
+  EXPECT_TRUE(collector.game("127.0.0.1")->Post("/session", "{}", "application/json"));
+}
+
+TEST(GameServerTest, IsNotTrustedWithAnotherAuthority) {
+  RunningCollector collector;
+  const RunningCollector other;
+  const auto client = collector.game();
+  client->set_ca_cert_path(other.certificates().authority.c_str());
+
+  EXPECT_FALSE(client->Post("/session", "{}", "application/json"));
+}
+
+TEST(GameServerTest, AnswersARequestForSettingsWithThoseOfTheMoment) {
+  RunningCollector collector;
+
+  EXPECT_EQ("{}", collector.answerTo("/config", "{}"));
+  collector.parts().settings.set({{"key", -1}});
+  EXPECT_EQ(R"({"key":-1})", collector.answerTo("/config", "no JSON"));
+}
+
+TEST(GameServerTest, TakesABodyOfAMebibyteAndNoLargerOne) {
+  RunningCollector collector;
+  const std::string fitting = R"({"key":")" + std::string(1048576 - 10, 'a') + R"("})";
+
+  EXPECT_EQ(200, collector.statusOf({}, fitting));
+  EXPECT_EQ(413, collector.statusOf({}, fitting + " "));
+}
+
+TEST(GameServerTest, RefusesBodiesThatDoNotSayTheirSize) {
+  RunningCollector collector;
+
+  EXPECT_EQ(415, collector.statusOf({{"Content-Encoding", "gzip"}}, "{}"));
+  EXPECT_EQ(411, collector.statusOf({{"Transfer-Encoding", "chunked"}}, "2\r\n{}\r\n0\r\n\r\n"));
+  EXPECT_THAT(collector.rows(), IsEmpty());
+}
+
+TEST(GameServerTest, KnowsNoOtherPath) {
+  RunningCollector collector;
+
+  const auto result = collector.game()->Post("/other", "{}", "application/json");
+
+  ASSERT_TRUE(result);
+  EXPECT_EQ(404, result->status);
+}
+
+TEST(GameServerTest, AnswersSeveralRequestsOnOneConnection) {
+  RunningCollector collector;
+  const auto client = collector.game();
+  client->set_keep_alive(true);
+
+  for (int i = 0; i < 4; ++i) {
+    EXPECT_TRUE(client->Post("/session", adAttempt(), "application/json")) << "request " << i;
+  }
+}
+
+TEST(GameServerTest, HasAPortForEachTypeWhenToldTo) {
+  RunningCollector collector({.separatePorts = true});
+  std::set<int> ports;
+
+  for (const std::string type : {"session-first", "session-start", "session-stop", "ad-attempt",
+                                 "ad-zone-attempt", "config"}) {
+    ports.insert(collector.gamePort(type));
+    EXPECT_TRUE(collector.game("localhost", type)->Post("/session", "{}", "application/json"));
+  }
+
+  EXPECT_THAT(ports, SizeIs(6));
+}
+
+TEST(GameServerTest, DoesNotShareItsPort) {
+  RunningCollector collector;
+  const int port = collector.gamePort();
+
+  try {
+    const ListeningPort second("127.0.0.1", port);
+    FAIL() << "a second server has the port";
+  } catch (const std::runtime_error& failure) {
+    EXPECT_EQ(
+        "cannot listen on port " + std::to_string(port) + " of 127.0.0.1: Address already in use",
+        std::string(failure.what()));
+  }
+}
+
+TEST(GameServerTest, ListensOnNumericAddressesOnly) {
+  EXPECT_THROW(ListeningPort("localhost", 0), std::runtime_error);
+}
+
+}  // namespace
+}  // namespace zln::collector

@@ -1,0 +1,790 @@
+#include "collector/report_store.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <memory>
+#include <set>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "collector/database.h"
+#include "tests/collector/report_samples.h"
+#include "tests/support/file_size_limited.h"
+#include "tests/support/temporary_folder.h"
+
+namespace zln::collector {
+namespace {
+
+using nlohmann::json;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::SizeIs;
+
+Answer accepted(const ReportRow&, const json&) { return {}; }
+
+class ReportStoreTest : public testing::Test {
+ protected:
+  std::string file() const { return folder_.path() + "/reports.db"; }
+
+  std::unique_ptr<ReportStore> open(std::int64_t keep = 100000) const {
+    return std::make_unique<ReportStore>(file(), keep, ReportSchemas(schemaTexts()));
+  }
+
+  void reopen(std::int64_t keep = 100000) {
+    store_.reset();
+    store_ = open(keep);
+  }
+
+  ReportRow add(const json& report) { return addBody(report.dump()); }
+  ReportRow addBody(const std::string& body) { return store_->add(body, accepted).row; }
+
+  std::vector<std::int64_t> idsOf(const ReportQuery& query) {
+    std::vector<std::int64_t> ids;
+    for (const ReportRow& row : store_->list(query).reports) ids.push_back(row.id);
+    return ids;
+  }
+
+  std::vector<std::int64_t> idsWith(const std::string& name, const json& value) {
+    ReportQuery query;
+    query.match[name] = value;
+    return idsOf(query);
+  }
+
+  const TemporaryFolder folder_;
+  std::unique_ptr<ReportStore> store_ = open();
+};
+
+TEST_F(ReportStoreTest, TakesAReportIn) {
+  const Added added = store_->add(sessionFirst(1, 2).dump(), accepted);
+
+  EXPECT_EQ(1, added.row.id);
+  EXPECT_EQ(ReportKind::kSessionFirst, added.row.kind);
+  EXPECT_EQ(uuid(1), added.row.user);
+  EXPECT_EQ(uuid(2), added.row.session);
+  EXPECT_EQ(std::nullopt, added.row.event);
+  EXPECT_EQ(Verdict::kValid, added.row.verdict);
+  EXPECT_EQ(sessionFirst(1, 2), added.report);
+  EXPECT_THAT(added.amended, IsEmpty());
+}
+
+TEST_F(ReportStoreTest, GivesAReportBackAsItWasTaken) {
+  store_->add(adAttempt(1, 1).dump(), accepted);
+  const ReportRow row = store_
+                            ->add(adAttempt(1, 1).dump(),
+                                  [](const ReportRow&, const json&) {
+                                    return Answer{Answer::Outcome::kRetry, 503, 7};
+                                  })
+                            .row;
+
+  const auto found = store_->find(2);
+
+  ASSERT_TRUE(found);
+  EXPECT_EQ(toJson(row), toJson(*found));
+  EXPECT_EQ(adAttempt(1, 1).dump(), found->body);
+  EXPECT_EQ(Verdict::kDuplicate, found->verdict);
+  EXPECT_EQ(7, found->answer.fault);
+}
+
+TEST_F(ReportStoreTest, NotesWhenAReportArrived) {
+  const auto now = [] {
+    return std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch())
+        .count();
+  };
+  const double before = now();
+
+  const double arrived = addBody("{}").arrived;
+
+  EXPECT_LE(before, arrived);
+  EXPECT_GE(now(), arrived);
+}
+
+TEST_F(ReportStoreTest, LetsTheAnswerFollowTheVerdict) {
+  json report = adAttempt(1, 1);
+  report["fill"] = "yes";
+
+  const auto row = store_
+                       ->add(report.dump(),
+                             [&](const ReportRow& judged, const json& parsed) {
+                               EXPECT_EQ(1, judged.id);
+                               EXPECT_EQ(Verdict::kInvalid, judged.verdict);
+                               EXPECT_EQ(report, parsed);
+                               return Answer{Answer::Outcome::kDropped, 200, {}};
+                             })
+                       .row;
+
+  EXPECT_EQ(Answer::Outcome::kDropped, row.answer.outcome);
+  EXPECT_EQ(Answer::Outcome::kDropped, store_->find(1)->answer.outcome);
+}
+
+TEST_F(ReportStoreTest, TakesNothingInWhenThereIsNoAnswer) {
+  EXPECT_THROW(store_->add(adAttempt(1, 1).dump(),
+                           [](const ReportRow&, const json&) -> Answer {
+                             throw std::runtime_error("no answer");
+                           }),
+               std::runtime_error);
+
+  EXPECT_EQ(0, store_->list({}).total);
+  const ReportRow next = add(adAttempt(1, 1));
+  EXPECT_EQ(1, next.id);
+  EXPECT_EQ(Verdict::kValid, next.verdict);
+}
+
+TEST_F(ReportStoreTest, SaysThatABodyIsNoReport) {
+  const Added added = store_->add("no JSON", accepted);
+
+  EXPECT_EQ(ReportKind::kUnknown, added.row.kind);
+  EXPECT_EQ(Verdict::kInvalid, added.row.verdict);
+  EXPECT_EQ(json(), added.report);
+  ASSERT_THAT(added.row.findings, SizeIs(1));
+  EXPECT_EQ("unreadable", added.row.findings[0].code);
+}
+
+TEST_F(ReportStoreTest, ChecksTheSchema) {
+  json report = adAttempt(1, 1);
+  report.erase("network");
+
+  const ReportRow row = add(report);
+
+  ASSERT_THAT(row.findings, SizeIs(1));
+  EXPECT_EQ("schema", row.findings[0].code);
+  EXPECT_EQ("\"network\" is missing", row.findings[0].text);
+}
+
+TEST_F(ReportStoreTest, FindsNoOtherReport) {
+  addBody("{}");
+
+  EXPECT_FALSE(store_->find(0));
+  EXPECT_FALSE(store_->find(2));
+}
+
+TEST_F(ReportStoreTest, KeepsWhatItHasOverARestart) {
+  const ReportRow row = add(adAttempt(1, 1));
+
+  reopen();
+
+  EXPECT_EQ(toJson(row), toJson(*store_->find(1)));
+  EXPECT_EQ(2, add(adAttempt(1, 2)).id);
+}
+
+TEST_F(ReportStoreTest, JudgesInTheLightOfWhatCameBeforeARestart) {
+  add(sessionFirst(1, 1));
+  add(adAttempt(1, 1));
+
+  reopen();
+
+  EXPECT_EQ(Verdict::kDuplicate, add(sessionFirst(1, 1)).verdict);
+  EXPECT_EQ(Verdict::kDuplicate, add(adAttempt(1, 1)).verdict);
+  EXPECT_TRUE(hasFinding(add(sessionFirst(1, 2)).findings, "second-first-session"));
+  EXPECT_EQ(Verdict::kValid, add(sessionStop(1, 1)).verdict);
+}
+
+TEST_F(ReportStoreTest, AmendsAStopWhoseStartComesLater) {
+  EXPECT_EQ(Verdict::kSuspect, add(sessionStop(1, 1)).verdict);
+
+  const Added start = store_->add(sessionStart(1, 1).dump(), accepted);
+
+  ASSERT_THAT(start.amended, SizeIs(1));
+  EXPECT_EQ(1, start.amended[0].id);
+  EXPECT_EQ(Verdict::kValid, start.amended[0].verdict);
+  EXPECT_THAT(start.amended[0].findings, IsEmpty());
+  EXPECT_EQ(toJson(start.amended[0]), toJson(*store_->find(1)));
+}
+
+TEST_F(ReportStoreTest, AmendsAStopFromBeforeARestart) {
+  json report = sessionStop(1, 1);
+  report["startTime"] = 1795238144;
+  add(report);
+
+  reopen();
+  const Added start = store_->add(sessionFirst(1, 1).dump(), accepted);
+  reopen();
+
+  ASSERT_THAT(start.amended, SizeIs(1));
+  const auto stop = store_->find(1);
+  EXPECT_EQ(Verdict::kValid, stop->verdict);
+  ASSERT_THAT(stop->findings, SizeIs(1));
+  EXPECT_EQ("rounded-date", stop->findings[0].code);
+}
+
+TEST_F(ReportStoreTest, AmendsEveryCopyOfAStop) {
+  add(sessionStop(1, 1));
+  add(sessionStop(1, 1));
+
+  const Added start = store_->add(sessionStart(1, 1).dump(), accepted);
+
+  ASSERT_THAT(start.amended, SizeIs(2));
+  EXPECT_EQ(Verdict::kValid, start.amended[0].verdict);
+  EXPECT_EQ(Verdict::kDuplicate, start.amended[1].verdict);
+}
+
+TEST_F(ReportStoreTest, ChangesAnAnswerAfterwards) {
+  add(adAttempt(1, 1));
+
+  store_->setAnswer(1, {Answer::Outcome::kCut, 0, 3});
+
+  EXPECT_EQ(json({{"outcome", "cut"}, {"status", 0}, {"fault", 3}}),
+            toJson(*store_->find(1))["answer"]);
+}
+
+TEST_F(ReportStoreTest, ListsReportsInTheOrderOfTheirArrival) {
+  for (int i = 1; i <= 5; ++i) add(adAttempt(1, i));
+  ReportQuery newestFirst;
+  newestFirst.newestFirst = true;
+
+  EXPECT_THAT(idsOf({}), ElementsAre(1, 2, 3, 4, 5));
+  EXPECT_THAT(idsOf(newestFirst), ElementsAre(5, 4, 3, 2, 1));
+}
+
+TEST_F(ReportStoreTest, ListsAPageAtATime) {
+  for (int i = 1; i <= 5; ++i) add(adAttempt(1, i));
+  ReportQuery query;
+  query.limit = 2;
+  query.after = 2;
+
+  const ReportList page = store_->list(query);
+  query.after = 3;
+  const ReportList last = store_->list(query);
+
+  ASSERT_THAT(page.reports, SizeIs(2));
+  EXPECT_EQ(3, page.reports[0].id);
+  EXPECT_EQ(3, page.total);
+  EXPECT_TRUE(page.more);
+  EXPECT_THAT(last.reports, SizeIs(2));
+  EXPECT_EQ(2, last.total);
+  EXPECT_FALSE(last.more);
+}
+
+TEST_F(ReportStoreTest, ListsWhatIsAskedFor) {
+  add(sessionFirst(1, 11));
+  add(adAttempt(1, 21));
+  add(adAttempt(2, 22));
+  add(adAttempt(2, 22));
+  add(sessionStop(2, 12));
+  ReportQuery kind, verdict, user, session, before, several;
+  kind.kind = ReportKind::kAdAttempt;
+  verdict.verdict = Verdict::kSuspect;
+  user.user = uuid(2);
+  session.session = uuid(11);
+  before.before = 3;
+  several.user = uuid(2);
+  several.kind = ReportKind::kAdAttempt;
+  several.verdict = Verdict::kValid;
+
+  EXPECT_THAT(idsOf(kind), ElementsAre(2, 3, 4));
+  EXPECT_THAT(idsOf(verdict), ElementsAre(5));
+  EXPECT_THAT(idsOf(user), ElementsAre(3, 4, 5));
+  EXPECT_THAT(idsOf(session), ElementsAre(1));
+  EXPECT_THAT(idsOf(before), ElementsAre(1, 2));
+  EXPECT_THAT(idsOf(several), ElementsAre(3));
+}
+
+TEST_F(ReportStoreTest, ListsReportsWithATextInTheirBody) {
+  add(adAttempt(1, 1));
+  addBody(std::string("\xFF\0Sun'rise%", 11));
+  ReportQuery query;
+
+  query.text = "Sunrise";
+  EXPECT_THAT(idsOf(query), ElementsAre(1));
+  query.text = "sunrise";
+  EXPECT_THAT(idsOf(query), IsEmpty());
+  query.text = std::string("\0Sun'", 5);
+  EXPECT_THAT(idsOf(query), ElementsAre(2));
+  query.text = "Sun%";
+  EXPECT_THAT(idsOf(query), IsEmpty());
+  query.text = "";
+  EXPECT_THAT(idsOf(query), ElementsAre(1, 2));
+}
+
+TEST_F(ReportStoreTest, ListsReportsByTheValuesOfTheirMembers) {
+  addBody(R"({"a": 1, "b": "x"})");
+  addBody(R"({"a": 1.0, "b": {"c": [1]}})");
+  addBody(R"({"a": "1", "b": null})");
+  addBody(R"({"\u0061": true, "b": "\u0078"})");
+  addBody(R"(a: 1)");
+
+  EXPECT_THAT(idsWith("a", 1), ElementsAre(1, 2));
+  EXPECT_THAT(idsWith("a", "1"), ElementsAre(3));
+  EXPECT_THAT(idsWith("a", true), ElementsAre(4));
+  EXPECT_THAT(idsWith("b", "x"), ElementsAre(1, 4));
+  EXPECT_THAT(idsWith("b", json::parse(R"({"c":[1]})")), ElementsAre(2));
+  EXPECT_THAT(idsWith("b", nullptr), ElementsAre(3));
+  EXPECT_THAT(idsWith("c", nullptr), IsEmpty());
+}
+
+TEST_F(ReportStoreTest, ListsReportsWithSeveralMembers) {
+  for (int i = 1; i <= 3; ++i) add(adAttempt(1, i));
+  json other = adAttempt(1, 4);
+  other["network"] = "Flicker \"A\"";
+  add(other);
+  ReportQuery query;
+  query.match = {{"network", "Sunrise"}, {"fill", true}};
+  query.limit = 2;
+
+  const ReportList list = store_->list(query);
+
+  EXPECT_THAT(list.reports, SizeIs(2));
+  EXPECT_EQ(3, list.total);
+  EXPECT_TRUE(list.more);
+  EXPECT_THAT(idsWith("network", "Flicker \"A\""), ElementsAre(4));
+}
+
+TEST_F(ReportStoreTest, TakesNoTextForSql) {
+  const std::string text = "'; DROP TABLE reports; --";
+  json report = adAttempt(1, 1);
+  report["userId"] = text;
+  report["network"] = text;
+  add(report);
+  ReportQuery query;
+  query.user = text;
+  query.text = text;
+  query.match["network"] = text;
+
+  EXPECT_THAT(idsOf(query), ElementsAre(1));
+  EXPECT_EQ(1, store_->summary()["installations"]);
+  EXPECT_EQ(text, store_->timeline(text, 10)["installations"][0]["user"]);
+  query.session = "' OR 1=1 --";
+  EXPECT_THAT(idsOf(query), IsEmpty());
+}
+
+TEST_F(ReportStoreTest, KeepsTheNewest) {
+  reopen(3);
+  for (int i = 1; i <= 5; ++i) add(adAttempt(1, i));
+
+  EXPECT_THAT(idsOf({}), ElementsAre(3, 4, 5));
+  EXPECT_EQ(3, store_->summary()["reports"]);
+  reopen(2);
+  EXPECT_THAT(idsOf({}), ElementsAre(4, 5));
+}
+
+TEST_F(ReportStoreTest, ForgetsWhatItDoesNotKeep) {
+  reopen(3);
+  add(adAttempt(1, 1));
+  EXPECT_EQ(Verdict::kDuplicate, add(adAttempt(1, 1)).verdict);
+  for (int i = 2; i <= 4; ++i) add(adAttempt(1, i));
+
+  EXPECT_EQ(Verdict::kValid, add(adAttempt(1, 1)).verdict);
+  EXPECT_EQ(Verdict::kDuplicate, add(adAttempt(1, 4)).verdict);
+}
+
+TEST_F(ReportStoreTest, ForgetsAllWhenCleared) {
+  add(sessionFirst(1, 1));
+  add(adAttempt(1, 1));
+
+  store_->clear();
+
+  EXPECT_EQ(0, store_->list({}).total);
+  EXPECT_EQ(Verdict::kValid, add(adAttempt(1, 1)).verdict);
+  EXPECT_EQ(Verdict::kValid, add(sessionFirst(1, 2)).verdict);
+}
+
+TEST_F(ReportStoreTest, NeverGivesAnIdentifierTwice) {
+  addBody("{}");
+  addBody("{}");
+  store_->clear();
+  EXPECT_EQ(3, addBody("{}").id);
+  store_->clear();
+
+  reopen();
+
+  EXPECT_EQ(4, addBody("{}").id);
+}
+
+TEST_F(ReportStoreTest, CountsReports) {
+  add(sessionFirst(1, 1));
+  add(adAttempt(1, 1));
+  add(adAttempt(1, 1));
+  json empty = adZoneAttempt(2, 2);
+  empty["fill"] = false;
+  add(empty);
+  json other = adAttempt(2, 3);
+  other["network"] = "Flicker";
+  add(other);
+  json invalid = adAttempt(2, 3);
+  invalid["platform"] = "Android";
+  add(invalid);
+  addBody("no JSON");
+  store_->setAnswer(7, {Answer::Outcome::kDropped, 200, {}});
+
+  const json summary = store_->summary();
+
+  EXPECT_EQ(7, summary["reports"]);
+  EXPECT_EQ(2, summary["installations"]);
+  EXPECT_EQ(1, summary["sessions"]);
+  EXPECT_EQ(2, summary["duplicates"]);
+  EXPECT_EQ(json::parse(R"({"session-first":1,"session-start":0,"session-stop":0,"ad-attempt":4,
+                            "ad-zone-attempt":1,"unknown":1})"),
+            summary["byKind"]);
+  EXPECT_EQ(json::parse(R"({"valid":4,"duplicate":1,"suspect":0,"invalid":2})"),
+            summary["byVerdict"]);
+  EXPECT_EQ(json::parse(R"({"accepted":6,"retry":0,"dropped":1,"other":0,"cut":0})"),
+            summary["byOutcome"]);
+  EXPECT_EQ(json::parse(R"({"valid":2,"duplicate":1,"suspect":0,"invalid":1})"),
+            summary["verdicts"]["ad-attempt"]);
+  EXPECT_EQ(json::parse(R"([{"network":"Flicker","adType":"banner","attempts":1,"filled":1},
+                            {"network":"Sunrise","adType":"banner","attempts":2,"filled":1}])"),
+            summary["fill"]);
+}
+
+TEST_F(ReportStoreTest, TellsTheStoryOfAnInstallation) {
+  add(sessionFirst(1, 1));
+  add(adZoneAttempt(1, 1));
+  add(adZoneAttempt(1, 1));
+  add(sessionStop(1, 1));
+  add(sessionStart(1, 2));
+  add(adAttempt(1, 2));
+  const json first = sessionFirst(1, 1), stop = sessionStop(1, 1), second = sessionStart(1, 2);
+
+  const json timeline = store_->timeline({}, 10);
+
+  EXPECT_FALSE(timeline["truncated"]);
+  ASSERT_THAT(timeline["installations"], SizeIs(1));
+  const json& shown = timeline["installations"][0];
+  EXPECT_EQ(uuid(1), shown["user"]);
+  EXPECT_EQ("com.example.starhopper", shown["bundleId"]);
+  EXPECT_EQ("1.4.2", shown["appVersion"]);
+  EXPECT_EQ(store_->find(1)->arrived, shown["firstSeen"]);
+  EXPECT_EQ(json({{{"session", uuid(1)},
+                   {"first", true},
+                   {"start", first["startTime"]},
+                   {"stop", stop["stopTime"]},
+                   {"played", 5.25},
+                   {"stopArrived", store_->find(4)->arrived}},
+                  {{"session", uuid(2)},
+                   {"first", false},
+                   {"start", second["startTime"]},
+                   {"stop", nullptr},
+                   {"played", nullptr},
+                   {"stopArrived", nullptr}}}),
+            shown["sessions"]);
+  EXPECT_EQ(json({{{"id", 2},
+                   {"arrived", store_->find(2)->arrived},
+                   {"network", "Sunrise"},
+                   {"adType", "banner"},
+                   {"zoneId", "main menu"},
+                   {"fill", true}},
+                  {{"id", 6},
+                   {"arrived", store_->find(6)->arrived},
+                   {"network", "Sunrise"},
+                   {"adType", "banner"},
+                   {"zoneId", nullptr},
+                   {"fill", true}}}),
+            shown["ads"]);
+}
+
+TEST_F(ReportStoreTest, TellsOfASessionWhatItsStopKnows) {
+  add(sessionStop(1, 1));
+
+  const json session = store_->timeline({}, 10)["installations"][0]["sessions"][0];
+
+  EXPECT_EQ(sessionStop(1, 1)["startTime"], session["start"]);
+  EXPECT_EQ(sessionStop(1, 1)["stopTime"], session["stop"]);
+}
+
+TEST_F(ReportStoreTest, ShowsTheLatestInstallationsFirst) {
+  for (const int user : {1, 2, 3, 1}) add(adAttempt(user, static_cast<int>(user) * 10));
+
+  const json timeline = store_->timeline({}, 2);
+  const json one = store_->timeline(uuid(2), 2);
+
+  ASSERT_THAT(timeline["installations"], SizeIs(2));
+  EXPECT_EQ(uuid(1), timeline["installations"][0]["user"]);
+  EXPECT_EQ(uuid(3), timeline["installations"][1]["user"]);
+  EXPECT_TRUE(timeline["truncated"]);
+  ASSERT_THAT(one["installations"], SizeIs(1));
+  EXPECT_EQ(uuid(2), one["installations"][0]["user"]);
+  EXPECT_FALSE(one["truncated"]);
+}
+
+TEST_F(ReportStoreTest, LeavesWhatIsIncompleteOutOfTheStory) {
+  json ad = adAttempt(1, 1), session = sessionStart(1, 1);
+  ad.erase("network");
+  session["startTime"] = "today";
+  add(ad);
+  add(session);
+
+  const json shown = store_->timeline({}, 10)["installations"][0];
+
+  EXPECT_EQ(json::array(), shown["sessions"]);
+  EXPECT_EQ(json::array(), shown["ads"]);
+}
+
+TEST_F(ReportStoreTest, ShowsOnlyTheNewestReportsOfABusyInstallation) {
+  for (int i = 1; i <= 2001; ++i) add(adAttempt(1, i));
+
+  const json timeline = store_->timeline({}, 10);
+
+  const json& ads = timeline["installations"][0]["ads"];
+  EXPECT_TRUE(timeline["truncated"]);
+  ASSERT_THAT(ads, SizeIs(2000));
+  EXPECT_EQ(2, ads[0]["id"]);
+  EXPECT_EQ(2001, ads[1999]["id"]);
+}
+
+TEST_F(ReportStoreTest, TakesAnyBody) {
+  const std::string deep = std::string(200000, '[') + std::string(200000, ']');
+  const std::vector<std::string> bodies = {
+      "",
+      std::string("\0", 1),
+      std::string("{\"a\":\"\0\"}", 9),
+      "\xFF\xFE{}",
+      "{\"a\":\"\xC3\x28\"}",
+      R"({"userId":"\u0000\u0001","type":"ReportTypeAdAttempt"})",
+      R"({"userId":"\uD800"})",
+      R"({"startTime":1e400,"type":"ReportTypeSessionStop"})",
+      R"({"startTime":-1.7976931348623157e308,"stopTime":1.7e308,"type":"ReportTypeSessionStop"})",
+      R"({"startTime":123456789012345678901234567890,"type":"ReportTypeSessionStart"})",
+      R"({"type":["ReportTypeAdAttempt"],"userId":{"a":1}})",
+      R"({"type":"ReportTypeAdAttempt","type":"ReportTypeSessionStop"})",
+      "'; DROP TABLE reports; --",
+      deep,
+      R"({"type":"ReportTypeAdAttempt","x":)" + deep + "}",
+      R"({"userId":")" + std::string(1048576 - 13, 'x') + R"("})",
+      std::string(1048576, '\x80'),
+  };
+
+  for (const std::string& body : bodies) EXPECT_EQ(Verdict::kInvalid, addBody(body).verdict);
+
+  reopen();
+  EXPECT_EQ(std::ssize(bodies), store_->list({}).total);
+  for (std::size_t i = 0; i < bodies.size(); ++i) {
+    const auto row = store_->find(static_cast<std::int64_t>(i) + 1);
+    ASSERT_TRUE(row);
+    EXPECT_TRUE(bodies[i] == row->body) << bodies[i].substr(0, 100);
+    EXPECT_NO_THROW(toJson(*row).dump()) << bodies[i].substr(0, 100);
+  }
+  EXPECT_NO_THROW(store_->summary().dump());
+  EXPECT_NO_THROW(store_->timeline({}, 100).dump());
+}
+
+TEST_F(ReportStoreTest, IsForItsOwnerOnly) {
+  addBody("{}");
+  store_->flush();
+
+  for (const char* suffix : {"", "-wal", "-shm"}) {
+    struct stat status;
+    ASSERT_EQ(0, stat((file() + suffix).c_str(), &status)) << suffix;
+    EXPECT_EQ(0600u, status.st_mode & 0777u) << suffix;
+  }
+}
+
+TEST_F(ReportStoreTest, IsUsedByOneCollectorAtATime) {
+  try {
+    open();
+    FAIL() << "a second store was opened";
+  } catch (const std::runtime_error& error) {
+    EXPECT_THAT(error.what(), HasSubstr("is in use by another collector"));
+  }
+
+  store_.reset();
+  EXPECT_NO_THROW(open());
+}
+
+// Many threads add while others look: every report has an identifier of its own and none is lost.
+TEST_F(ReportStoreTest, TakesReportsOfManyThreads) {
+  constexpr int kThreads = 8;
+  constexpr int kReports = 150;
+  std::vector<std::vector<std::int64_t>> ids(kThreads);
+  std::vector<std::thread> threads;
+  for (int t = 0; t < kThreads; ++t) {
+    threads.emplace_back([&, t] {
+      for (int i = 0; i < kReports; ++i) {
+        ids[static_cast<std::size_t>(t)].push_back(add(adAttempt(t, t * 1000 + i)).id);
+        if (i % 50 == 0) store_->summary();
+        if (i % 50 == 25) {
+          EXPECT_TRUE(store_->find(ids[static_cast<std::size_t>(t)].back()));
+        }
+      }
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+
+  std::set<std::int64_t> all;
+  for (const auto& own : ids) {
+    EXPECT_TRUE(std::is_sorted(own.begin(), own.end()));
+    all.insert(own.begin(), own.end());
+  }
+  EXPECT_THAT(all, SizeIs(kThreads * kReports));
+  EXPECT_EQ(1, *all.begin());
+  EXPECT_EQ(kThreads * kReports, *all.rbegin());
+  EXPECT_EQ(kThreads * kReports, store_->list({}).total);
+  EXPECT_EQ(kThreads * kReports, store_->summary()["byVerdict"]["valid"]);
+}
+
+TEST_F(ReportStoreTest, TriesAgainWhenTheDiskIsFull) {
+  add(adAttempt(1, 1));
+  store_->flush();
+  std::int64_t taken = 1;
+  std::string failure;
+  {
+    const FileSizeLimited limited(512 * 1024);
+    for (int i = 2; i < 20000 && failure.empty(); ++i) {
+      try {
+        taken = add(adAttempt(1, i)).id;
+        store_->flush();
+      } catch (const std::runtime_error& error) {
+        failure = error.what();
+      }
+    }
+    EXPECT_THROW(store_->list({}), std::runtime_error);
+  }
+
+  EXPECT_THAT(failure, HasSubstr("reports.db"));
+  for (int tries = 0; tries < 600; ++tries) {
+    try {
+      store_->flush();
+      break;
+    } catch (const std::runtime_error&) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    }
+  }
+  EXPECT_EQ(taken, store_->list({}).total);
+  EXPECT_EQ(taken + 1, addBody("{}").id);
+}
+
+class ReportStoreFileTest : public ReportStoreTest {
+ protected:
+  ReportStoreFileTest() { store_.reset(); }
+
+  void write(const std::string& contents) const { std::ofstream(file()) << contents; }
+
+  std::string contents() const {
+    std::ifstream stream(file());
+    return std::string(std::istreambuf_iterator<char>(stream), {});
+  }
+
+  std::string failureToOpen() const {
+    try {
+      open();
+      return "none";
+    } catch (const std::runtime_error& error) {
+      return error.what();
+    }
+  }
+};
+
+TEST_F(ReportStoreFileTest, IsBegunWhenItIsEmpty) {
+  write("");
+
+  EXPECT_EQ("none", failureToOpen());
+}
+
+TEST_F(ReportStoreFileTest, IsLeftAloneWhenItIsNoDatabase) {
+  const std::string text(5000, 'x');
+  write(text);
+
+  EXPECT_THAT(failureToOpen(), testing::AllOf(HasSubstr("reports.db"), HasSubstr("not a database"),
+                                              HasSubstr("move it away")));
+  EXPECT_EQ(text, contents());
+}
+
+TEST_F(ReportStoreFileTest, IsLeftAloneWhenItIsAnothersDatabase) {
+  std::filesystem::remove(file());
+  {
+    write("");
+    Database other(file());
+    other.run("CREATE TABLE recipes (name TEXT); INSERT INTO recipes VALUES ('bread');");
+  }
+  const std::string before = contents();
+
+  EXPECT_THAT(failureToOpen(), HasSubstr("is the database of another program"));
+  EXPECT_EQ(before, contents());
+}
+
+TEST_F(ReportStoreFileTest, IsLeftAloneWhenItIsOfALaterVersion) {
+  open()->add("{}", accepted);
+  Database(file()).run("PRAGMA user_version = 2");
+
+  EXPECT_THAT(failureToOpen(), HasSubstr("newer zln-collector"));
+}
+
+TEST_F(ReportStoreFileTest, IsLeftAloneWhenItIsDamaged) {
+  {
+    const auto store = open();
+    for (int i = 0; i < 500; ++i) store->add(adAttempt(1, i).dump(), accepted);
+  }
+  std::string damaged = contents();
+  for (std::size_t i = 4096; i < damaged.size(); ++i) damaged[i] = static_cast<char>(i * 31);
+  write(damaged);
+
+  EXPECT_THAT(failureToOpen(), testing::AllOf(HasSubstr("reports.db"), HasSubstr("malformed"),
+                                              HasSubstr("move it away")));
+  EXPECT_EQ(damaged, contents());
+}
+
+TEST_F(ReportStoreFileTest, IsNamedWhenItCannotBeMade) {
+  std::filesystem::create_directory(folder_.path() + "/folder");
+
+  EXPECT_THROW(
+      ReportStore(folder_.path() + "/missing/reports.db", 10, ReportSchemas(schemaTexts())),
+      std::runtime_error);
+  EXPECT_THROW(ReportStore(folder_.path() + "/folder", 10, ReportSchemas(schemaTexts())),
+               std::runtime_error);
+}
+
+// Adds reports until it is killed, and tells after every 20 that they are in the file.
+[[noreturn]] void addForever(const std::string& file, int told) {
+  ReportStore store(file, 100000, ReportSchemas(schemaTexts()));
+  for (int i = 0;; ++i) {
+    const std::int64_t id = store.add(adAttempt(1, i).dump(), accepted).row.id;
+    if (i % 20 != 19) continue;
+    store.flush();
+    if (::write(told, &id, sizeof id) != sizeof id) _exit(EXIT_FAILURE);
+  }
+}
+
+// The last identifier that a child tells of before it is killed, which happens after `count`.
+std::int64_t lastToldBeforeKill(const std::string& file, int count) {
+  int pipe[2];
+  EXPECT_EQ(0, ::pipe(pipe));
+  const pid_t child = fork();
+  if (child == 0) addForever(file, pipe[1]);
+  close(pipe[1]);
+  std::int64_t last = 0;
+  for (int i = 0; i < count; ++i)
+    EXPECT_EQ(ssize_t{sizeof last}, read(pipe[0], &last, sizeof last));
+  kill(child, SIGKILL);
+  for (std::int64_t told; read(pipe[0], &told, sizeof told) == ssize_t{sizeof told};) last = told;
+  close(pipe[0]);
+  waitpid(child, nullptr, 0);
+  return last;
+}
+
+TEST_F(ReportStoreFileTest, SurvivesKills) {
+  std::int64_t highest = 0;
+  for (const int count : {1, 2, 5, 11, 23}) {
+    const std::int64_t told = lastToldBeforeKill(file(), count);
+    const auto store = open();
+    ReportQuery newest;
+    newest.newestFirst = true;
+    newest.limit = 1;
+
+    const ReportList list = store->list(newest);
+
+    ASSERT_THAT(list.reports, SizeIs(1));
+    EXPECT_LE(told, list.reports[0].id);
+    EXPECT_EQ(list.reports[0].id, list.total) << "some are missing";
+    EXPECT_LT(highest, list.total);
+    highest = store->add("{}", accepted).row.id;
+    EXPECT_EQ(list.total + 1, highest);
+  }
+  Database database(file());
+  Statement check = database.prepare("PRAGMA integrity_check");
+  ASSERT_TRUE(check.step());
+  EXPECT_EQ("ok", check.text(0));
+}
+
+}  // namespace
+}  // namespace zln::collector
