@@ -4,26 +4,22 @@
 
 #include <cstdlib>
 #include <fstream>
-#include <functional>
-#include <map>
-#include <memory>
-#include <nlohmann/json.hpp>
-#include <optional>
 #include <string>
 #include <vector>
 
-#include "tests/support/child_process.h"
+#include "tests/host/launched_game.h"
 #include "tests/support/connect_proxy.h"
 #include "tests/support/https_server.h"
-#include "tests/support/temporary_folder.h"
 
 namespace zln {
 
-// A game on the finished library, played in a home folder of its own against an HTTPS server of the
-// test. The library's hosts are those of an unset build; a proxy leads them all to the server.
-class PlayedGameTest : public testing::Test {
+// A game that is played against an HTTPS server of the test.
+class PlayedGameTest : public LaunchedGameTest {
  protected:
-  using Json = nlohmann::json;
+  PlayedGameTest() {
+    environment["SSL_CERT_FILE"] = server.caFile();
+    environment["https_proxy"] = proxy.url();
+  }
 
   // Whatever a test plays, every request of the library must keep to its schema.
   void TearDown() override {
@@ -39,22 +35,6 @@ class PlayedGameTest : public testing::Test {
         std::string(ZLN_SCHEMA_CHECK) + " " + ZLN_SCHEMA_FOLDER + " " + file + " >&2";
     EXPECT_EQ(0, std::system(check.c_str()));
   }
-
-  // Starts the game; what a test adds to `environment` before counts.
-  void launch() {
-    game = std::make_unique<ChildProcess>(ZLN_GAME_PROGRAM, environment, home.path() + "/errors");
-  }
-  // The usual first steps of a game.
-  void launchAndStart() {
-    launch();
-    tell("app com.example.game 1.2.3");
-    tell("initialize engine-5");
-    tell("start");
-    tell("active");
-  }
-  std::string tell(const std::string& command) { return game->tell(command); }
-
-  std::string folder() const { return home.path() + "/data/com.example.game/com.zelnor.sdk"; }
 
   // The host that a report's kind goes to.
   static std::string hostOf(const ReceivedRequest& request) { return request.header("Host"); }
@@ -78,28 +58,9 @@ class PlayedGameTest : public testing::Test {
     }
     return bodies;
   }
-  // Those with that value under that key.
-  static std::vector<Json> having(const std::vector<Json>& bodies, const std::string& key,
-                                  const Json& value) {
-    std::vector<Json> found;
-    for (const Json& body : bodies) {
-      if (body.contains(key) && body[key] == value) found.push_back(body);
-    }
-    return found;
-  }
 
-  TemporaryFolder home;
   HttpsServer server;
   ConnectProxy proxy{portOf(server)};
-  std::map<std::string, std::string> environment = {
-      {"HOME", home.path()},
-      {"XDG_DATA_HOME", home.path() + "/data"},
-      {"XDG_CONFIG_HOME", home.path() + "/config"},
-      {"SSL_CERT_FILE", server.caFile()},
-      {"https_proxy", proxy.url()},
-      {"LANG", "de_DE.UTF-8"},
-  };
-  std::unique_ptr<ChildProcess> game;
 
  private:
   template <typename Choice>

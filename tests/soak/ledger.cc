@@ -132,6 +132,7 @@ void Ledger::enterArrivals(const LifeRecord& life) {
       find("a report from nowhere came: " + arrival.body.dump());
       continue;
     }
+    checkJudgement(arrival);
     users_.insert(textIn(arrival.body, "userId"));
     if (isAd(arrival.identity)) {
       found->second.eventIdentifiers.insert(textIn(arrival.body, "adEventId"));
@@ -141,6 +142,20 @@ void Ledger::enterArrivals(const LifeRecord& life) {
     } else if (textIn(arrival.body, "type") == "ReportTypeSessionFirst") {
       firstSessions_.insert(arrival.identity);
     }
+  }
+}
+
+// How many first sessions there may be is for the end of the books.
+void Ledger::checkJudgement(const Arrival& arrival) {
+  const std::string what = textIn(arrival.body, "type") + " " +
+                           textIn(arrival.body, isAd(arrival.identity) ? "adEventId" : "sessionId");
+  const bool cameBefore = !arrived_.insert(what).second;
+  const bool isInvalid = std::any_of(arrival.errors.begin(), arrival.errors.end(),
+                                     [](const auto& e) { return e != "second-first-session"; });
+  if (isInvalid) find("the collector calls it invalid: " + arrival.body.dump());
+  if (arrival.errors.empty() && arrival.isDuplicate != cameBefore) {
+    find(std::string("the collector calls it ") + (cameBefore ? "new" : "a duplicate") + ": " +
+         arrival.body.dump());
   }
 }
 

@@ -89,6 +89,8 @@ class Ledger {
 
   std::map<std::string, Course> coursesOf(const LifeRecord& life) const;
   void enterArrivals(const LifeRecord& life);
+  // Holds what the server says of it against what came before.
+  void checkJudgement(const Arrival& arrival);
   void checkAd(const std::string& identity, const Arrival& arrival);
   void checkStop(const Arrival& arrival, const Account& account);
   void enterCourse(const LifeRecord& life, const std::string& identity, const Course& course);
@@ -106,6 +108,7 @@ class Ledger {
 
   Tally& tally_;
   std::map<std::string, Account> accounts_;
+  std::set<std::string> arrived_;  // With what tells a repeated report.
   std::set<std::string> firstSessions_;
   std::set<std::string> users_;
   int usersForgotten_ = 0;

@@ -1,6 +1,7 @@
 #include "tests/soak/life_plan.h"
 
 #include "tests/soak/dice.h"
+#include "tests/soak/weather_faults.h"
 
 namespace zln {
 namespace {
@@ -24,11 +25,14 @@ const std::vector<std::string> kLastLines = {"",
                                              "Stopped session",
                                              "saved"};
 
-const std::vector<ConnectionFault> kFaults = {
-    ConnectionFault::kResetOnAccept,       ConnectionFault::kResetInHandshake,
-    ConnectionFault::kNoHandshake,         ConnectionFault::kPlainText,
-    ConnectionFault::kResetAfterHandshake, ConnectionFault::kResetAfterHead,
-    ConnectionFault::kSlowReader};
+// Of the server, for every connection or every request.
+const std::vector<nlohmann::json> kFaults = {{{"effect", "cut-before"}},
+                                             {{"effect", "cut-during"}},
+                                             {{"effect", "cut-during"}, {"seconds", kForever}},
+                                             {{"effect", "cut-after"}},
+                                             {{"effect", "expired-certificate"}},
+                                             {{"effect", "wrong-host-certificate"}},
+                                             {{"effect", "redirect"}, {"to", "https"}}};
 
 Weather drawBadWeather(Dice& dice) {
   Weather weather;
@@ -38,8 +42,8 @@ Weather drawBadWeather(Dice& dice) {
       weather.dead = true;
       break;
     case 1:
-      weather.name = "fault " + std::to_string(dice.from(0, 6));
-      weather.fault = kFaults[static_cast<std::size_t>(weather.name.back() - '0')];
+      weather.fault = dice.oneOf(kFaults);
+      weather.name = "fault " + weather.fault["effect"].get<std::string>();
       weather.faultEnds = milliseconds(dice.chance(60) ? dice.from(20, 400) : 0);
       break;
     case 2:

@@ -6,8 +6,6 @@
 #include <string>
 #include <vector>
 
-#include "tests/support/https_server.h"
-
 namespace zln {
 
 // How the server of a life treats reports: of a hundred, so many in each of these ways.
@@ -20,11 +18,11 @@ struct Weather {
   int cut = 0;          // Not taken, and no reply.
   int stalled = 0;      // Never answered; every second one is taken.
   std::chrono::milliseconds longestDelay{0};
-  ConnectionFault fault = ConnectionFault::kNone;
+  nlohmann::json fault = nullptr;          // Of the server, for all; null: none.
   std::chrono::milliseconds faultEnds{0};  // 0: never.
   std::chrono::milliseconds cutOff{0};     // When all connections break for good; 0: never.
   bool dead = false;                       // Nobody listens.
-  bool gated = false;                      // All replies wait until the game has made its calls.
+  bool gated = false;  // All reports wait until the game has made its calls, and are refused.
 };
 
 // How a life ends.

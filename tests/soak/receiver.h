@@ -1,17 +1,16 @@
 #pragma once
 
-#include <condition_variable>
+#include <cstdint>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <nlohmann/json.hpp>
+#include <set>
 #include <string>
 #include <vector>
 
-#include "tests/soak/dice.h"
 #include "tests/soak/life_plan.h"
+#include "tests/support/collector_process.h"
 #include "tests/support/connect_proxy.h"
-#include "tests/support/https_server.h"
 
 namespace zln {
 
@@ -25,49 +24,46 @@ struct Arrival {
   Verdict verdict = Verdict::kRefused;
   // The reply was sent whole, to whoever was still there.
   bool replied = true;
+  // What the server says of the report itself.
+  bool isDuplicate = false;
+  std::vector<std::string> errors;
 };
 
-// The server of one life: answers as the plan's weather has it and writes down what it took.
+// The server of one life: a collector that misbehaves as the plan's weather has it.
 class Receiver {
  public:
-  explicit Receiver(const LifePlan& plan);
-  ~Receiver();
-  Receiver(const Receiver&) = delete;
-  Receiver& operator=(const Receiver&) = delete;
+  // The collector is up, without faults.
+  Receiver(const LifePlan& plan, CollectorProcess& collector);
 
   // What leads a game's requests here.
   std::map<std::string, std::string> environment() const;
 
-  void endFault() { server_->setFault(ConnectionFault::kNone); }
+  void endFault() { collector_.removeFault(serverFault_); }
   // Breaks all connections; nobody is reached any more.
   void cutOff() { proxy_.reset(); }
   // Lets the replies go that wait for it.
-  void openGate();
-  // Closes all connections, after which nothing comes any more.
-  void close();
+  void openGate() { collector_.removeFault(gate_); }
+  // Closes all connections, after which nothing comes any more, and reads what has come. Leaves the
+  // collector without faults. Returns what is wrong with it.
+  std::vector<std::string> close();
 
   // Ask when it is closed.
   const std::vector<Arrival>& arrivals() const { return arrivals_; }
   bool handedOutSettings() const { return handedOutSettings_; }
 
  private:
-  ServerReply answer(const ReceivedRequest& request);
-  ServerReply answerSettings();
-  ServerReply answerReport(const ReceivedRequest& request);
-  ServerReply draw(Dice& dice, Arrival& arrival) const;
-  Dice diceFor(const std::string& identity);
-  // False when the server is closed meanwhile.
-  bool waitAWhile(Dice& dice);
+  int add(const nlohmann::json& fault);
+  Arrival arrivalOf(const nlohmann::json& report) const;
 
   const LifePlan& plan_;
-  std::mutex mutex_;
-  std::condition_variable changed_;
-  bool gateIsOpen_;
-  bool closing_ = false;
+  CollectorProcess& collector_;
+  std::int64_t before_;  // The latest report of earlier lives.
+  int serverFault_ = 0;
+  int gate_ = 0;
+  int settings_ = 0;
+  std::set<int> lostReplies_;  // The faults under which a report is taken and no reply sent.
   bool handedOutSettings_ = false;
-  std::map<std::string, int> attempts_;
   std::vector<Arrival> arrivals_;
-  std::unique_ptr<HttpsServer> server_ = std::make_unique<HttpsServer>();
   std::unique_ptr<ConnectProxy> proxy_;
 };
 

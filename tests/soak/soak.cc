@@ -1,5 +1,5 @@
-// Plays a game through many lives, with kills and bad servers, and keeps a ledger of every report:
-// which came once, which came again, which was lost and why.
+// Plays a game through many lives, with kills and a collector that misbehaves, and keeps a ledger
+// of every report: which came once, which came again, which was lost and why.
 //
 // usage: soak [--seed N] [--lives N] [--seconds N] [--floods N] [--pace N] [--keep FOLDER]
 //   --seed      decides what happens; another one each time by default
@@ -36,6 +36,7 @@
 #include "tests/soak/life_story.h"
 #include "tests/soak/receiver.h"
 #include "tests/support/child_process.h"
+#include "tests/support/collector_process.h"
 
 namespace zln {
 namespace {
@@ -62,21 +63,24 @@ struct Options {
 // Plays a life of the game from its launch to its end.
 class Life {
  public:
-  Life(const LifePlan& plan, InstallationFiles& files)
-      : plan_(plan), files_(files), diary_(files.home() + "/diary-" + plan.name) {}
+  Life(const LifePlan& plan, InstallationFiles& files, CollectorProcess& collector)
+      : plan_(plan),
+        files_(files),
+        collector_(collector),
+        diary_(files.home() + "/diary-" + plan.name) {}
 
   // What is wrong with the end of the process is added to the story's complaints.
   LifeRecord play() {
     LifeRecord life;
     life.plan = &plan_;
     life.before = files_.read();
+    Receiver receiver(plan_, collector_);
     const auto begin = Clock::now();
-    Receiver receiver(plan_);
     launch(receiver);
     follow(receiver);
     end();
     life.seconds = std::chrono::duration<double>(Clock::now() - begin).count();
-    receiver.close();
+    for (const std::string& complaint : receiver.close()) complaints_.push_back(complaint);
     life.after = files_.read();
     life.story = readLifeStory(diary_, plan_.name, life.before);
     life.arrivals = receiver.arrivals();
@@ -209,6 +213,7 @@ class Life {
 
   const LifePlan& plan_;
   InstallationFiles& files_;
+  CollectorProcess& collector_;
   std::string diary_;
   std::unique_ptr<ChildProcess> game_;
   Clock::time_point launched_;
@@ -222,8 +227,10 @@ class Life {
 // Plays lives on one player's machine until they are over and all is delivered.
 class Installation {
  public:
-  Installation(const Options& options, int number, const std::string& folder, Tally& tally)
+  Installation(const Options& options, int number, const std::string& folder,
+               CollectorProcess& collector, Tally& tally)
       : options_(options),
+        collector_(collector),
         number_(number),
         dice_(options.seed, static_cast<std::uint64_t>(number)),
         lives_(dice_.from(8, 24)),
@@ -255,7 +262,7 @@ class Installation {
 
  private:
   void playLife(const LifePlan& plan) {
-    Life life(plan, files_);
+    Life life(plan, files_, collector_);
     const std::vector<std::string> findings = ledger_.enter(life.play());
     if (findings.empty()) return;
     ++failed_;
@@ -271,6 +278,7 @@ class Installation {
   }
 
   const Options& options_;
+  CollectorProcess& collector_;
   int number_;
   Dice dice_;
   int lives_;
@@ -394,14 +402,16 @@ int soak(const Options& options) {
   std::printf("seed %llu\n", static_cast<unsigned long long>(options.seed));
   const std::string folder = folderFor(options);
   const auto deadline = Clock::now() + std::chrono::seconds(options.seconds);
+  CollectorProcess collector(folder + "/collector");
   Tally tally;
   int failed = 0;
   int begun = 0;
   const auto goesOn = [&] { return Clock::now() < deadline && begun++ < options.lives; };
   for (int number = 0; begun < options.lives && Clock::now() < deadline; ++number) {
-    failed += Installation(options, number, folder, tally).play(goesOn);
+    failed += Installation(options, number, folder, collector, tally).play(goesOn);
   }
   printTally(tally);
+  collector.end();
   std::error_code ignored;
   if (options.keep.empty() && failed == 0) std::filesystem::remove_all(folder, ignored);
   const int checks = tally.lives + tally.installations;

@@ -17,42 +17,53 @@ namespace zln {
 namespace {
 
 constexpr int kAnswerMilliseconds = 60000;
+constexpr int kAdd = O_WRONLY | O_CREAT | O_APPEND;
+
+// As the system takes lists of texts.
+std::vector<char*> pointersTo(std::vector<std::string>& texts) {
+  std::vector<char*> pointers;
+  for (std::string& text : texts) pointers.push_back(text.data());
+  pointers.push_back(nullptr);
+  return pointers;
+}
 
 }  // namespace
 
-ChildProcess::ChildProcess(const std::string& program,
-                           const std::map<std::string, std::string>& environment,
-                           std::string errorFile)
-    : errorFile_(std::move(errorFile)) {
+ChildProcess::ChildProcess(const ChildStart& start) : errorFile_(start.errorFile) {
   signal(SIGPIPE, SIG_IGN);
   int input[2];
   int output[2];
   if (pipe2(input, O_CLOEXEC) != 0 || pipe2(output, O_CLOEXEC) != 0) {
     throw std::runtime_error("No pipe");
   }
+  std::vector<std::string> words = start.arguments;
+  words.insert(words.begin(), start.program);
   std::vector<std::string> variables;
-  for (const auto& [name, value] : environment) variables.push_back(name + "=" + value);
-  std::vector<char*> pointers;
-  for (std::string& variable : variables) pointers.push_back(variable.data());
-  pointers.push_back(nullptr);
+  for (const auto& [name, value] : start.environment) variables.push_back(name + "=" + value);
 
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);
   posix_spawn_file_actions_adddup2(&actions, input[0], STDIN_FILENO);
-  posix_spawn_file_actions_adddup2(&actions, output[1], STDOUT_FILENO);
-  posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, errorFile_.c_str(),
-                                   O_WRONLY | O_CREAT | O_APPEND, 0600);
-  std::string name = program;
-  char* arguments[] = {name.data(), nullptr};
-  const int failure =
-      posix_spawn(&pid_, program.c_str(), &actions, nullptr, arguments, pointers.data());
+  if (start.outputFile.empty()) {
+    posix_spawn_file_actions_adddup2(&actions, output[1], STDOUT_FILENO);
+  } else {
+    posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, start.outputFile.c_str(), kAdd, 0600);
+  }
+  posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, errorFile_.c_str(), kAdd, 0600);
+  const int failure = posix_spawn(&pid_, start.program.c_str(), &actions, nullptr,
+                                  pointersTo(words).data(), pointersTo(variables).data());
   posix_spawn_file_actions_destroy(&actions);
   close(input[0]);
   close(output[1]);
   input_ = input[1];
   output_ = output[0];
-  if (failure != 0) throw std::runtime_error("Cannot start " + program);
+  if (failure != 0) throw std::runtime_error("Cannot start " + start.program);
 }
+
+ChildProcess::ChildProcess(const std::string& program,
+                           const std::map<std::string, std::string>& environment,
+                           const std::string& errorFile)
+    : ChildProcess({program, {}, environment, errorFile, {}}) {}
 
 ChildProcess::~ChildProcess() {
   kill();
@@ -99,6 +110,10 @@ int ChildProcess::waitForEnd(std::chrono::milliseconds patience) {
   int status = -1;
   waitpid(std::exchange(pid_, -1), &status, 0);
   return status;
+}
+
+void ChildProcess::interrupt() {
+  if (pid_ >= 0) ::kill(pid_, SIGINT);
 }
 
 void ChildProcess::kill() {

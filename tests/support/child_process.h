@@ -9,13 +9,23 @@
 
 namespace zln {
 
+// What a program is started with.
+struct ChildStart {
+  std::string program;
+  std::vector<std::string> arguments;
+  std::map<std::string, std::string> environment;  // All of it.
+  std::string errorFile;
+  std::string outputFile;  // When empty, ChildProcess reads the standard output.
+};
+
 // A program that a test runs and talks to: lines go to its standard input, answers come from its
 // standard output, its error output is kept in a file.
 class ChildProcess {
  public:
+  explicit ChildProcess(const ChildStart& start);
   // With exactly the given environment.
   ChildProcess(const std::string& program, const std::map<std::string, std::string>& environment,
-               std::string errorFile);
+               const std::string& errorFile);
   // Kills it if it still runs.
   ~ChildProcess();
   ChildProcess(const ChildProcess&) = delete;
@@ -29,6 +39,8 @@ class ChildProcess {
 
   // The status of the end as waitpid gives it; -1 when the program does not end in time.
   int waitForEnd(std::chrono::milliseconds patience);
+  // What Ctrl-C does.
+  void interrupt();
   void kill();
   // What it has written to its error output so far.
   std::string errors() const;
