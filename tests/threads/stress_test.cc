@@ -9,8 +9,11 @@
 #include <cstdlib>
 #include <filesystem>
 #include <functional>
+#include <memory>
 #include <random>
+#include <set>
 #include <string>
+#include <string_view>
 #include <system_error>
 #include <thread>
 #include <utility>
@@ -61,10 +64,13 @@ class AnsweringHttp : public HttpClient {
     });
   }
 
-  // From now on every report is delivered.
-  void alwaysDeliver() { delivers_ = true; }
+  // From now on every report is delivered, or put off.
+  void alwaysDeliver() { manner_ = Manner::kDelivers; }
+  void alwaysPutOff() { manner_ = Manner::kPutsOff; }
 
  private:
+  enum class Manner { kChanges, kDelivers, kPutsOff };
+
   HttpReply settingsReply() {
     HttpReply reply;
     reply.response = HttpResponse{"https://config.invalid/config", 200, {}};
@@ -78,7 +84,7 @@ class AnsweringHttp : public HttpClient {
   HttpReply reportReply() {
     HttpReply reply;
     reply.response = HttpResponse{"https://report.invalid/session", 200, {}};
-    switch (delivers_ ? 0 : turn_++ % 5) {
+    switch (wayOf(manner_)) {
       case 0:
       case 1:
         reply.body = R"({"success":true})";
@@ -96,9 +102,69 @@ class AnsweringHttp : public HttpClient {
     return reply;
   }
 
+  unsigned wayOf(Manner manner) {
+    if (manner == Manner::kDelivers) return 0;
+    return manner == Manner::kPutsOff ? 2 : turn_++ % 5;
+  }
+
   ThreadPool& pool_;
   std::atomic<unsigned> turn_{0};
-  std::atomic<bool> delivers_{false};
+  std::atomic<Manner> manner_{Manner::kChanges};
+};
+
+// What must be in the report file from some moment on.
+struct ReportFileWatch {
+  std::atomic<std::size_t> fewestAdAttempts{0};
+  std::atomic<int> contents{0};
+  std::atomic<int> tooFew{0};
+};
+
+std::size_t countAdAttempts(std::string_view content) {
+  constexpr std::string_view kKey = "<key>adEventId</key>";
+  constexpr std::size_t kValue = 60;
+  std::set<std::string_view> events;
+  for (std::size_t at = 0; (at = content.find(kKey, at)) != std::string_view::npos; ++at) {
+    events.insert(content.substr(at + kKey.size(), kValue));
+  }
+  return events.size();
+}
+
+class WatchedReportFile : public AtomicFile {
+ public:
+  WatchedReportFile(std::unique_ptr<AtomicFile> file, ReportFileWatch& watch)
+      : file_(std::move(file)), watch_(watch) {}
+
+  bool replace(std::string_view content, Unchanged unchanged, Error* error) override {
+    const std::size_t fewest = watch_.fewestAdAttempts;
+    if (fewest > 0) {
+      ++watch_.contents;
+      if (countAdAttempts(content) < fewest) ++watch_.tooFew;
+    }
+    return file_->replace(content, unchanged, error);
+  }
+  void prepare() override { file_->prepare(); }
+  void offerOldContent(std::size_t limit,
+                       const std::function<bool(const std::string&)>& accept) override {
+    file_->offerOldContent(limit, accept);
+  }
+  void keep() override { file_->keep(); }
+  void release() override { file_->release(); }
+
+ private:
+  const std::unique_ptr<AtomicFile> file_;
+  ReportFileWatch& watch_;
+};
+
+class WatchedFiles : public FilesPosix {
+ public:
+  using FilesPosix::FilesPosix;
+
+  std::unique_ptr<AtomicFile> atomicFile(const std::string& path,
+                                         const std::string& sparePath) override {
+    return std::make_unique<WatchedReportFile>(FilesPosix::atomicFile(path, sparePath), watch);
+  }
+
+  ReportFileWatch watch;
 };
 
 // A machine whose threads and files are real. Never destroyed, as in a game.
@@ -108,10 +174,11 @@ struct BusyMachine {
   ThreadPool pool;
   DispatchPosix dispatch{pool};
   AnsweringHttp http{pool};
-  FilesPosix files{[this] { return folder; },
-                   std::make_shared<DelayedFlush>(
-                       [this](std::function<void()> flush) { pool.runWhenQuiet(std::move(flush)); },
-                       &ThreadPool::isOnPool)};
+  WatchedFiles files{[this] { return folder; }, std::make_shared<DelayedFlush>(
+                                                    [this](std::function<void()> flush) {
+                                                      pool.runWhenQuiet(std::move(flush));
+                                                    },
+                                                    &ThreadPool::isOnPool)};
   UserDefaultsPosix userDefaults{files, [this] { return folder + "/defaults.plist"; }};
   FakeDevice device;
   BackgroundTasksPosix backgroundTasks{dispatch};
@@ -253,6 +320,30 @@ TEST_F(ThreadsTest, EveryFunctionMayBeCalledFromEveryThreadAtAnyTime) {
     return manager->reportQueue().operationCount() == 0 && manager->temporaryErrorReports().empty();
   };
   EXPECT_TRUE(await(nothingIsOwed));
+}
+
+// On its way from the queue to the holding it is in both for a moment, never in none.
+TEST_F(ThreadsTest, EveryReportIsInEachFileThatIsWrittenWhileReportsComeToBeHeld) {
+  constexpr std::size_t kReports = 400;
+  machine.http.alwaysPutOff();
+  ZLNInitializeReporting("engine");
+  const auto settings = ZLNReportingConfig::sharedConfig();
+  settings->setReportTemporaryFailureLimit(1);
+  settings->setTransmitReportsImmediately(false);
+  const auto manager = ZLNReportingManager::sharedManager();
+  for (std::size_t i = 0; i < kReports; ++i) ZLNSendBannerAdAttemptReport("network", true);
+  machine.files.watch.fewestAdAttempts = kReports;
+
+  const bool areHeld = await([&] {
+    manager->transmitPendingReports();
+    manager->saveReports();
+    return manager->reportQueue().operationCount() == 0;
+  });
+
+  EXPECT_TRUE(areHeld);
+  EXPECT_GE(manager->temporaryErrorReports().size(), kReports);
+  EXPECT_GT(machine.files.watch.contents, static_cast<int>(kReports));
+  EXPECT_EQ(0, machine.files.watch.tooFew);
 }
 
 TEST_F(ThreadsTest, TheSharedObjectsAreMadeOnceWhicheverThreadsAskFirst) {
