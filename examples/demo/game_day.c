@@ -410,7 +410,7 @@ static void attemptAnyAd(void) {
   const char* network = networks[rand() % 4];
   const char* zone = zones[rand() % 3];
   const bool isFilled = rand() % 3 > 0;
-  printf("game     | %s %s an advertisement in zone %s\n", network, isFilled ? "shows" : "has not",
+  printf("game     | %s %s advertisement in zone %s\n", network, isFilled ? "shows an" : "has no",
          zone);
   switch (rand() % 4) {
     case 0:

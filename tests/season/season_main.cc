@@ -27,6 +27,10 @@ constexpr double kMostGrowth = 4.0 * 1024 * 1024;
 // memory that the allocator then keeps.
 constexpr std::uint64_t kLongSeason = 20000;
 
+// Texts of a long queue's size go back to the system when they are freed. By default the allocator
+// comes to keep them, in one piece or another, and a growth would mean nothing.
+constexpr int kGivenBack = 128 * 1024;
+
 struct Options {
   std::uint64_t seed = 1;
   std::uint64_t sessions = 100000;
@@ -81,6 +85,7 @@ int main(int count, char** arguments) {
   std::printf("season: seed %s, %s sessions\n", std::to_string(options->seed).c_str(),
               std::to_string(options->sessions).c_str());
   std::fflush(stdout);
+  mallopt(M_MMAP_THRESHOLD, kGivenBack);
   std::optional<Memory> atAFifth;
   const auto begin = std::chrono::steady_clock::now();
   zln::season::Season season(options->seed, options->sessions);
