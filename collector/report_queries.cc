@@ -107,7 +107,7 @@ class Condition {
   void add(const char* condition, const std::optional<T>& value) {
     if (!value) return;
     append(condition);
-    values_.push_back(*value);
+    values_.emplace_back(*value);
   }
 
   void append(const char* condition) {
