@@ -28,18 +28,20 @@ import results
 import servers
 
 FULL = 1001  # As many reports as the library keeps.
-BURST = 20  # Calls that a game times in a row.
+FEW = 20  # Calls in a row, within which the depth is still what the table says.
 ON_THEIR_WAY = 3  # Reports that are sent at a time.
-# Depth as the table calls it: reports that are there before the first of the timed calls, besides
-# those that are on their way, which a long queue has among its reports.
-DEPTHS = {0: ON_THEIR_WAY, 1: 1 + ON_THEIR_WAY, 10: 10 + ON_THEIR_WAY, 100: 100,
-          1000: FULL - 1 - BURST}
+# By the depth as the table calls it: the reports that are there before the first of the timed
+# calls, besides those that are on their way, which a long queue has among its reports; and how
+# many calls are timed in a row. The queue that is nearly full takes fewer.
+BURSTS = {0: (ON_THEIR_WAY, 200), 1: (1 + ON_THEIR_WAY, 200), 10: (10 + ON_THEIR_WAY, 200),
+          100: (100, 200), 1000: (FULL - 1 - 60, 60)}
 PAUSE_MS = 20
 FRAME_US = 16000  # At 60 pictures a second.
 FIRST_CALL = "first ad attempt of an installation"
 LIFECYCLE = "lifecycle calls at depth 1000"
 START_EMPTY = "initialize and start, nothing stored, first launch"
 START_STORED = f"initialize and start, {FULL} stored"
+REST_UNUSED = "resident memory, started, nothing sent yet"
 REST_IDLE = "resident memory, started, nothing owed"
 REST_FULL = f"resident memory at depth {FULL}"
 ONE_REPORT = "resident memory of libcurl after one report"
@@ -159,7 +161,7 @@ class Bench:
     # ---- Calls ----
 
     def measure_calls(self):
-        for pause, rounds, depths in ((0, self.rounds.calls, DEPTHS),
+        for pause, rounds, depths in ((0, self.rounds.calls, BURSTS),
                                       (PAUSE_MS, self.rounds.paused, (0, 100, 1000))):
             for _ in range(rounds):
                 for home in self.homes:
@@ -170,16 +172,19 @@ class Bench:
                 self._measure_first_call(home)
         for home in self.homes:
             self._first_call_row(home)
-            for depth in DEPTHS:
+            for depth in BURSTS:
                 self._call_rows(home, depth)
             for depth in (0, 100, 1000):
                 self._paused_row(home, depth)
             self.costs[f"{home.name} folder ({home.file_system})"] = {
-                who: {depth: self._call_cost(home, depth, who) for depth in DEPTHS}
+                who: {depth: self._call_cost(home, depth, who) for depth in BURSTS}
                 for who in ("ours", "whole", "tail")}
 
     def _call_cost(self, home, depth, who):
-        return statistics.median(sum(self.samples(self.calls_name(depth, 0), home, who), []))
+        return statistics.median(sum(self._first_few(depth, home, who), []))
+
+    def _first_few(self, depth, home, who):
+        return [calls[:FEW] for calls in self.samples(self.calls_name(depth, 0), home, who)]
 
     @staticmethod
     def calls_name(depth, pause):
@@ -187,21 +192,23 @@ class Bench:
 
     def _measure_calls_once(self, home, depth, pause):
         quantity = self.calls_name(depth, pause)
-        begin = DEPTHS[depth]
+        begin, calls = BURSTS[depth]
+        if pause > 0:
+            calls = FEW
         home.clear_for_ads_alone()
-        said = home.play("calls", begin, pause)
-        home.expect_stored(begin + BURST)
+        said = home.play("calls", begin, calls, pause)
+        home.expect_stored(begin + calls)
         self.keep_samples(quantity, home, "ours", said["call_us"])
         for who in ("whole", "tail"):
-            said = home.run("saving_yardstick", who, "calls", home.scratch, begin, pause)
-            home.expect_stored(begin + BURST, home.scratch)
+            said = home.run("saving_yardstick", who, "calls", home.scratch, begin, calls, pause)
+            home.expect_stored(begin + calls, home.scratch)
             self.keep_samples(quantity, home, who, said["call_us"])
 
     def _measure_first_call(self, home):
         home.clear_for_ads_alone()
-        self.keep_samples(FIRST_CALL, home, "ours", home.play("calls", 0, 0)["call_us"][:1])
-        said = home.run("saving_yardstick", "tail", "calls", home.scratch, 0, 0)
-        self.keep_samples(FIRST_CALL, home, "tail", said["call_us"][:1])
+        self.keep_samples(FIRST_CALL, home, "ours", home.play("calls", 0, 1, 0)["call_us"])
+        said = home.run("saving_yardstick", "tail", "calls", home.scratch, 0, 1, 0)
+        self.keep_samples(FIRST_CALL, home, "tail", said["call_us"])
 
     def _first_call_row(self, home):
         ours, tail = (self.samples(FIRST_CALL, home, who) for who in ("ours", "tail"))
@@ -209,17 +216,17 @@ class Bench:
                                            name="F "))
 
     def _call_rows(self, home, depth):
-        ours, whole, tail = (self.samples(self.calls_name(depth, 0), home, who)
-                             for who in ("ours", "whole", "tail"))
+        ours, whole, tail = (self._first_few(depth, home, who) for who in ("ours", "whole", "tail"))
         must, aim = (3, 2) if depth in (0, 100) else (None, 2.5 if depth == 1000 else None)
-        most_p99 = 4 if depth in (0, 100, 1000) else None
         name = f"ad attempt at depth {depth}"
         self.rows.append(results.ratio_row(f"{name}, p50", home.name, ours, tail, "us", must, aim,
                                            "F "))
         self.rows.append(results.ratio_row(f"{name}, p50", home.name, ours, whole, "us",
                                            1.3 if depth == 1000 else None, None, "E "))
-        self.rows.append(results.p99_row(f"{name}, p99", home.name, ours, tail, "us",
-                                         most_p99, "F "))
+        ours, tail = (self.samples(self.calls_name(depth, 0), home, who) for who in ("ours", "tail"))
+        self.rows.append(results.p99_row(f"{name}, {BURSTS[depth][1]} in a row, p99", home.name,
+                                         ours, tail, "us", 4 if depth in (0, 100, 1000) else None,
+                                         "F "))
 
     def _paused_row(self, home, depth):
         ours, tail = (self.samples(self.calls_name(depth, PAUSE_MS), home, who)
@@ -336,7 +343,7 @@ class Bench:
         for _ in range(self.rounds.lifecycle):
             for home in self.homes:
                 home.clear()
-                for name, times in home.play("lifecycle", DEPTHS[1000] - 1).items():
+                for name, times in home.play("lifecycle", FULL - 2 - FEW, FEW).items():
                     self.keep_samples(LIFECYCLE, home, name, times)
         for home in self.homes:
             self._lifecycle_row(home)
@@ -372,6 +379,15 @@ class Bench:
                 home.expect_stored(FULL)
                 self._keep_memory(REST_FULL, home, said)
 
+    def measure_rest_unused(self):
+        for _ in range(self.rounds.rest):
+            for home in self.homes:
+                home.clear_for_ads_alone()
+                self._keep_memory(REST_UNUSED, home, home.play("rest", 0))
+        for home in self.homes:
+            self._memory_row(REST_UNUSED, home, "bare libcurl",
+                             self.samples(REST_UNUSED, home, "libcurl"), 2, 1.5)
+
     def measure_rest_idle(self, server):
         for _ in range(self.rounds.rest):
             for home in self.homes:
@@ -401,15 +417,17 @@ class Bench:
         self.keep_samples(ONE_REPORT, home, "libcurl", [said["resident_kb"][0] / 1024])
 
     def _memory_rows(self, quantity, home, must, aim):
-        ours = sum(self.samples(quantity, home, "ours"), [])
-        for yardstick, samples in (("bare libcurl", self.samples(quantity, home, "libcurl")),
-                                   ("libcurl after one report",
-                                    self.samples(ONE_REPORT, home, "libcurl"))):
-            bare = statistics.median(sum(samples, []))
-            above = [resident - bare for resident in ours]
-            self.rows.append(results.value_row(f"{quantity}, over {yardstick}", home.name,
-                                               statistics.median(above), above, "MB", must, aim,
-                                               f"{results.number(bare)} MB"))
+        self._memory_row(quantity, home, "bare libcurl", self.samples(quantity, home, "libcurl"),
+                         must, aim)
+        self._memory_row(quantity, home, "libcurl after one report",
+                         self.samples(ONE_REPORT, home, "libcurl"), must, aim)
+
+    def _memory_row(self, quantity, home, yardstick, samples, must, aim):
+        bare = statistics.median(sum(samples, []))
+        above = [resident - bare for resident in sum(self.samples(quantity, home, "ours"), [])]
+        self.rows.append(results.value_row(f"{quantity}, over {yardstick}", home.name,
+                                           statistics.median(above), above, "MB", must, aim,
+                                           f"{results.number(bare)} MB"))
 
     # ---- All of it ----
 
@@ -421,6 +439,7 @@ class Bench:
             step("starting", self.measure_start)
             step("lifecycle", self.measure_lifecycle)
             step("memory of a full queue", self.measure_rest_full)
+            step("memory before the first request", self.measure_rest_unused)
         with servers.TakingServer(self.certificates) as server:
             step("delivery", self.measure_delivery, server)
             step("memory and threads at rest", self.measure_rest_idle, server)

@@ -2,14 +2,14 @@
  * A game that does one thing that is to be measured, and says on standard output what it took: a
  * name and a number a line. It knows the library by its public headers alone.
  *
- * usage: report_game COMMAND FILE [COUNT [PAUSE]]      FILE is the library's file of owed reports
+ * usage: report_game COMMAND FILE [COUNT [CALLS [PAUSE]]]     FILE is the library's file of reports
  *   fill       records COUNT ad attempts and leaves
- *   calls      the same, then times 20 further ones, each PAUSE milliseconds after the one before
+ *   calls      the same, then times CALLS further ones, each PAUSE milliseconds after another
  *   start      times the two calls by which reporting starts
  *   take-up    times from the start until the last save of what is stored
  *   saves      counts these saves by their log lines, untimed
  *   deliver    the same with a server that takes the reports: time, processor time, threads
- *   lifecycle  records COUNT, times 20 further ones, then the events of the application's life
+ *   lifecycle  records COUNT, times CALLS further ones, then the events of the application's life
  *   rest       records COUNT, waits until nothing goes on any more: resident memory, threads
  */
 #include <stdatomic.h>
@@ -22,10 +22,11 @@
 #include "ZLNSessionReporting/ZLNSessionReporting.h"
 #include "bench/file_watch.h"
 
-enum { BURST = 20, CYCLES = 5 };
+enum { CYCLES = 5 };
 
 static const char* file;
 static unsigned count;
+static unsigned calls;
 static unsigned pauseMs;
 
 static void fail(const char* what) {
@@ -79,7 +80,7 @@ static void timeAttempt(unsigned number) {
 /* The three requests that stall are on their way before the first call. */
 static void timeBurst(void) {
   sleepMs(50);
-  for (unsigned number = 0; number < BURST; ++number) {
+  for (unsigned number = 0; number < calls; ++number) {
     if (pauseMs > 0) sleepMs(pauseMs);
     timeAttempt(number);
   }
@@ -171,10 +172,11 @@ static const struct {
                 {"rest", measureRest}};
 
 int main(int argc, char** argv) {
-  if (argc < 3) fail("usage: report_game COMMAND FILE [COUNT [PAUSE]]");
+  if (argc < 3) fail("usage: report_game COMMAND FILE [COUNT [CALLS [PAUSE]]]");
   file = argv[2];
   if (argc > 3) count = (unsigned)strtoul(argv[3], NULL, 10);
-  if (argc > 4) pauseMs = (unsigned)strtoul(argv[4], NULL, 10);
+  if (argc > 4) calls = (unsigned)strtoul(argv[4], NULL, 10);
+  if (argc > 5) pauseMs = (unsigned)strtoul(argv[5], NULL, 10);
   for (size_t i = 0; i < sizeof commands / sizeof commands[0]; ++i) {
     if (strcmp(commands[i].name, argv[1]) != 0) continue;
     commands[i].run();

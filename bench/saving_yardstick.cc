@@ -1,10 +1,11 @@
 // What saving costs without a library around it. Two files change places by one rename, so that the
 // file of owed reports is whole at every moment, and every report's text is made once.
 //
-// usage: saving_yardstick whole|tail calls|take-up FILE COUNT [PAUSE]
+// usage: saving_yardstick whole|tail calls|take-up FILE COUNT [CALLS PAUSE]
 //   whole    every save writes all of the file
 //   tail     every save writes what the twin does not hold yet
-//   calls    COUNT reports are there; times 20 further ones, each PAUSE milliseconds after another
+//   calls    COUNT reports are there; times CALLS further ones, each PAUSE milliseconds after
+//            another
 //   take-up  times COUNT saves of one report more each
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -27,7 +28,6 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr unsigned kBurst = 20;
 constexpr unsigned kRenameExchange = 1U << 1;
 
 [[noreturn]] void fail(const char* what) {
@@ -136,13 +136,13 @@ class GrowingImage : public OwedReports {
   std::size_t keptByCurrent_ = 0;
 };
 
-void timeCalls(OwedReports& owed, const TwinFiles& files, unsigned depth,
+void timeCalls(OwedReports& owed, const TwinFiles& files, unsigned depth, unsigned calls,
                std::chrono::milliseconds pause) {
   for (unsigned number = 0; number < depth; ++number) owed.add(SampleReport(number));
   owed.save();
   owed.save();
   std::this_thread::sleep_for(std::chrono::milliseconds(50));
-  for (unsigned number = 0; number < kBurst; ++number) {
+  for (unsigned number = 0; number < calls; ++number) {
     std::this_thread::sleep_for(pause);
     const off_t before = files.size();
     const auto begin = Clock::now();
@@ -168,16 +168,17 @@ int run(const std::vector<std::string>& words) {
   if (words.size() < 4) return 2;
   const bool whole = words[0] == "whole";
   const auto count = static_cast<unsigned>(std::stoul(words[3]));
-  const std::chrono::milliseconds pause{words.size() > 4 ? std::stoi(words[4]) : 0};
+  const unsigned calls = words.size() > 4 ? static_cast<unsigned>(std::stoul(words[4])) : 0;
+  const std::chrono::milliseconds pause{words.size() > 5 ? std::stoi(words[5]) : 0};
   TwinFiles files(words[2]);
   WholeImage wholeImage(files);
   GrowingImage growingImage(files, whole);
   if (words[1] == "take-up") {
     timeTakeUp(growingImage, count);
   } else if (whole) {
-    timeCalls(wholeImage, files, count, pause);
+    timeCalls(wholeImage, files, count, calls, pause);
   } else {
-    timeCalls(growingImage, files, count, pause);
+    timeCalls(growingImage, files, count, calls, pause);
   }
   return 0;
 }

@@ -65,6 +65,8 @@ class ReportFileImage {
   void saveMemory();
 
   std::string text_;
+  // The longest that it has been since it got its memory.
+  std::size_t usedRoom_ = 0;
   Pieces pieces_;
   // The end of the last piece, or of the document's head.
   std::size_t bodyEnd_ = 0;

@@ -373,6 +373,32 @@ TEST_F(ReportFileImageTest, BlanksGoOnceTheyAreMoreThanTheElements) {
   EXPECT_EQ(0u, image.unchanged().tail);
 }
 
+TEST_F(ReportFileImageTest, AFullListOfOrdinaryReportsNeverMoves) {
+  list({});
+  const void* begin = image.text().data();
+  List elements;
+
+  for (int count = 0; count < 1001; ++count) {
+    elements.push_back(element(std::string(600, 'x')));
+    ASSERT_TRUE(list(elements));
+    ASSERT_EQ(begin, image.text().data()) << count;
+  }
+}
+
+TEST_F(ReportFileImageTest, AListThatHasBecomeShortGetsFreshMemoryOnce) {
+  write({a, element(std::string(200'000, 'x'))});
+  const void* used = image.text().data();
+
+  write({a});
+
+  const void* fresh = image.text().data();
+  EXPECT_NE(used, fresh);
+  EXPECT_EQ(kTextOfOne, image.text());
+  write({a, b});
+  EXPECT_EQ(fresh, image.text().data());
+  EXPECT_EQ(kTextOfTwo, image.text());
+}
+
 TEST_F(ReportFileImageTest, BlanksGoWithTheElementsBehindThem) {
   write({a, b, element(kLongName)});
   write({b, element(kLongName)});
