@@ -27,6 +27,7 @@
 #include "platform/posix/file_descriptor.h"
 #include "platform/posix/files_posix.h"
 #include "platform/posix/plain_file.h"
+#include "tests/contract/mask_set.h"
 #include "tests/support/file_size_limited.h"
 #include "tests/support/private_disk.h"
 #include "tests/support/temporary_folder.h"
@@ -41,16 +42,6 @@ using testing::UnorderedElementsAre;
 // Of the contents that a test reads.
 constexpr std::size_t kLimit = std::size_t{1} << 20;
 constexpr uid_t kNobody = 65534;
-
-// A file creation mask, as a game may have set it.
-class MaskSet {
- public:
-  explicit MaskSet(mode_t mask) : before_(umask(mask)) {}
-  ~MaskSet() { umask(before_); }
-
- private:
-  mode_t before_;
-};
 
 // How the process answers to SIGURG while it stands.
 class UrgentSignal {

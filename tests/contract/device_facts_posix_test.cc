@@ -3,27 +3,17 @@
 #include <sys/utsname.h>
 
 #include <fstream>
-#include <map>
 #include <memory>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "tests/contract/device_facts_contract.h"
+#include "tests/contract/variable_lookup_in.h"
 #include "tests/support/temporary_folder.h"
 
 namespace zln {
 namespace {
-
-using Variables = std::map<std::string, std::string>;
-
-VariableLookup lookupIn(Variables variables) {
-  return [variables = std::move(variables)](const char* name) -> std::optional<std::string> {
-    const auto found = variables.find(name);
-    if (found == variables.end()) return std::nullopt;
-    return found->second;
-  };
-}
 
 class PosixDevice {
  public:

@@ -19,6 +19,7 @@
 #include <utility>
 
 #include "tests/contract/files_contract.h"
+#include "tests/contract/mask_set.h"
 #include "tests/support/file_size_limited.h"
 #include "tests/support/temporary_folder.h"
 
@@ -47,16 +48,6 @@ class PosixFiles {
 };
 
 INSTANTIATE_TYPED_TEST_SUITE_P(Posix, FilesContract, PosixFiles);
-
-// A file creation mask, as a game may have set it.
-class MaskSet {
- public:
-  explicit MaskSet(mode_t mask) : before_(umask(mask)) {}
-  ~MaskSet() { umask(before_); }
-
- private:
-  mode_t before_;
-};
 
 // Takes from this thread the right of the superuser to do everything with files.
 class OrdinaryUser {

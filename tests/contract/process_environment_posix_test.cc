@@ -1,24 +1,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <map>
-#include <utility>
-
 #include "platform/posix/process_environment.h"
+#include "tests/contract/variable_lookup_in.h"
 #include "tests/support/environment_variable.h"
 
 namespace zln {
 namespace {
-
-using Variables = std::map<std::string, std::string>;
-
-VariableLookup lookupIn(Variables variables) {
-  return [variables = std::move(variables)](const char* name) -> std::optional<std::string> {
-    const auto found = variables.find(name);
-    if (found == variables.end()) return std::nullopt;
-    return found->second;
-  };
-}
 
 TEST(ProcessEnvironmentTest, AVariableIsRead) {
   const EnvironmentVariable variable("ZLN_TEST_VARIABLE", "value");

@@ -13,6 +13,7 @@
 #include "reports/ZLNReportAdZoneAttempt.h"
 #include "reports/ZLNReportFactory.h"
 #include "support/endpoints.h"
+#include "tests/reports/reports_in_tests.h"
 #include "tests/support/host_test.h"
 
 namespace zln {
@@ -24,27 +25,6 @@ using testing::MatchesRegex;
 
 constexpr char kFirstId[] = "00000000-0000-4000-8000-000000000001";
 constexpr char kSecondId[] = "00000000-0000-4000-8000-000000000002";
-
-// What stands under a key of the report's dictionary.
-std::optional<Value> valueIn(const ZLNReportBase& report, const char* key) {
-  const std::optional<Dictionary> dictionary = report.toDictionary();
-  const Value* value = dictionary ? dictionary->find(key) : nullptr;
-  if (value == nullptr) return std::nullopt;
-  return *value;
-}
-
-// A report of a kind whose base gives it something else than its dictionary.
-template <typename Kind>
-class OddReport : public Kind {
- public:
-  explicit OddReport(std::optional<Value> base) : Kind(Dictionary{}), base_(std::move(base)) {}
-
- protected:
-  std::optional<Value> superSerialization() const override { return base_; }
-
- private:
-  std::optional<Value> base_;
-};
 
 class AdReportTest : public HostTest {
  protected:
@@ -253,7 +233,7 @@ AdKind kindOf(const char* name, const char* reportType) {
                   return Kind::initWithDictionary(dictionary);
                 },
                 [](std::optional<Value> base) -> std::shared_ptr<AdReport> {
-                  return std::make_shared<OddReport<Kind>>(std::move(base));
+                  return std::make_shared<OddReport<Kind>>(Dictionary{}, std::move(base));
                 }};
 }
 

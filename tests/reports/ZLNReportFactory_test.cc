@@ -3,10 +3,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <optional>
 #include <string>
 
 #include "support/endpoints.h"
+#include "tests/reports/reports_in_tests.h"
 #include "tests/support/host_test.h"
 
 namespace zln {
@@ -14,14 +14,6 @@ namespace {
 
 using testing::ElementsAre;
 using testing::IsEmpty;
-
-// What stands under a key of the report's dictionary.
-std::optional<Value> valueIn(const ZLNReportBase& report, const char* key) {
-  const std::optional<Dictionary> dictionary = report.toDictionary();
-  const Value* value = dictionary ? dictionary->find(key) : nullptr;
-  if (value == nullptr) return std::nullopt;
-  return *value;
-}
 
 class ZLNReportFactoryTest : public HostTest {
  protected:

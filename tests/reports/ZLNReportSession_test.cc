@@ -12,6 +12,7 @@
 #include "reports/ZLNReportSessionStart.h"
 #include "reports/ZLNReportSessionStop.h"
 #include "support/endpoints.h"
+#include "tests/reports/reports_in_tests.h"
 #include "tests/support/host_test.h"
 
 namespace zln {
@@ -22,28 +23,6 @@ using testing::IsEmpty;
 using testing::MatchesRegex;
 
 constexpr char kSessionId[] = "00000000-0000-4000-8000-000000000001";
-
-// What stands under a key of the report's dictionary.
-std::optional<Value> valueIn(const ZLNReportBase& report, const char* key) {
-  const std::optional<Dictionary> dictionary = report.toDictionary();
-  const Value* value = dictionary ? dictionary->find(key) : nullptr;
-  if (value == nullptr) return std::nullopt;
-  return *value;
-}
-
-// A report of a kind whose base gives it something else than its dictionary.
-template <typename Kind>
-class OddReport : public Kind {
- public:
-  explicit OddReport(std::optional<Value> base)
-      : Kind(std::shared_ptr<ZLNSession>()), base_(std::move(base)) {}
-
- protected:
-  std::optional<Value> superSerialization() const override { return base_; }
-
- private:
-  std::optional<Value> base_;
-};
 
 struct SessionKind {
   const char* name;
@@ -72,7 +51,8 @@ SessionKind kindOf(const char* name, const char* url, const char* reportType, co
                        return Kind::initWithDictionary(dictionary);
                      },
                      [](std::optional<Value> base) -> std::shared_ptr<SessionReport> {
-                       return std::make_shared<OddReport<Kind>>(std::move(base));
+                       return std::make_shared<OddReport<Kind>>(std::shared_ptr<ZLNSession>(),
+                                                                std::move(base));
                      }};
 }
 
