@@ -38,9 +38,9 @@ void ZLNReportingConfig::updateConfigFromRemote() {
   }
   request.headers.emplace_back("Content-Length", std::to_string(body->size()));
   request.body = std::move(*body);
-  environment().http.upload(std::move(request), [self = shared_from_this()](HttpReply reply) {
-    self->receiveRemoteConfig(reply);
-  });
+  environment().http.upload(
+      std::move(request),
+      [self = shared_from_this()](const HttpReply& reply) { self->receiveRemoteConfig(reply); });
 }
 
 void ZLNReportingConfig::receiveRemoteConfig(const HttpReply& reply) {

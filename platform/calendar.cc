@@ -51,7 +51,8 @@ std::optional<std::int64_t> CalendarTime::secondsSince1970() const {
                                          std::chrono::day{static_cast<unsigned>(day)}};
   if (!date.ok()) return std::nullopt;
   const std::int64_t days = std::chrono::sys_days{date}.time_since_epoch().count();
-  return days * kSecondsPerDay + hour * 3600 + minute * 60 + second;
+  const int secondOfDay = hour * 3600 + minute * 60 + second;
+  return days * kSecondsPerDay + secondOfDay;
 }
 
 void CalendarTime::appendTo(std::string& out, char separator) const {

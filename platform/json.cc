@@ -203,7 +203,7 @@ class Scanner {
   }
 
   // What the last token stands for.
-  std::string takeText() { return std::move(string_); }
+  std::string takeText() { return std::exchange(string_, {}); }
   Value value() const { return value_; }
 
   // How many characters have been read, the end included.

@@ -139,7 +139,7 @@ void appendBase64(std::string& out, std::string_view bytes) {
 
 void appendDataElement(std::string& out, std::string_view bytes, int level) {
   const int columns = std::max(kDataColumns - kColumnsPerTab * level, kFewestDataColumns);
-  const auto bytesPerLine = static_cast<std::size_t>(columns / 4 * 3);
+  const auto bytesPerLine = static_cast<std::size_t>(columns) / 4 * 3;
   out += "<data>\n";
   while (!bytes.empty()) {
     const std::string_view line = bytes.substr(0, bytesPerLine);

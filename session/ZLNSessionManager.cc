@@ -54,7 +54,7 @@ ZLNSessionManager::~ZLNSessionManager() { environment().notificationCenter.remov
 Value ZLNSessionManager::getUserId() {
   UserDefaults& defaults = environment().userDefaults;
   if (std::optional<Value> stored = defaults.get(kSessionUserIdKey)) return *stored;
-  const Value fresh = environment().uuids.next();
+  Value fresh = environment().uuids.next();
   defaults.set(kSessionUserIdKey, fresh);
   defaults.synchronize();
   return fresh;

@@ -67,7 +67,7 @@ void ZLNReportOperationPost::upload(const std::string& url, std::string body) {
   request.body = std::move(body);
   auto self = std::static_pointer_cast<ZLNReportOperationPost>(shared_from_this());
   environment().http.upload(std::move(request),
-                            [self, url](HttpReply reply) { self->receive(reply, url); });
+                            [self, url](const HttpReply& reply) { self->receive(reply, url); });
 }
 
 void ZLNReportOperationPost::receive(const HttpReply& reply, const std::string& url) {

@@ -17,10 +17,10 @@ constexpr std::string_view kEmptyArray = "<array/>\n";
 
 // For a full list of ordinary reports: a text that outgrows its room moves, and the save in which
 // it does takes several times as long as others. Room that was never used takes no memory.
-constexpr std::size_t kRoom = 1024 * 1024;
-constexpr std::size_t kSpareMemory = 64 * 1024;
+constexpr std::size_t kRoom = std::size_t{1} << 20;
+constexpr std::size_t kSpareMemory = std::size_t{64} * 1024;
 // With so much behind it a gap is not closed.
-constexpr std::size_t kMuch = 16 * 1024;
+constexpr std::size_t kMuch = std::size_t{16} * 1024;
 constexpr std::size_t kToTheEnd = std::numeric_limits<std::size_t>::max();
 
 std::size_t bodyBegin() { return property_list::kDocumentHead.size() + kArrayBegin.size(); }

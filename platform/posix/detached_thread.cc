@@ -52,7 +52,7 @@ bool startDetachedThread(const char* name, std::function<void()> body) {
   auto beginning = std::make_unique<Beginning>(Beginning{name, std::move(body)});
   pthread_t thread;
   if (pthread_create(&thread, nullptr, &begin, beginning.get()) != 0) return false;
-  beginning.release();
+  static_cast<void>(beginning.release());
   pthread_detach(thread);
   return true;
 }

@@ -13,7 +13,7 @@ namespace zln {
 
 namespace {
 
-constexpr std::size_t kReleaseFileLimit = 64 * 1024;
+constexpr std::size_t kReleaseFileLimit = std::size_t{64} * 1024;
 constexpr std::string_view kVersionAssignment = "VERSION_ID=";
 constexpr std::string_view kBlanks = " \t\r";
 

@@ -162,7 +162,9 @@ bool HttpTransfer::makeHeaders() {
   for (const auto& [name, value] : request_.headers) {
     if (!isToken(name) || !isHeaderValue(value) || isFramingHeader(name)) continue;
     // A name with a semicolon is a header without a value; with a colon it would take one away.
-    added = added && addHeader(value.empty() ? name + ";" : name + ": " + value);
+    std::string line = name;
+    line += value.empty() ? ";" : ": ";
+    added = added && addHeader(line += value);
   }
   if (!callerSets("Content-Type")) added = added && addHeader("Content-Type:");
   if (!callerSets("Accept-Language")) added = added && addHeader("Accept-Language: en-us");
@@ -172,7 +174,7 @@ bool HttpTransfer::makeHeaders() {
 bool HttpTransfer::addHeader(const std::string& line) {
   curl_slist* list = curl_slist_append(headers_.get(), line.c_str());
   if (list == nullptr) return false;
-  headers_.release();
+  static_cast<void>(headers_.release());
   headers_.reset(list);
   return true;
 }

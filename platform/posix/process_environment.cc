@@ -14,7 +14,7 @@ namespace zln {
 
 namespace {
 
-constexpr std::size_t kLargestUserEntry = 1024 * 1024;
+constexpr std::size_t kLargestUserEntry = std::size_t{1} << 20;
 
 bool isAbsolute(const std::optional<std::string>& path) {
   return path.has_value() && path->starts_with('/');
