@@ -112,7 +112,7 @@ void reportsTaken(benchmark::State& state) {
   for (auto _ : state) {
     state.PauseTiming();
     const Folder folder;
-    ReportStore store(folder.database(), kKeep, schemas());
+    ReportStore store(folder.database(), {.reports = kKeep}, schemas());
     std::vector<std::string> bodies;
     for (std::int64_t i = 1; i <= count; ++i) bodies.push_back(adZoneAttempt(i).dump());
     state.ResumeTiming();
@@ -134,7 +134,7 @@ BENCHMARK(reportsTaken)->Arg(20000)->Arg(120000)->Unit(benchmark::kMillisecond)-
 // A store with as many reports as it keeps.
 ReportStore& fullStore() {
   static const Folder folder;
-  static ReportStore store(folder.database(), kKeep, schemas());
+  static ReportStore store(folder.database(), {.reports = kKeep}, schemas());
   static const bool filled = [] {
     for (std::int64_t i = 1; i <= kKeep; ++i) store.add(adZoneAttempt(i).dump(), accepted);
     store.flush();

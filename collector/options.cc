@@ -13,6 +13,8 @@ namespace {
 
 constexpr std::int64_t kHighestPort = 65535;
 constexpr std::int64_t kMostKept = 10000000;
+constexpr std::int64_t kMostMebibytes = 1024 * 1024;
+constexpr std::int64_t kMebibyte = 1024 * 1024;
 constexpr int kSeparatePorts = 6;
 constexpr std::size_t kLongestHost = 253;
 constexpr char kExport[] = "export";
@@ -27,6 +29,7 @@ enum Letter {
   kData = 'd',
   kSettings = 's',
   kKeep = 'k',
+  kKeepMebibytes = 'm',
   kRejectInvalid = 'r',
   kFault = 'f',
   kFormat = 'F',
@@ -42,6 +45,7 @@ constexpr option kServeOptions[] = {
     {"data", required_argument, nullptr, kData},
     {"settings", required_argument, nullptr, kSettings},
     {"keep", required_argument, nullptr, kKeep},
+    {"keep-mib", required_argument, nullptr, kKeepMebibytes},
     {"reject-invalid", no_argument, nullptr, kRejectInvalid},
     {"fault", required_argument, nullptr, kFault},
     {nullptr, 0, nullptr, 0},
@@ -122,7 +126,10 @@ void take(int letter, Options& options) {
       options.settings = SettingsFile(optarg);
       break;
     case kKeep:
-      options.keep = parseNumber(optarg, 1, kMostKept, "--keep");
+      options.keep.reports = parseNumber(optarg, 1, kMostKept, "--keep");
+      break;
+    case kKeepMebibytes:
+      options.keep.bytes = parseNumber(optarg, 1, kMostMebibytes, "--keep-mib") * kMebibyte;
       break;
     case kRejectInvalid:
       options.rejectInvalid = true;
@@ -166,6 +173,7 @@ usage: zln-collector [options]
   --settings FILE     a JSON object: the answer to games that ask for settings ({}); it is read
                       anew for every game that asks
   --keep N            how many reports are kept, the newest ones (100000)
+  --keep-mib N        how many MiB their bodies may take together; beyond that the oldest go (1024)
   --reject-invalid    refuse invalid reports for good
   --fault EFFECT[,KEY=VALUE...]
                       misbehave; may be given several times

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <cstdint>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -8,6 +7,7 @@
 #include "collector/export.h"
 #include "collector/fault.h"
 #include "collector/game_server.h"
+#include "collector/kept_reports.h"
 #include "collector/settings_file.h"
 
 namespace zln::collector {
@@ -22,7 +22,7 @@ struct Options {
   std::vector<std::string> hosts;  // Further ones that the certificate is for.
   std::filesystem::path data = "zln-collector-data";
   SettingsFile settings;
-  std::int64_t keep = 100000;
+  KeepLimits keep;
   bool rejectInvalid = false;
   std::vector<Fault> faults;
   ExportFormat format = ExportFormat::kJsonLines;

@@ -139,16 +139,16 @@ std::int64_t highestId(Database& database) {
 }
 
 void forEachReport(Database& database,
-                   const std::function<void(std::int64_t id, const ReportFacts& facts)>& visit) {
-  Statement rows =
-      database.prepare("SELECT id, kind, user, session, event FROM reports ORDER BY id");
+                   const std::function<void(const StoredReport& report)>& visit) {
+  Statement rows = database.prepare(
+      "SELECT id, kind, user, session, event, length(CAST(body AS BLOB)) FROM reports ORDER BY id");
   while (rows.step()) {
-    ReportFacts facts;
-    facts.kind = kindNamed(rows.text(1)).value_or(ReportKind::kUnknown);
-    facts.user = rows.optionalText(2);
-    facts.session = rows.optionalText(3);
-    facts.event = rows.optionalText(4);
-    visit(rows.integer(0), facts);
+    StoredReport report{.id = rows.integer(0), .size = rows.integer(5)};
+    report.facts.kind = kindNamed(rows.text(1)).value_or(ReportKind::kUnknown);
+    report.facts.user = rows.optionalText(2);
+    report.facts.session = rows.optionalText(3);
+    report.facts.event = rows.optionalText(4);
+    visit(report);
   }
 }
 

@@ -24,8 +24,15 @@ ReportRow rowOf(const Statement& selected);
 
 // The highest identifier that was ever given.
 std::int64_t highestId(Database& database);
-// Tells what a judge goes by of every report, the oldest first.
+
+// What a store remembers of a report.
+struct StoredReport {
+  std::int64_t id = 0;
+  std::int64_t size = 0;   // Of its body, in bytes.
+  ReportFacts facts = {};  // What a judge goes by.
+};
+// Tells of every report, the oldest first.
 void forEachReport(Database& database,
-                   const std::function<void(std::int64_t id, const ReportFacts& facts)>& visit);
+                   const std::function<void(const StoredReport& report)>& visit);
 
 }  // namespace zln::collector

@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <chrono>
 #include <cstring>
+#include <iterator>
 #include <mutex>
 #include <stdexcept>
 #include <utility>
@@ -91,13 +92,14 @@ Finding unreadable() {
 
 class ReportStore::Parts {
  public:
-  Parts(const std::filesystem::path& file, std::int64_t keep, ReportSchemas schemas)
+  Parts(const std::filesystem::path& file, const KeepLimits& keep, ReportSchemas schemas)
       : lock_(file),
         schemas_(std::move(schemas)),
-        keep_(keep),
-        writer_(openForWriting(file), keep),
+        kept_(keep),
+        writer_(openForWriting(file)),
         readers_(file) {
     remember(file);
+    put(Trimming{forgetGone()});
   }
 
   Added add(std::string body, const AnswerTo& answerTo) {
@@ -110,7 +112,7 @@ class ReportStore::Parts {
       writer_.waitForRoom();
       judge(row, insertion.facts);
       row.answer = answerTo(row, added.report);
-      insertion.stops = takeIn(row.id, insertion.facts);
+      takeIn(insertion);
       added.row = row;
       writer_.put(insertion);
     }
@@ -137,8 +139,9 @@ class ReportStore::Parts {
   // What was there before this store was made.
   void remember(const std::filesystem::path& file) {
     Database database = openForReading(file);
-    forEachReport(database, [this](std::int64_t id, const ReportFacts& facts) {
-      judge_.remember(id, facts);
+    forEachReport(database, [this](const StoredReport& report) {
+      judge_.remember(report.id, report.facts);
+      kept_.take(report.id, report.size);
     });
     lastId_ = highestId(database);
   }
@@ -166,11 +169,17 @@ class ReportStore::Parts {
     row.verdict = verdictOn(row.findings);
   }
 
-  std::vector<std::int64_t> takeIn(std::int64_t id, const ReportFacts& facts) {
-    lastId_ = id;
-    auto stops = judge_.remember(id, facts);
-    judge_.forgetThrough(id - keep_);
-    return stops;
+  void takeIn(Insertion& insertion) {
+    lastId_ = insertion.row.id;
+    insertion.stops = judge_.remember(lastId_, insertion.facts);
+    kept_.take(lastId_, std::ssize(insertion.row.body));
+    insertion.lastGone = forgetGone();
+  }
+
+  // What goes from the file is nothing to judge by any longer.
+  std::int64_t forgetGone() {
+    judge_.forgetThrough(kept_.lastGone());
+    return kept_.lastGone();
   }
 
   // It may be gone by now.
@@ -182,21 +191,24 @@ class ReportStore::Parts {
   void put(Change change) {
     const std::lock_guard lock(mutex_);
     writer_.waitForRoom();
-    if (std::holds_alternative<Clearing>(change)) judge_.forgetAll();
+    if (std::holds_alternative<Clearing>(change)) {
+      judge_.forgetAll();
+      kept_.forgetAll();
+    }
     writer_.put(std::move(change));
   }
 
   const FolderLock lock_;
   const ReportSchemas schemas_;
-  const std::int64_t keep_;
-  std::mutex mutex_;  // The order of reports: identifiers, the judge's memory, the writer's queue.
+  std::mutex mutex_;  // The order of reports: identifiers, what is remembered, the writer's queue.
   ReportJudge judge_;
+  KeptReports kept_;
   std::int64_t lastId_ = 0;
   ReportWriter writer_;
   Readers readers_;
 };
 
-ReportStore::ReportStore(const std::filesystem::path& file, std::int64_t keep,
+ReportStore::ReportStore(const std::filesystem::path& file, const KeepLimits& keep,
                          ReportSchemas schemas)
     : parts_(std::make_unique<Parts>(file, keep, std::move(schemas))) {}
 

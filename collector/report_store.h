@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "collector/kept_reports.h"
 #include "collector/report_queries.h"
 #include "collector/report_row.h"
 #include "collector/report_schemas.h"
@@ -32,8 +33,8 @@ using AnswerTo = std::function<Answer(const ReportRow& row, const nlohmann::json
 class ReportStore {
  public:
   // Throws std::runtime_error with a text for people when the file cannot be used; the file is then
-  // left as it is. The newest `keep` reports stay.
-  ReportStore(const std::filesystem::path& file, std::int64_t keep, ReportSchemas schemas);
+  // left as it is. Reports beyond the limits go, the oldest first.
+  ReportStore(const std::filesystem::path& file, const KeepLimits& keep, ReportSchemas schemas);
   // Writes what is not yet written.
   ~ReportStore();
   ReportStore(const ReportStore&) = delete;

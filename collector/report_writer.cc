@@ -39,9 +39,8 @@ bool isReadable(const ReportRow& row) { return !hasFinding(row.findings, "unread
 // The statements that change the table.
 class ReportWriter::Table {
  public:
-  Table(Database database, std::int64_t keep)
+  explicit Table(Database database)
       : database_(std::move(database)),
-        keep_(keep),
         insert_(database_.prepare(kInsert)),
         setAnswer_(database_.prepare(
             "UPDATE reports SET outcome = ?, status = ?, fault = ? WHERE id = ?")),
@@ -49,9 +48,7 @@ class ReportWriter::Table {
         setFindings_(
             database_.prepare("UPDATE reports SET verdict = ?, findings = ? WHERE id = ?")),
         trim_(database_.prepare("DELETE FROM reports WHERE id <= ?")),
-        clear_(database_.prepare("DELETE FROM reports")) {
-    trim_.with(highestId(database_) - keep_).run();
-  }
+        clear_(database_.prepare("DELETE FROM reports")) {}
 
   void apply(const std::vector<Change>& group) {
     Transaction transaction(database_, /*writes=*/true);
@@ -65,7 +62,7 @@ class ReportWriter::Table {
   void apply(const Insertion& insertion) {
     insert(insertion.row, insertion.facts);
     for (const std::int64_t stop : insertion.stops) giveStart(stop);
-    trim_.with(insertion.row.id - keep_).run();
+    apply(Trimming{insertion.lastGone});
   }
 
   void insert(const ReportRow& row, const ReportFacts& facts) {
@@ -91,12 +88,13 @@ class ReportWriter::Table {
     setAnswer_.with(nameOf(answer.outcome), answer.status, answer.fault, change.id).run();
   }
 
+  void apply(const Trimming& trimming) { trim_.with(trimming.lastGone).run(); }
+
   void apply(const Clearing&) { clear_.with().run(); }
 
   static constexpr int kBody = 12;
 
   Database database_;
-  std::int64_t keep_;
   Statement insert_;
   Statement setAnswer_;
   Statement findings_;
@@ -105,8 +103,8 @@ class ReportWriter::Table {
   Statement clear_;
 };
 
-ReportWriter::ReportWriter(Database database, std::int64_t keep)
-    : thread_([this, table = Table(std::move(database), keep)]() mutable {
+ReportWriter::ReportWriter(Database database)
+    : thread_([this, table = Table(std::move(database))]() mutable {
         writeGroups(std::move(table));
       }) {}
 

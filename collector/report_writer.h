@@ -19,20 +19,23 @@ struct Insertion {
   ReportRow row;
   ReportFacts facts;
   std::vector<std::int64_t> stops;  // Those that this row is the start of.
+  std::int64_t lastGone = 0;        // The last of those that make room for it.
 };
 struct AnswerChange {
   std::int64_t id;
   Answer answer;
 };
+struct Trimming {
+  std::int64_t lastGone;
+};
 struct Clearing {};
-using Change = std::variant<Insertion, AnswerChange, Clearing>;
+using Change = std::variant<Insertion, AnswerChange, Trimming, Clearing>;
 
 // Writes changes on a thread of its own, all that have gathered in one transaction. While the file
 // cannot be written it keeps them and tries again every second. Any thread may call it.
 class ReportWriter {
  public:
-  // The newest `keep` rows stay.
-  ReportWriter(Database database, std::int64_t keep);
+  explicit ReportWriter(Database database);
   // Writes what has gathered, if it can be written.
   ~ReportWriter();
   ReportWriter(const ReportWriter&) = delete;

@@ -101,7 +101,7 @@ class ExportTest : public testing::Test {
   Table exportedTable() { return CsvReader(exported(ExportFormat::kCsv)).read(); }
 
   const TemporaryFolder folder_;
-  ReportStore store_{file(), 100000, ReportSchemas(schemaTexts())};
+  ReportStore store_{file(), {}, ReportSchemas(schemaTexts())};
 };
 
 TEST_F(ExportTest, WritesARowALineAsProgramsSeeIt) {
@@ -202,7 +202,7 @@ TEST_F(ExportTest, StopsWhenNobodyTakesIt) {
 TEST_F(ExportTest, WorksWhenTheStoreIsClosed) {
   const TemporaryFolder other;
   const std::filesystem::path path = other.path() + "/reports.db";
-  { ReportStore(path, 10, ReportSchemas(schemaTexts())).add("{}", answer); }
+  { ReportStore(path, {}, ReportSchemas(schemaTexts())).add("{}", answer); }
 
   int rows = 0;
   exportReports(path, ExportFormat::kJsonLines, [&](std::string_view) { return ++rows > 0; });

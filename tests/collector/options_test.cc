@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <fstream>
 #include <stdexcept>
 #include <vector>
@@ -51,7 +52,8 @@ TEST(OptionsTest, HaveDefaults) {
   EXPECT_FALSE(options.ports.separate);
   EXPECT_EQ(8480, options.pagePort);
   EXPECT_EQ("zln-collector-data", options.data);
-  EXPECT_EQ(100000, options.keep);
+  EXPECT_EQ(100000, options.keep.reports);
+  EXPECT_EQ(1024 * 1024 * 1024, options.keep.bytes);
   EXPECT_FALSE(options.rejectInvalid);
   EXPECT_THAT(options.hosts, IsEmpty());
   EXPECT_THAT(options.faults, IsEmpty());
@@ -76,10 +78,12 @@ TEST(OptionsTest, TakePortsAndHosts) {
 }
 
 TEST(OptionsTest, TakeFolderAndBounds) {
-  const Options options = parse({"--data", "/somewhere", "--keep", "50", "--reject-invalid"});
+  const Options options =
+      parse({"--data", "/somewhere", "--keep", "50", "--keep-mib", "3000", "--reject-invalid"});
 
   EXPECT_EQ("/somewhere", options.data);
-  EXPECT_EQ(50, options.keep);
+  EXPECT_EQ(50, options.keep.reports);
+  EXPECT_EQ(std::int64_t{3000} * 1024 * 1024, options.keep.bytes);
   EXPECT_TRUE(options.rejectInvalid);
 }
 
@@ -153,6 +157,8 @@ TEST(OptionsTest, RefuseFaultsThatCannotBe) {
 TEST(OptionsTest, RefuseToKeepNothing) {
   EXPECT_EQ("--keep must be a number from 1 to 10000000, not \"0\"",
             complaintAbout({"--keep", "0"}));
+  EXPECT_EQ("--keep-mib must be a number from 1 to 1048576, not \"0\"",
+            complaintAbout({"--keep-mib", "0"}));
 }
 
 TEST(OptionsTest, RefuseWhatTheyDoNotKnow) {

@@ -35,15 +35,21 @@ using testing::SizeIs;
 
 Answer accepted(const ReportRow&, const json&) { return {}; }
 
+// A JSON object of so many bytes, which are more than its characters.
+std::string bodyOf(std::size_t size) {
+  const std::string members = "{\"network\":\"\u00C4";
+  return members + std::string(size - members.size() - 2, 'x') + "\"}";
+}
+
 class ReportStoreTest : public testing::Test {
  protected:
   std::string file() const { return folder_.path() + "/reports.db"; }
 
-  std::unique_ptr<ReportStore> open(std::int64_t keep = 100000) const {
+  std::unique_ptr<ReportStore> open(const KeepLimits& keep = {}) const {
     return std::make_unique<ReportStore>(file(), keep, ReportSchemas(schemaTexts()));
   }
 
-  void reopen(std::int64_t keep = 100000) {
+  void reopen(const KeepLimits& keep = {}) {
     store_.reset();
     store_ = open(keep);
   }
@@ -360,23 +366,83 @@ TEST_F(ReportStoreTest, TakesNoTextForSql) {
 }
 
 TEST_F(ReportStoreTest, KeepsTheNewest) {
-  reopen(3);
+  reopen({.reports = 3});
   for (int i = 1; i <= 5; ++i) add(adAttempt(1, i));
 
   EXPECT_THAT(idsOf({}), ElementsAre(3, 4, 5));
   EXPECT_EQ(3, store_->summary()["reports"]);
-  reopen(2);
+  reopen({.reports = 2});
   EXPECT_THAT(idsOf({}), ElementsAre(4, 5));
 }
 
 TEST_F(ReportStoreTest, ForgetsWhatItDoesNotKeep) {
-  reopen(3);
+  reopen({.reports = 3});
   add(adAttempt(1, 1));
   EXPECT_EQ(Verdict::kDuplicate, add(adAttempt(1, 1)).verdict);
   for (int i = 2; i <= 4; ++i) add(adAttempt(1, i));
 
   EXPECT_EQ(Verdict::kValid, add(adAttempt(1, 1)).verdict);
   EXPECT_EQ(Verdict::kDuplicate, add(adAttempt(1, 4)).verdict);
+}
+
+TEST_F(ReportStoreTest, KeepsNoMoreBytesThanItMay) {
+  reopen({.bytes = 1000});
+  addBody(bodyOf(400));
+  addBody(bodyOf(600));
+  EXPECT_THAT(idsOf({}), ElementsAre(1, 2));
+  addBody("x");
+  EXPECT_THAT(idsOf({}), ElementsAre(2, 3));
+  addBody(std::string(400, '\xFF'));
+  EXPECT_THAT(idsOf({}), ElementsAre(3, 4));
+  EXPECT_EQ(2, store_->summary()["reports"]);
+
+  reopen({.bytes = 400});
+  EXPECT_THAT(idsOf({}), ElementsAre(4));
+}
+
+TEST_F(ReportStoreTest, KnowsHowManyBytesItHasAfterARestart) {
+  for (int i = 1; i <= 3; ++i) addBody(bodyOf(300));
+
+  reopen({.bytes = 1000});
+  addBody(bodyOf(100));
+  EXPECT_THAT(idsOf({}), ElementsAre(1, 2, 3, 4));
+  addBody("x");
+  EXPECT_THAT(idsOf({}), ElementsAre(2, 3, 4, 5));
+}
+
+TEST_F(ReportStoreTest, HasNoBytesAfterAClearing) {
+  reopen({.bytes = 1000});
+  addBody(bodyOf(900));
+
+  store_->clear();
+  addBody(bodyOf(400));
+  addBody(bodyOf(600));
+
+  EXPECT_THAT(idsOf({}), ElementsAre(2, 3));
+}
+
+TEST_F(ReportStoreTest, KeepsAReportThatIsLargerThanAllMayBe) {
+  reopen({.bytes = 1000});
+  addBody("x");
+  addBody(bodyOf(5000));
+  EXPECT_THAT(idsOf({}), ElementsAre(2));
+  addBody(bodyOf(5000));
+  EXPECT_THAT(idsOf({}), ElementsAre(3));
+
+  reopen({.bytes = 1000});
+  EXPECT_THAT(idsOf({}), ElementsAre(3));
+  addBody("x");
+  addBody("y");
+  EXPECT_THAT(idsOf({}), ElementsAre(4, 5));
+}
+
+TEST_F(ReportStoreTest, ForgetsWhatHasNoRoom) {
+  reopen({.bytes = 1000});
+  add(adAttempt(1, 1));
+  EXPECT_EQ(Verdict::kDuplicate, add(adAttempt(1, 1)).verdict);
+  addBody(bodyOf(1000));
+
+  EXPECT_EQ(Verdict::kValid, add(adAttempt(1, 1)).verdict);
 }
 
 TEST_F(ReportStoreTest, ForgetsAllWhenCleared) {
@@ -728,15 +794,15 @@ TEST_F(ReportStoreFileTest, IsNamedWhenItCannotBeMade) {
   std::filesystem::create_directory(folder_.path() + "/folder");
 
   EXPECT_THROW(
-      ReportStore(folder_.path() + "/missing/reports.db", 10, ReportSchemas(schemaTexts())),
+      ReportStore(folder_.path() + "/missing/reports.db", {}, ReportSchemas(schemaTexts())),
       std::runtime_error);
-  EXPECT_THROW(ReportStore(folder_.path() + "/folder", 10, ReportSchemas(schemaTexts())),
+  EXPECT_THROW(ReportStore(folder_.path() + "/folder", {}, ReportSchemas(schemaTexts())),
                std::runtime_error);
 }
 
 // Adds reports until it is killed, and tells after every 20 that they are in the file.
 [[noreturn]] void addForever(const std::string& file, int told) {
-  ReportStore store(file, 100000, ReportSchemas(schemaTexts()));
+  ReportStore store(file, {}, ReportSchemas(schemaTexts()));
   for (int i = 0;; ++i) {
     const std::int64_t id = store.add(adAttempt(1, i).dump(), accepted).row.id;
     if (i % 20 != 19) continue;

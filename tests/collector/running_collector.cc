@@ -11,7 +11,7 @@ namespace {
 
 constexpr char kHost[] = "127.0.0.1";
 constexpr char kDatabase[] = "/reports.db";
-constexpr std::int64_t kKept = 20000;
+constexpr KeepLimits kKept{.reports = 20000};
 constexpr auto kPatience = std::chrono::seconds(60);
 constexpr auto kGlance = std::chrono::milliseconds(5);
 
