@@ -131,21 +131,12 @@ void explainBackgroundTimeout(std::string_view key, double value, Lint& lint) {
   }
 }
 
-void explainSendStart(std::string_view key, double value, Lint& lint) {
+void explainSendEach(std::string_view key, double value, Lint& lint) {
   if (value == 0) {
     lint.warn(
         key,
-        "session-start reports are dropped when they are made and lost for good, until a later "
-        "answer says true, also over new starts of the game");
-  }
-}
-
-void explainSendStop(std::string_view key, double value, Lint& lint) {
-  if (value == 0) {
-    lint.warn(
-        key,
-        "session-stop reports are dropped when they are made and lost for good, until a later "
-        "answer says true, also over new starts of the game");
+        "these reports are dropped when they are made and lost for good, until a later answer "
+        "says true, also over new starts of the game");
   }
 }
 
@@ -176,8 +167,8 @@ constexpr Setting kSettings[] = {
     {"SessionInactivityTimeLimit", Kind::kReal, explainInactivityLimit},
     {"ConfigUpdateInterval", Kind::kInteger, explainUpdateInterval},
     {"UserSessionBackgroundTimeoutSeconds", Kind::kReal, explainBackgroundTimeout},
-    {"SendStartSessionReports", Kind::kBoolean, explainSendStart},
-    {"SendStopSessionReports", Kind::kBoolean, explainSendStop},
+    {"SendStartSessionReports", Kind::kBoolean, explainSendEach},
+    {"SendStopSessionReports", Kind::kBoolean, explainSendEach},
     {"SendFirstSessionReports", Kind::kBoolean, explainSendFirst},
 };
 

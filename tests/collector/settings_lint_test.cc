@@ -118,9 +118,8 @@ TEST(SettingsLintTest, ExplainsTheBackgroundTimeout) {
 }
 
 TEST(SettingsLintTest, ExplainsWhatIsSwitchedOff) {
-  EXPECT_THAT(lintOf("SendStartSessionReports", false),
-              HasSubstr("session-start reports are dropped"));
-  EXPECT_THAT(lintOf("SendStopSessionReports", 0), HasSubstr("session-stop reports are dropped"));
+  EXPECT_THAT(lintOf("SendStartSessionReports", false), HasSubstr("these reports are dropped"));
+  EXPECT_THAT(lintOf("SendStopSessionReports", 0), HasSubstr("these reports are dropped"));
   EXPECT_THAT(lintOf("SendFirstSessionReports", false), HasSubstr("never reports it"));
   EXPECT_THAT(lintOf("TransmitReportsImmediately", false), HasSubstr("reports wait until"));
   EXPECT_THAT(lintOf("TransmitReportsOnApplicationBackgrounding", false),
