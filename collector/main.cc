@@ -2,6 +2,7 @@
 // game out and for its tests.
 
 #include <pthread.h>
+#include <unistd.h>
 
 #include <csignal>
 #include <cstdio>
@@ -20,6 +21,7 @@
 #include "collector/embedded_schemas.h"
 #include "collector/export.h"
 #include "collector/game_server.h"
+#include "collector/line_printer.h"
 #include "collector/operator_server.h"
 #include "collector/options.h"
 #include "collector/report_desk.h"
@@ -64,26 +66,27 @@ std::vector<std::string> certifiedHosts(const Options& options) {
   return hosts;
 }
 
-void introducePorts(const std::string& host, const Options& options, const CollectorFacts& facts) {
-  if (!options.ports.separate) {
-    std::cout << "Receiving at https://" << host << ":" << facts.ports.begin()->second
-              << " until Ctrl-C.\n";
-    return;
-  }
-  std::cout << "Receiving until Ctrl-C at\n";
+void introducePorts(const std::string& address, const CollectorFacts& facts, LinePrinter& lines) {
+  lines.print("Receiving until Ctrl-C at");
   for (const auto& [type, port] : facts.ports) {
-    std::cout << "  https://" << host << ":" << port << "  " << type << "\n";
+    lines.print("  " + address + std::to_string(port) + "  " + type);
   }
 }
 
-void introduce(const Options& options, const CollectorFacts& facts) {
+void introduce(const Options& options, const CollectorFacts& facts, LinePrinter& lines) {
   const std::string host = hostOf(options.ports.address);
-  introducePorts(host, options, facts);
-  std::cout << "Reports are kept in " << facts.data << "/" << kDatabase << ".\n"
-            << "The authority of the certificate is " << facts.authority << ";\n"
-            << "a game trusts it when it starts with\n"
-            << "  SSL_CERT_FILE=" << facts.authority << "\n"
-            << "The page is at http://" << host << ":" << facts.page << "/" << std::endl;
+  const std::string address = "https://" + host + ":";
+  if (options.ports.separate) {
+    introducePorts(address, facts, lines);
+  } else {
+    const std::string port = std::to_string(facts.ports.begin()->second);
+    lines.print("Receiving at " + address + port + " until Ctrl-C.");
+  }
+  lines.print("Reports are kept in " + facts.data + "/" + kDatabase + ".");
+  lines.print("The authority of the certificate is " + facts.authority + ";");
+  lines.print("a game trusts it when it starts with");
+  lines.print("  SSL_CERT_FILE=" + facts.authority);
+  lines.print("The page is at http://" + host + ":" + std::to_string(facts.page) + "/");
 }
 
 void waitFor(const sigset_t& signals) {
@@ -93,6 +96,7 @@ void waitFor(const sigset_t& signals) {
 
 int serve(Options options) {
   const sigset_t signals = blockEndSignals();
+  LinePrinter lines(STDOUT_FILENO);
   FaultList faults(options.ports.separate);
   for (Fault& fault : options.faults) faults.add(std::move(fault));
   const auto folder = makePrivateFolder(options.data);
@@ -101,7 +105,7 @@ int serve(Options options) {
   SettingsValues settings(std::move(options.settings));
   EventStream events;
   const CollectorParts parts{store, faults, settings, events};
-  ReportDesk desk(parts, options.rejectInvalid);
+  ReportDesk desk(parts, lines, options.rejectInvalid);
   GameServer games(options.ports, files, desk, faults);
   auto page = std::make_unique<ListeningPort>(options.ports.address, options.pagePort);
   const CollectorFacts facts{games.ports(), page->number(), files.authority, folder,
@@ -109,14 +113,14 @@ int serve(Options options) {
   OperatorServer operators(std::move(page), options.ports.address, parts, facts,
                            folder / kDatabase);
 
-  introduce(options, facts);
+  introduce(options, facts, lines);
   games.start(facts.page);
   operators.start();
   waitFor(signals);
   events.end();
   operators.stop();
   games.stop();
-  std::cout << "Collector ended." << std::endl;
+  lines.print("Collector ended.");
   return EXIT_SUCCESS;
 }
 

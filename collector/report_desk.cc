@@ -2,7 +2,6 @@
 
 #include <ctime>
 #include <exception>
-#include <iostream>
 #include <utility>
 
 #include "collector/fault_effects.h"
@@ -117,10 +116,7 @@ std::optional<Fault> ReportDesk::takeConnectionFault(std::optional<std::string_v
   return fault;
 }
 
-void ReportDesk::print(const std::string& line) {
-  const std::lock_guard lock(printing_);
-  std::cout << timeOfDay() << "  " << line << std::endl;
-}
+void ReportDesk::print(const std::string& line) { lines_.print(timeOfDay() + "  " + line); }
 
 std::optional<Fault> ReportDesk::takeFault(std::string_view type, const json& body) {
   std::optional<Fault> fault = parts_.faults.takeForRequest(type, body);

@@ -9,6 +9,7 @@
 
 #include "collector/event_stream.h"
 #include "collector/fault_list.h"
+#include "collector/line_printer.h"
 #include "collector/report_store.h"
 #include "collector/settings_values.h"
 
@@ -35,8 +36,8 @@ struct CollectorParts {
 class ReportDesk {
  public:
   // Reports that are invalid are refused for good, or taken like all others.
-  ReportDesk(const CollectorParts& parts, bool rejectInvalid)
-      : parts_(parts), rejectInvalid_(rejectInvalid) {}
+  ReportDesk(const CollectorParts& parts, LinePrinter& lines, bool rejectInvalid)
+      : parts_(parts), lines_(lines), rejectInvalid_(rejectInvalid) {}
 
   Reply takeReport(const std::string& body);
   Reply takeConfigRequest(const std::string& body);
@@ -54,9 +55,9 @@ class ReportDesk {
   void publish(const Added& added);
 
   const CollectorParts parts_;
+  LinePrinter& lines_;
   const bool rejectInvalid_;
   std::mutex order_;  // Reports are stored, printed and told of one after the other.
-  std::mutex printing_;
 };
 
 }  // namespace zln::collector

@@ -19,12 +19,15 @@
 #include <thread>
 #include <vector>
 
+#include "collector/owned_socket.h"
+#include "tests/collector/small_pipe.h"
 #include "tests/support/temporary_folder.h"
 
 namespace zln::collector {
 namespace {
 
 using nlohmann::json;
+using testing::EndsWith;
 using testing::HasSubstr;
 
 constexpr auto kPatience = std::chrono::seconds(60);
@@ -35,12 +38,13 @@ constexpr char kJson[] = "application/json";
 // A run of the program, ended at the end of the test at the latest.
 class Program {
  public:
-  Program(const TemporaryFolder& folder, std::vector<std::string> arguments)
+  // What it prints goes to a file, or to `output`.
+  Program(const TemporaryFolder& folder, std::vector<std::string> arguments, int output = -1)
       : output_(folder.path() + "/output"), errors_(folder.path() + "/errors") {
     arguments.insert(arguments.begin(), ZLN_COLLECTOR_PROGRAM);
     std::filesystem::remove(output_);
     pid_ = ::fork();
-    if (pid_ == 0) run(arguments);
+    if (pid_ == 0) run(arguments, output);
   }
 
   ~Program() {
@@ -74,8 +78,9 @@ class Program {
   std::string errors() const { return contentOf(errors_); }
 
  private:
-  [[noreturn]] void run(std::vector<std::string>& arguments) const {
-    ::dup2(::open(output_.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600), STDOUT_FILENO);
+  [[noreturn]] void run(std::vector<std::string>& arguments, int output) const {
+    if (output < 0) output = ::open(output_.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+    ::dup2(output, STDOUT_FILENO);
     ::dup2(::open(errors_.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600), STDERR_FILENO);
     std::vector<char*> argv;
     for (std::string& argument : arguments) argv.push_back(argument.data());
@@ -96,10 +101,10 @@ class Program {
 
 class CollectorProgramTest : public testing::Test {
  protected:
-  std::unique_ptr<Program> start(std::vector<std::string> more = {}) const {
+  std::unique_ptr<Program> start(std::vector<std::string> more = {}, int output = -1) const {
     std::vector<std::string> arguments = {"--port", "0", "--page-port", "0", "--data", data()};
     arguments.insert(arguments.end(), more.begin(), more.end());
-    return std::make_unique<Program>(folder_, arguments);
+    return std::make_unique<Program>(folder_, arguments, output);
   }
 
   std::string data() const { return folder_.path() + "/data"; }
@@ -150,6 +155,80 @@ TEST_F(CollectorProgramTest, EndsCleanlyThoughClientsHang) {
   EXPECT_EQ("", program->errors());
   events.join();
   held.join();
+}
+
+// A collector that prints into a pipe, of which nothing is read but the introduction.
+class UnreadCollectorTest : public CollectorProgramTest {
+ protected:
+  UnreadCollectorTest() {
+    const std::string introduction = readUntil(kReady);
+    const std::string address = "https://localhost:";
+    port_ = std::stoi(introduction.substr(introduction.find(address) + address.size()));
+  }
+
+  // Reports are counted off by their networks. False when one is not answered.
+  bool sendReports(int count) const {
+    httplib::SSLClient client("localhost", port_);
+    client.set_ca_cert_path((data() + "/ca.pem").c_str());
+    client.enable_server_certificate_verification(true);
+    client.set_read_timeout(kPatience);
+    client.set_keep_alive(true);
+    client.set_tcp_nodelay(true);
+    for (int i = 0; i < count; ++i) {
+      const json report = {{"type", "ReportTypeAdAttempt"}, {"network", "N" + std::to_string(i)}};
+      if (!client.Post("/session", report.dump(), kJson)) return false;
+    }
+    return true;
+  }
+
+  // What is printed up to a text, or to the end.
+  std::string readUntil(const std::string& text) const {
+    std::string printed;
+    char byte;
+    while (printed.find(text) == std::string::npos && ::read(pipe_.reading(), &byte, 1) == 1) {
+      printed += byte;
+    }
+    return printed;
+  }
+
+  SmallPipe pipe_;
+  const std::unique_ptr<Program> program_ = start({}, pipe_.takeWriting().get());
+  int port_ = 0;
+};
+
+TEST_F(UnreadCollectorTest, AnswersReports) {
+  EXPECT_TRUE(sendReports(200));
+
+  const std::string printed = readUntil("N199,");
+  std::string::size_type last = 0;
+  for (int i = 0; i < 200; ++i) {
+    const auto place = printed.find(" by N" + std::to_string(i) + ",");
+    ASSERT_NE(std::string::npos, place) << "the line of report " << i << " is missing";
+    EXPECT_LE(last, place) << "the line of report " << i << " is too early";
+    last = place;
+  }
+}
+
+TEST_F(UnreadCollectorTest, PrintsWhatWaitsAtItsEnd) {
+  EXPECT_TRUE(sendReports(200));
+
+  std::string printed;
+  std::thread reader([&] { printed = readUntil("Collector ended.\n"); });
+  EXPECT_EQ(0, program_->end(SIGINT));
+  reader.join();
+
+  EXPECT_THAT(printed, HasSubstr(" by N199,"));
+  EXPECT_THAT(printed, EndsWith("\nCollector ended.\n"));
+}
+
+TEST_F(UnreadCollectorTest, EndsThoughNobodyReads) {
+  EXPECT_TRUE(sendReports(200));
+
+  const auto begin = std::chrono::steady_clock::now();
+  EXPECT_EQ(0, program_->end(SIGINT));
+
+  EXPECT_GT(std::chrono::seconds(20), std::chrono::steady_clock::now() - begin);
+  EXPECT_EQ("", program_->errors());
 }
 
 TEST_F(CollectorProgramTest, KeepsReportsAndCertificatesOverItsEnd) {

@@ -1,6 +1,5 @@
 #include "tests/collector/running_collector.h"
 
-#include <iostream>
 #include <thread>
 #include <utility>
 
@@ -23,11 +22,11 @@ RunningCollector::RunningCollector(const CollectorWish& wish)
       faults_(wish.separatePorts),
       settings_(SettingsFile()),
       parts_{store_, faults_, settings_, events_},
-      desk_(parts_, wish.rejectInvalid),
+      lines_(nowhere_.get()),
+      desk_(parts_, lines_, wish.rejectInvalid),
       games_({.address = kHost, .first = 0, .separate = wish.separatePorts}, certificates_, desk_,
              faults_),
       gamePorts_(games_.ports()) {
-  std::cout.setstate(std::ios::failbit);
   auto port = std::make_unique<ListeningPort>(kHost, 0);
   pagePort_ = port->number();
   const CollectorFacts facts{gamePorts_, pagePort_, certificates_.authority, folder_.path(),
@@ -38,10 +37,7 @@ RunningCollector::RunningCollector(const CollectorWish& wish)
   operators_->start();
 }
 
-RunningCollector::~RunningCollector() {
-  stop();
-  std::cout.clear();
-}
+RunningCollector::~RunningCollector() { stop(); }
 
 std::chrono::duration<double> RunningCollector::stop() {
   const auto begin = std::chrono::steady_clock::now();

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <fcntl.h>
 #include <httplib.h>
 
 #include <chrono>
@@ -13,7 +14,9 @@
 #include "collector/event_stream.h"
 #include "collector/fault_list.h"
 #include "collector/game_server.h"
+#include "collector/line_printer.h"
 #include "collector/operator_server.h"
+#include "collector/owned_socket.h"
 #include "collector/report_desk.h"
 #include "collector/report_store.h"
 #include "collector/settings_values.h"
@@ -66,6 +69,8 @@ class RunningCollector {
   SettingsValues settings_;
   EventStream events_;
   CollectorParts parts_;
+  const OwnedSocket nowhere_{::open("/dev/null", O_WRONLY | O_CLOEXEC)};
+  LinePrinter lines_;
   ReportDesk desk_;
   GameServer games_;
   const std::map<std::string, int> gamePorts_;
