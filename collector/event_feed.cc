@@ -25,11 +25,19 @@ std::optional<std::int64_t> lastSeen(const httplib::Request& request) {
   return id;
 }
 
-// What one client gets.
+// What one client gets. It listens as long as this lives.
 struct Feed {
-  std::shared_ptr<EventStream::Listener> listener;
-  std::string first;            // Is written before all else.
-  std::int64_t lastReport = 0;  // The last report in it.
+  explicit Feed(EventStream& stream) : events(stream), listener(stream.listen()) {}
+  ~Feed() {
+    if (listener) events.leave(listener);
+  }
+  Feed(const Feed&) = delete;
+  Feed& operator=(const Feed&) = delete;
+
+  EventStream& events;
+  const std::shared_ptr<EventStream::Listener> listener;
+  std::string first = kGreeting;  // Is written before all else.
+  std::int64_t lastReport = 0;    // The last report in it.
 };
 
 // The reports after the last that a client saw; of too many that there are some.
@@ -68,14 +76,13 @@ bool writeNext(Feed& feed, httplib::DataSink& sink) {
 
 bool respondWithEvents(const httplib::Request& request, httplib::Response& response,
                        ReportStore& store, EventStream& events) {
-  const auto feed = std::make_shared<Feed>(Feed{events.listen(), kGreeting});
+  const auto feed = std::make_shared<Feed>(events);
   if (!feed->listener) return false;
   if (const auto seen = lastSeen(request)) addMissed(*seen, store, *feed);
   response.set_header("Cache-Control", "no-store");
   response.set_chunked_content_provider(
       "text/event-stream",
-      [feed](std::size_t, httplib::DataSink& sink) { return writeNext(*feed, sink); },
-      [feed, &events](bool) { events.leave(feed->listener); });
+      [feed](std::size_t, httplib::DataSink& sink) { return writeNext(*feed, sink); });
   return true;
 }
 

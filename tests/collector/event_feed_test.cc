@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <condition_variable>
+#include <filesystem>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -125,6 +126,23 @@ TEST(EventFeedTest, SaysSoWhenTooManyWereMissed) {
 
   EXPECT_EQ(std::string(kGreeting) + "event: resync\ndata: {}\n\n", far.textWith("resync"));
   EXPECT_THAT(near.textWith("id: 1002"), Not(HasSubstr("resync")));
+}
+
+// What a client that found the store broken has listened to is not held for it.
+TEST(EventFeedTest, ForgetsClientsThatItCannotServe) {
+  RunningCollector collector;
+  const auto folder = collector.certificates().authority.parent_path();
+  std::filesystem::rename(folder / "reports.db", folder / "away");
+  for (int i = 0; i < 40; ++i) {
+    const auto answer = collector.page()->Get("/api/events", {{"Last-Event-ID", "1"}});
+    ASSERT_TRUE(answer) << "answer " << i << ": " << httplib::to_string(answer.error());
+    ASSERT_THAT(answer->body, HasSubstr("reports.db does not exist")) << "answer " << i;
+  }
+  std::filesystem::rename(folder / "away", folder / "reports.db");
+
+  Follower follower(collector, {{"Last-Event-ID", "1"}});
+
+  EXPECT_EQ(kGreeting, follower.textWith("connected\n\n"));
 }
 
 TEST(EventFeedTest, EndsWithTheCollector) {
