@@ -2,6 +2,7 @@
 
 #include <sys/socket.h>
 
+#include <system_error>
 #include <utility>
 
 namespace zln::collector {
@@ -9,10 +10,20 @@ namespace zln::collector {
 void ConnectionThreads::serve(OwnedSocket connection, std::function<void(int socket)> work) {
   const std::lock_guard lock(mutex_);
   if (stopping_ || open_.size() >= most_) return;
+  if (idle_ <= waiting_.size() && !addThread()) return;
   open_.insert(connection.get());
   waiting_.push_back({std::move(connection), std::move(work)});
-  if (idle_ < waiting_.size()) threads_.emplace_back([this] { run(); });
   changed_.notify_one();
+}
+
+// False when the system has none left.
+bool ConnectionThreads::addThread() {
+  try {
+    threads_.emplace_back([this] { run(); });
+    return true;
+  } catch (const std::system_error&) {
+    return false;
+  }
 }
 
 void ConnectionThreads::stop() {

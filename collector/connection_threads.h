@@ -24,7 +24,7 @@ class ConnectionThreads {
   ConnectionThreads& operator=(const ConnectionThreads&) = delete;
 
   // Has a thread do the work on a connection. Closes the connection at once instead when as many
-  // are open as may be.
+  // are open as may be, or when there is no further thread to be had.
   void serve(OwnedSocket connection, std::function<void(int socket)> work);
   // Shuts all connections down, so that nobody waits on one of them any longer, and waits for the
   // threads.
@@ -36,6 +36,7 @@ class ConnectionThreads {
     std::function<void(int)> work;
   };
 
+  bool addThread();
   void run();
 
   const std::size_t most_;
