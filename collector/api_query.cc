@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "collector/api_error.h"
+#include "collector/json_object.h"
 
 namespace zln::collector {
 namespace {
@@ -38,12 +39,6 @@ bool parseOrder(const std::string& order) {
   return order == "desc";
 }
 
-// 2, true, null and "2" in quotes are JSON; everything else is the text that it is.
-json parseValue(const std::string& text) {
-  json value = json::parse(text, nullptr, /*allow_exceptions=*/false);
-  return value.is_primitive() && !value.is_discarded() ? value : json(text);
-}
-
 void takeParameter(const std::string& name, const std::string& value, ReportQuery& query) {
   if (name == "kind") {
     query.kind = parseKind(value);
@@ -58,7 +53,7 @@ void takeParameter(const std::string& name, const std::string& value, ReportQuer
   } else if (name == "order") {
     query.newestFirst = parseOrder(value);
   } else if (name.starts_with(kKeyPrefix) && name.size() > kKeyPrefix.size()) {
-    query.match[name.substr(kKeyPrefix.size())] = parseValue(value);
+    query.match[name.substr(kKeyPrefix.size())] = jsonOrText(value);
   } else if (name != "after" && name != "before" && name != "limit") {
     refuse("no such parameter: " + name);
   }

@@ -9,6 +9,7 @@
 #include <stdexcept>
 #include <utility>
 
+#include "collector/json_object.h"
 #include "collector/report_kinds.h"
 
 namespace zln::collector {
@@ -195,12 +196,6 @@ bool isOfFault(const std::string& key) {
   return std::ranges::find(kKeys, key) != kKeys.end();
 }
 
-// 2, true and "2" in quotes are JSON; everything else is the text that it is.
-json parseValue(const std::string& text) {
-  json value = json::parse(text, nullptr, /*allow_exceptions=*/false);
-  return value.is_primitive() && !value.is_discarded() ? value : json(text);
-}
-
 void takeAssignment(std::string_view assignment, json& object) {
   const auto sign = assignment.find('=');
   if (sign == std::string_view::npos || sign == 0) {
@@ -211,9 +206,9 @@ void takeAssignment(std::string_view assignment, json& object) {
   if (key == "type") {
     object["types"].push_back(value);
   } else if (isOfFault(key)) {
-    object[key] = key == "error" ? json(value) : parseValue(value);
+    object[key] = key == "error" ? json(value) : jsonOrText(value);
   } else {
-    object["match"][key] = parseValue(value);
+    object["match"][key] = jsonOrText(value);
   }
 }
 

@@ -18,4 +18,9 @@ std::optional<nlohmann::json> parseObject(std::string_view text) {
   return object;
 }
 
+nlohmann::json jsonOrText(const std::string& text) {
+  nlohmann::json value = nlohmann::json::parse(text, nullptr, /*allow_exceptions=*/false);
+  return value.is_primitive() && !value.is_discarded() ? value : nlohmann::json(text);
+}
+
 }  // namespace zln::collector

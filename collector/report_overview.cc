@@ -6,6 +6,7 @@
 #include <utility>
 #include <vector>
 
+#include "collector/json_object.h"
 #include "collector/report_kinds.h"
 #include "collector/report_row.h"
 
@@ -15,11 +16,6 @@ namespace {
 using nlohmann::json;
 
 constexpr std::int64_t kMostReports = 2000;  // Of an installation in a timeline.
-
-template <typename T>
-json valueOrNull(const std::optional<T>& value) {
-  return value ? json(*value) : json();
-}
 
 json zeroFor(const std::vector<std::string_view>& names) {
   json counts = json::object();

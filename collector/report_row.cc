@@ -42,11 +42,6 @@ std::optional<Finding> findingFrom(const json& object) {
   return Finding{object["code"], severity.value_or(Severity::kNotice), object["text"]};
 }
 
-template <typename T>
-json valueOrNull(const std::optional<T>& value) {
-  return value ? json(*value) : json();
-}
-
 json toJson(const Answer& answer) {
   return {{"outcome", nameOf(answer.outcome)},
           {"status", answer.status},
