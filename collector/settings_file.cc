@@ -1,8 +1,12 @@
 #include "collector/settings_file.h"
 
 #include <fstream>
+#include <iterator>
 #include <stdexcept>
+#include <string>
 #include <utility>
+
+#include "collector/json_object.h"
 
 namespace zln::collector {
 namespace {
@@ -10,9 +14,10 @@ namespace {
 nlohmann::json read(const std::filesystem::path& path) {
   std::ifstream file(path);
   if (!file) throw std::invalid_argument("cannot read " + path.string());
-  nlohmann::json settings = nlohmann::json::parse(file, nullptr, /*allow_exceptions=*/false);
-  if (!settings.is_object()) throw std::invalid_argument(path.string() + " holds no JSON object");
-  return settings;
+  const std::string text(std::istreambuf_iterator<char>(file), {});
+  auto settings = parseObject(text);
+  if (!settings) throw std::invalid_argument(path.string() + " holds no JSON object");
+  return *std::move(settings);
 }
 
 }  // namespace

@@ -29,6 +29,13 @@ TEST_F(SettingsFileTest, HoldsNoneWithoutAFile) {
   EXPECT_EQ(json::object(), settings.current());
 }
 
+// Nothing that is handed out is too deep to be written.
+TEST_F(SettingsFileTest, HoldsNoObjectThatIsTooDeep) {
+  write((R"({"key":)" + std::string(1000, '[') + std::string(1000, ']') + "}").c_str());
+
+  EXPECT_THROW(SettingsFile{path()}, std::invalid_argument);
+}
+
 TEST_F(SettingsFileTest, FollowsItsFile) {
   write(R"({"key":1})");
   SettingsFile settings(path());
