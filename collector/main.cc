@@ -110,7 +110,7 @@ int serve(Options options) {
   auto page = std::make_unique<ListeningPort>(options.ports.address, options.pagePort);
   const CollectorFacts facts{games.ports(), page->number(), files.authority, folder,
                              options.rejectInvalid};
-  OperatorServer operators(std::move(page), options.ports.address, parts, facts,
+  OperatorServer operators(std::move(page), options.ports.address, parts, desk, facts,
                            folder / kDatabase);
 
   introduce(options, facts, lines);

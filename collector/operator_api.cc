@@ -36,8 +36,8 @@ json valuesOf(const json& request) {
 
 }  // namespace
 
-OperatorApi::OperatorApi(const CollectorParts& parts, CollectorFacts facts)
-    : parts_(parts), facts_(std::move(facts)), started_(secondsSince1970()) {}
+OperatorApi::OperatorApi(const CollectorParts& parts, ReportDesk& desk, CollectorFacts facts)
+    : parts_(parts), desk_(desk), facts_(std::move(facts)), started_(secondsSince1970()) {}
 
 json OperatorApi::status() {
   ReportQuery all;
@@ -62,10 +62,7 @@ json OperatorApi::report(std::int64_t id) {
   return zln::collector::toJson(*row);
 }
 
-void OperatorApi::clearReports() {
-  parts_.store.clear();
-  parts_.events.publish("cleared", [] { return json::object(); });
-}
+void OperatorApi::clearReports() { desk_.clear(); }
 
 WaitResult OperatorApi::wait(const json& request) {
   const WaitRequest wanted = parseWait(request);

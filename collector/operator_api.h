@@ -30,7 +30,7 @@ struct WaitResult {
 // std::runtime_error when the store cannot be used.
 class OperatorApi {
  public:
-  OperatorApi(const CollectorParts& parts, CollectorFacts facts);
+  OperatorApi(const CollectorParts& parts, ReportDesk& desk, CollectorFacts facts);
 
   nlohmann::json status();
   nlohmann::json reports(const Parameters& parameters);
@@ -55,6 +55,7 @@ class OperatorApi {
   void publishFaults();
 
   const CollectorParts parts_;
+  ReportDesk& desk_;
   const CollectorFacts facts_;
   const double started_;
 };

@@ -144,10 +144,10 @@ ExportFormat formatOf(const Request& request) {
 }  // namespace
 
 OperatorServer::OperatorServer(std::unique_ptr<ListeningPort> port, const std::string& address,
-                               const CollectorParts& parts, const CollectorFacts& facts,
-                               std::filesystem::path database)
+                               const CollectorParts& parts, ReportDesk& desk,
+                               const CollectorFacts& facts, std::filesystem::path database)
     : parts_(parts),
-      api_(parts, facts),
+      api_(parts, desk, facts),
       database_(std::move(database)),
       port_(std::move(port)),
       threads_(kMostConnections) {

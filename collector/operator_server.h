@@ -26,7 +26,7 @@ class OperatorServer {
 
   // `address` is the one that the port listens on.
   OperatorServer(std::unique_ptr<ListeningPort> port, const std::string& address,
-                 const CollectorParts& parts, const CollectorFacts& facts,
+                 const CollectorParts& parts, ReportDesk& desk, const CollectorFacts& facts,
                  std::filesystem::path database);
   ~OperatorServer();
 

@@ -93,6 +93,12 @@ Reply ReportDesk::takeConfigRequest(const std::string& body) {
   return replyUnder(std::move(fault), settings);
 }
 
+void ReportDesk::clear() {
+  const std::lock_guard lock(order_);
+  parts_.store.clear();
+  parts_.events.publish("cleared", [] { return json::object(); });
+}
+
 void ReportDesk::noteLostAnswer(const Reply& reply) {
   const bool wasGood = !reply.fault || answerUnder(*reply.fault).outcome == Outcome::kAccepted;
   if (!reply.report || !wasGood) return;

@@ -32,7 +32,7 @@ struct CollectorParts {
 };
 
 // Takes reports and requests for settings in: decides the answer, stores, prints a line for each
-// and tells those who listen. Any thread may call it.
+// and tells those who listen, of all that befalls the store in its order. Any thread may call it.
 class ReportDesk {
  public:
   // Reports that are invalid are refused for good, or taken like all others.
@@ -41,6 +41,8 @@ class ReportDesk {
 
   Reply takeReport(const std::string& body);
   Reply takeConfigRequest(const std::string& body);
+  // Forgets all reports.
+  void clear();
   // The answer did not reach the game.
   void noteLostAnswer(const Reply& reply);
   // The fault of a connection, before anything is read from it.

@@ -3,9 +3,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <condition_variable>
+#include <cstdint>
 #include <filesystem>
 #include <mutex>
+#include <set>
 #include <string>
 #include <thread>
 #include <vector>
@@ -88,6 +91,34 @@ TEST(EventFeedTest, TellsWhatHappens) {
   EXPECT_THAT(follower.textWith("event: settings"), HasSubstr("\"source\":\"api\""));
   collector.page()->Delete("/api/reports");
   EXPECT_THAT(follower.textWith("event: cleared"), HasSubstr("event: cleared\ndata: {}\n\n"));
+}
+
+// Whoever follows the events knows what is in the store, also when it is cleared meanwhile.
+TEST(EventFeedTest, TellsOfAClearingInItsPlace) {
+  RunningCollector collector;
+  const auto listener = collector.parts().events.listen();
+  std::atomic<bool> ending = false;
+  std::vector<std::thread> games;
+  for (int game = 0; game < 2; ++game) {
+    games.emplace_back([&] {
+      for (int i = 0; i < 500 && !ending; ++i) collector.desk().takeReport(adAttempt());
+    });
+  }
+  for (int i = 0; i < 10; ++i) collector.desk().clear();
+  ending = true;
+  for (std::thread& game : games) game.join();
+
+  std::set<std::int64_t> told;
+  while (const auto event = listener->next(std::chrono::milliseconds(0))) {
+    if (event->report) told.insert(*event->report);
+    if (event->text.starts_with("event: cleared")) told.clear();
+  }
+  ReportQuery all;
+  all.limit = 1000;
+  std::set<std::int64_t> stored;
+  for (const ReportRow& row : collector.parts().store.list(all).reports) stored.insert(row.id);
+  EXPECT_EQ(stored, told);
+  collector.parts().events.leave(listener);
 }
 
 TEST(EventFeedTest, TellsOfAmendedReports) {

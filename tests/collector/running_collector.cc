@@ -31,7 +31,7 @@ RunningCollector::RunningCollector(const CollectorWish& wish)
   pagePort_ = port->number();
   const CollectorFacts facts{gamePorts_, pagePort_, certificates_.authority, folder_.path(),
                              wish.rejectInvalid};
-  operators_ = std::make_unique<OperatorServer>(std::move(port), kHost, parts_, facts,
+  operators_ = std::make_unique<OperatorServer>(std::move(port), kHost, parts_, desk_, facts,
                                                 folder_.path() + kDatabase);
   games_.start(pagePort_);
   operators_->start();

@@ -60,6 +60,7 @@ class RunningCollector {
 
   OperatorServer& operators() { return *operators_; }
   CollectorParts& parts() { return parts_; }
+  ReportDesk& desk() { return desk_; }
 
  private:
   const TemporaryFolder folder_;
