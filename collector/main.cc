@@ -128,7 +128,8 @@ int exportAll(const Options& options) {
   exportReports(options.data / kDatabase, options.format, [](std::string_view piece) {
     return std::fwrite(piece.data(), 1, piece.size(), stdout) == piece.size();
   });
-  if (std::fflush(stdout) != 0) throw std::runtime_error("cannot write the reports");
+  const bool written = std::fflush(stdout) == 0 && std::ferror(stdout) == 0;
+  if (!written) throw std::runtime_error("cannot write the reports");
   return EXIT_SUCCESS;
 }
 

@@ -254,6 +254,18 @@ TEST_F(CollectorProgramTest, ExportsWhatItHasKept) {
   EXPECT_EQ("Grumble", json::parse(exporting.output())["body"]["network"]);
 }
 
+TEST_F(CollectorProgramTest, SaysThatItCannotExport) {
+  const auto program = start();
+  post(*program);
+  EXPECT_EQ(0, program->end(SIGINT));
+  const OwnedSocket full(::open("/dev/full", O_WRONLY | O_CLOEXEC));
+
+  Program exporting(folder_, {"export", "--data", data()}, full.get());
+
+  EXPECT_EQ(1, exporting.exitCode());
+  EXPECT_EQ("zln-collector: cannot write the reports\n", exporting.errors());
+}
+
 TEST_F(CollectorProgramTest, SaysWhichPortIsTaken) {
   const auto program = start();
   const std::string port = std::to_string(program->portAfter("https://localhost:"));
