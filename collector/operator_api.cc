@@ -71,7 +71,7 @@ WaitResult OperatorApi::wait(const json& request) {
   while (true) {
     const std::uint64_t seen = parts_.events.count();
     const ReportList list = parts_.store.list(wanted.query);
-    const bool satisfied = list.reports.size() >= static_cast<std::size_t>(wanted.query.limit);
+    const bool satisfied = list.total >= wanted.query.limit;
     if (satisfied || !parts_.events.waitForMoreThan(seen, deadline)) {
       return {{{"reports", toJson(list)["reports"]}, {"satisfied", satisfied}}, satisfied};
     }

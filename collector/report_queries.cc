@@ -17,6 +17,9 @@ using nlohmann::json;
 
 constexpr char kWantedKind[] = "zln wanted members";
 
+// Of bodies: a list ends with the one that reaches it, so that it fits into memory many times.
+constexpr std::int64_t kLongestList = std::int64_t{16} * 1024 * 1024;
+
 // The members that a body must have.
 class WantedMembers {
  public:
@@ -127,9 +130,12 @@ ReportList readPage(Database& database, const ReportQuery& query, Condition& con
                                     (query.newestFirst ? " DESC" : "") + " LIMIT ?");
   rows.bind(condition.bindTo(rows), std::int64_t{query.limit} + 1);
   ReportList list;
-  while (rows.step()) {
-    list.more = std::ssize(list.reports) == query.limit;
-    if (!list.more) list.reports.push_back(rowOf(rows));
+  std::int64_t size = 0;
+  while (!list.more && rows.step()) {
+    list.more = std::ssize(list.reports) == query.limit || size >= kLongestList;
+    if (list.more) break;
+    list.reports.push_back(rowOf(rows));
+    size += std::ssize(list.reports.back().body);
   }
   return list;
 }

@@ -27,8 +27,8 @@ struct ReportQuery {
 };
 
 struct ReportList {
-  std::vector<ReportRow> reports;
-  std::int64_t total = 0;  // How many the query has without its limit.
+  std::vector<ReportRow> reports;  // As many as the limit allows; fewer when they are large.
+  std::int64_t total = 0;          // How many the query has without its limit.
   bool more = false;
 };
 

@@ -156,6 +156,17 @@ TEST_F(OperatorServerTest, WaitsUntilEnoughReportsAreHere) {
   EXPECT_THAT(idsOf(result), ElementsAre(1, 3));
 }
 
+TEST_F(OperatorServerTest, WaitsForMoreThanItLists) {
+  const auto accepted = [](const ReportRow&, const json&) { return Answer(); };
+  const std::string body = "{" + std::string(1024 * 1024, ' ') + "}";
+  for (int i = 0; i < 17; ++i) collector_.parts().store.add(body, accepted);
+
+  const json result = post("/api/wait", {{"count", 17}, {"timeout", 0}});
+
+  EXPECT_EQ(true, result["satisfied"]);
+  EXPECT_THAT(idsOf(result), SizeIs(16));
+}
+
 TEST_F(OperatorServerTest, WaitsNoLongerThanAskedTo) {
   send(adAttempt());
 

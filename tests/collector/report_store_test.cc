@@ -385,6 +385,21 @@ TEST_F(ReportStoreTest, ForgetsWhatItDoesNotKeep) {
   EXPECT_EQ(Verdict::kDuplicate, add(adAttempt(1, 4)).verdict);
 }
 
+TEST_F(ReportStoreTest, ListsNoMoreThanFitsIntoMemory) {
+  for (int i = 1; i <= 20; ++i) addBody(bodyOf(1024 * 1024));
+  ReportQuery query;
+  query.limit = 1000;
+
+  const ReportList first = store_->list(query);
+  EXPECT_THAT(first.reports, SizeIs(16));
+  EXPECT_TRUE(first.more);
+  EXPECT_EQ(20, first.total);
+  query.after = first.reports.back().id;
+  const ReportList second = store_->list(query);
+  EXPECT_THAT(second.reports, SizeIs(4));
+  EXPECT_FALSE(second.more);
+}
+
 TEST_F(ReportStoreTest, KeepsNoMoreBytesThanItMay) {
   reopen({.bytes = 1000});
   addBody(bodyOf(400));
