@@ -109,6 +109,9 @@ TEST(ReportLineTest, TellsWhoAsksForSettingsAndHowManyThereAre) {
 
 TEST(PrintableTextTest, MakesControlCharactersHarmless) {
   EXPECT_EQ("a.[31mb.c", printable("a\x1b[31mb\nc"));
+  EXPECT_EQ(".[31mb.c", printable("\xC2\x9B[31mb\xC2\x9F"
+                                  "c"));
+  EXPECT_EQ("\xC2\xA0", printable("\xC2\xA0"));
 }
 
 TEST(PrintableTextTest, CutsALongTextBetweenCharacters) {
