@@ -100,8 +100,9 @@ int serve(Options options) {
   FaultList faults(options.ports.separate);
   for (Fault& fault : options.faults) faults.add(std::move(fault));
   const auto folder = makePrivateFolder(options.data);
-  const CertificateFiles files = certificateFiles(folder, certifiedHosts(options));
+  // The store is first: it keeps a second collector from the files of this one.
   ReportStore store(folder / kDatabase, options.keep, embeddedSchemas());
+  const CertificateFiles files = certificateFiles(folder, certifiedHosts(options));
   SettingsValues settings(std::move(options.settings));
   EventStream events;
   const CollectorParts parts{store, faults, settings, events};
