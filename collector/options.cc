@@ -1,5 +1,6 @@
 #include "collector/options.h"
 
+#include <arpa/inet.h>
 #include <getopt.h>
 
 #include <algorithm>
@@ -74,6 +75,15 @@ int parsePort(std::string_view text, const std::string& what) {
   return static_cast<int>(parseNumber(text, 0, kHighestPort, what));
 }
 
+std::string parseAddress(const std::string& address) {
+  unsigned char binary[sizeof(in6_addr)];
+  if (::inet_pton(AF_INET, address.c_str(), binary) != 1 &&
+      ::inet_pton(AF_INET6, address.c_str(), binary) != 1) {
+    throw std::invalid_argument("--listen takes a numeric address, not \"" + address + "\"");
+  }
+  return address;
+}
+
 std::string parseHost(const std::string& name) {
   const auto isAllowed = [](unsigned char c) {
     return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '-' ||
@@ -114,7 +124,7 @@ void take(int letter, Options& options) {
       options.pagePort = parsePort(optarg, "--page-port");
       break;
     case kListen:
-      options.ports.address = optarg;
+      options.ports.address = parseAddress(optarg);
       break;
     case kHost:
       options.hosts.push_back(parseHost(optarg));

@@ -139,6 +139,14 @@ TEST(OptionsTest, RefuseSixPortsWhereThereAreNone) {
   EXPECT_THAT(complaintAbout({"--separate-ports", "--port", "65531"}), HasSubstr("65530"));
 }
 
+TEST(OptionsTest, RefuseToListenOnWhatIsNoAddress) {
+  const std::string complaint = "--listen takes a numeric address, not ";
+
+  EXPECT_EQ(complaint + "\"\"", complaintAbout({"--listen", ""}));
+  EXPECT_EQ(complaint + "\"localhost\"", complaintAbout({"--listen", "localhost"}));
+  EXPECT_EQ("0.0.0.0", parse({"--listen", "0.0.0.0"}).ports.address);
+}
+
 TEST(OptionsTest, RefuseWhatIsNoHost) {
   const std::string complaint = "--host takes the name of a host, not ";
 
