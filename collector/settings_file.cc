@@ -11,9 +11,12 @@
 namespace zln::collector {
 namespace {
 
+// A folder can be opened, too.
 nlohmann::json read(const std::filesystem::path& path) {
   std::ifstream file(path);
-  if (!file) throw std::invalid_argument("cannot read " + path.string());
+  if (!file || std::filesystem::is_directory(path)) {
+    throw std::invalid_argument("cannot read " + path.string());
+  }
   const std::string text(std::istreambuf_iterator<char>(file), {});
   auto settings = parseObject(text);
   if (!settings) throw std::invalid_argument(path.string() + " holds no JSON object");

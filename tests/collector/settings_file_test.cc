@@ -54,10 +54,14 @@ TEST_F(SettingsFileTest, KeepsTheLastSettingsOfABrokenFile) {
 
   std::filesystem::remove(path());
   EXPECT_EQ(json({{"key", 1}}), settings.current());
+
+  std::filesystem::create_directory(path());
+  EXPECT_EQ(json({{"key", 1}}), settings.current());
 }
 
 TEST_F(SettingsFileTest, RefusesToBeginWithABrokenFile) {
   EXPECT_THROW(SettingsFile{path()}, std::invalid_argument);
+  EXPECT_THROW(SettingsFile{folder_.path()}, std::invalid_argument);
   write("[1]");
   EXPECT_THROW(SettingsFile{path()}, std::invalid_argument);
 }
