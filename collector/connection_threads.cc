@@ -1,17 +1,32 @@
 #include "collector/connection_threads.h"
 
+#include <linux/tcp.h>
+#include <netinet/in.h>
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <system_error>
 #include <utility>
 
 namespace zln::collector {
+namespace {
+
+bool isSilent(int socket) {
+  tcp_info facts{};
+  socklen_t size = sizeof facts;
+  return ::getsockopt(socket, IPPROTO_TCP, TCP_INFO, &facts, &size) == 0 &&
+         facts.tcpi_bytes_received == 0;
+}
+
+}  // namespace
 
 void ConnectionThreads::serve(OwnedSocket connection, std::function<void(int socket)> work) {
   const std::lock_guard lock(mutex_);
-  if (stopping_ || open_.size() >= most_) return;
-  if (idle_ <= waiting_.size() && !addThread()) return;
-  open_.insert(connection.get());
+  if (stopping_ || !makeRoom()) return;
+  // Half of the threads at least are idle or about to be.
+  const bool isShort = idle_ <= waiting_.size() && threads_.size() < 2 * most_;
+  if (isShort && !addThread()) return;
+  open_.push_back(connection.get());
   waiting_.push_back({std::move(connection), std::move(work)});
   changed_.notify_one();
 }
@@ -38,6 +53,16 @@ void ConnectionThreads::stop() {
   }
 }
 
+// The thread of a connection that is ended finds out by itself.
+bool ConnectionThreads::makeRoom() {
+  if (open_.size() < most_) return true;
+  const auto silent = std::ranges::find_if(open_, isSilent);
+  if (silent == open_.end()) return false;
+  ::shutdown(*silent, SHUT_RDWR);
+  open_.erase(silent);
+  return true;
+}
+
 // A connection is forgotten before it is closed: its number may be another's from then on.
 void ConnectionThreads::run() {
   std::unique_lock lock(mutex_);
@@ -51,7 +76,7 @@ void ConnectionThreads::run() {
     lock.unlock();
     job.work(job.connection.get());
     lock.lock();
-    open_.erase(job.connection.get());
+    std::erase(open_, job.connection.get());
   }
 }
 

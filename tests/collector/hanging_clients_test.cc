@@ -1,10 +1,12 @@
 // Clients that say nothing, or nearly nothing, and stay.
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 
 #include <cerrno>
 #include <chrono>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -14,6 +16,10 @@
 namespace zln::collector {
 namespace {
 
+using testing::StartsWith;
+
+constexpr char kSuccess[] = R"({"success":true})";
+constexpr char kJson[] = "application/json";
 constexpr std::size_t kMostGames = 256;
 constexpr std::size_t kMostOperators = 128;
 constexpr std::chrono::duration<double> kSoon = std::chrono::seconds(20);
@@ -25,10 +31,23 @@ std::vector<OwnedSocket> connectMany(std::size_t count, int port, std::string_vi
 }
 
 // Waits for the other side to end the connection, by an end or an error.
-bool isEnded(const OwnedSocket& socket) {
-  char byte = 0;
-  const ssize_t got = ::recv(socket.get(), &byte, 1, 0);
-  return got == 0 || (got < 0 && errno == ECONNRESET);
+bool isEnded(int socket) {
+  char bytes[256];
+  ssize_t got = 1;
+  while (got > 0) got = ::recv(socket, bytes, sizeof bytes, 0);
+  return got == 0 || errno == ECONNRESET;
+}
+
+bool isEnded(const OwnedSocket& socket) { return isEnded(socket.get()); }
+
+// The answer to a report, asked for until it is this one.
+std::string answerOnce(const RunningCollector& collector, const std::string& expected) {
+  std::string answer;
+  const auto end = std::chrono::steady_clock::now() + kSoon;
+  while (answer != expected && std::chrono::steady_clock::now() < end) {
+    answer = collector.answerTo("/session", adAttempt());
+  }
+  return answer;
 }
 
 TEST(HangingClientsTest, DoNotStopGames) {
@@ -36,7 +55,7 @@ TEST(HangingClientsTest, DoNotStopGames) {
   const auto silent = connectMany(32, collector.gamePort(), "");
   const auto slow = connectMany(32, collector.gamePort(), "\x16\x03\x01");
 
-  EXPECT_EQ(R"({"success":true})", collector.answerTo("/session", adAttempt()));
+  EXPECT_EQ(kSuccess, collector.answerTo("/session", adAttempt()));
 }
 
 TEST(HangingClientsTest, DoNotStopOperators) {
@@ -57,30 +76,60 @@ TEST(HangingClientsTest, DoNotHoldTheEndUp) {
 }
 
 TEST(HangingClientsTest, AreTurnedAwayBeyondABoundOfGames) {
-  RunningCollector collector;
-  const auto silent = connectMany(kMostGames, collector.gamePort(), "");
+  RunningCollector nearlyFull;
+  const auto others = connectMany(kMostGames - 1, nearlyFull.gamePort(), "\x16\x03\x01");
+  EXPECT_EQ(kSuccess, nearlyFull.answerTo("/session", adAttempt()));
 
-  EXPECT_TRUE(isEnded(connectTo(collector.gamePort())));
+  RunningCollector full;
+  const auto slow = connectMany(kMostGames, full.gamePort(), "\x16\x03\x01");
+  EXPECT_THAT(full.answerTo("/session", adAttempt()), StartsWith("no answer: "));
 }
 
 TEST(HangingClientsTest, AreTurnedAwayBeyondABoundOfOperators) {
   RunningCollector collector;
-  const auto silent = connectMany(kMostOperators, collector.pagePort(), "");
+  const auto slow = connectMany(kMostOperators, collector.pagePort(), "GET /api/sta");
 
-  EXPECT_TRUE(isEnded(connectTo(collector.pagePort())));
+  EXPECT_FALSE(collector.page()->Get("/api/status"));
+}
+
+TEST(HangingClientsTest, GiveWayToGamesWhileTheySayNothing) {
+  RunningCollector collector;
+  const auto silent = connectMany(2 * kMostGames, collector.gamePort(), "");
+
+  EXPECT_EQ(kSuccess, collector.answerTo("/session", adAttempt()));
+
+  EXPECT_TRUE(isEnded(silent.front()));
+}
+
+TEST(HangingClientsTest, GiveWayToOperatorsWhileTheySayNothing) {
+  RunningCollector collector;
+  const auto silent = connectMany(2 * kMostOperators, collector.pagePort(), "");
+
+  EXPECT_TRUE(collector.page()->Get("/api/status"));
+
+  EXPECT_TRUE(isEnded(silent.front()));
+}
+
+TEST(HangingClientsTest, AreLetGoAfterAWhile) {
+  RunningCollector collector;
+  const OwnedSocket silentGame = connectTo(collector.gamePort());
+  const OwnedSocket slowGame = connectTo(collector.gamePort(), "\x16\x03\x01");
+  const OwnedSocket silentOperator = connectTo(collector.pagePort());
+  const auto idleGame = collector.game();
+  idleGame->set_keep_alive(true);
+  EXPECT_TRUE(idleGame->Post("/session", adAttempt(), kJson));
+
+  EXPECT_TRUE(isEnded(silentGame));
+  EXPECT_TRUE(isEnded(slowGame));
+  EXPECT_TRUE(isEnded(silentOperator));
+  EXPECT_TRUE(isEnded(idleGame->socket()));
 }
 
 TEST(HangingClientsTest, MakeRoomForOthersWhenTheyLeave) {
   RunningCollector collector;
-  connectMany(kMostGames, collector.gamePort(), "").clear();
+  connectMany(kMostGames, collector.gamePort(), "\x16\x03\x01").clear();
 
-  std::string answer;
-  const auto end = std::chrono::steady_clock::now() + kSoon;
-  while (answer != R"({"success":true})" && std::chrono::steady_clock::now() < end) {
-    answer = collector.answerTo("/session", adAttempt());
-  }
-
-  EXPECT_EQ(R"({"success":true})", answer);
+  EXPECT_EQ(kSuccess, answerOnce(collector, kSuccess));
 }
 
 }  // namespace

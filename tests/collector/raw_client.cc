@@ -9,7 +9,7 @@
 namespace zln::collector {
 namespace {
 
-constexpr timeval kPatience{20, 0};
+constexpr timeval kPatience{60, 0};
 
 }  // namespace
 
