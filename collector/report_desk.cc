@@ -78,7 +78,9 @@ Reply ReportDesk::takeReport(const std::string& body) {
     return {.fault = std::move(fault)};
   }
   try {
-    return store(body, std::move(fault));
+    Reply reply = store(body, std::move(fault));
+    parts_.store.flush();
+    return reply;
   } catch (const std::exception& failure) {
     print(std::string("cannot store a report, which is put off: ") + failure.what());
     return {.body = success(false).dump(), .status = kUnavailable};
