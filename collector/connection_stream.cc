@@ -16,8 +16,6 @@ using std::chrono::seconds;
 
 constexpr std::size_t kBufferSize = 16 * 1024;
 constexpr std::size_t kLongestRequest = 1024 * 1024 + 64 * 1024;
-constexpr auto kRequestTime = seconds(30);
-constexpr auto kWriteTime = seconds(10);
 constexpr auto kGoodbyeTime = seconds(1);
 constexpr std::size_t kLongestGoodbye = 16 * 1024 * 1024;
 
@@ -29,7 +27,8 @@ bool wouldBlock() { return errno == EAGAIN || errno == EINTR; }
 
 ConnectionStream& ConnectionStream::current() { return *served; }
 
-ConnectionStream::ConnectionStream(int socket) : socket_(socket), buffer_(kBufferSize) {
+ConnectionStream::ConnectionStream(int socket, const TransferTimes& times)
+    : socket_(socket), times_(times), buffer_(kBufferSize) {
   const int yes = 1;
   ::setsockopt(socket, IPPROTO_TCP, TCP_NODELAY, &yes, sizeof yes);
   served = this;
@@ -41,7 +40,7 @@ bool ConnectionStream::waitForRequest(milliseconds patience) {
   deadline_ = Clock::now() + patience;
   sizeLeft_ = kLongestRequest;
   if (begin_ == end_ && !fill()) return false;
-  deadline_ = Clock::now() + kRequestTime;
+  deadline_ = Clock::now() + times_.request;
   return true;
 }
 
@@ -73,7 +72,7 @@ ssize_t ConnectionStream::read(char* bytes, size_t size) {
 }
 
 ssize_t ConnectionStream::write(const char* bytes, size_t size) {
-  const auto deadline = Clock::now() + kWriteTime;
+  const auto deadline = Clock::now() + times_.write;
   for (std::size_t written = 0; written < size && !broken_;) {
     const Step step = tryWrite(bytes + written, size - written);
     written += step.bytes;

@@ -10,6 +10,13 @@
 
 namespace zln::collector {
 
+// What a client has for a request as a whole, from its first byte on, and for taking each piece of
+// an answer.
+struct TransferTimes {
+  std::chrono::milliseconds request = std::chrono::seconds(30);
+  std::chrono::milliseconds write = std::chrono::seconds(10);
+};
+
 // A connection as httplib reads requests from it and writes answers to it. Its client has a bounded
 // time and a bounded size for each request, and a bounded time for taking each piece of an answer.
 // The socket does not block; its owner closes it.
@@ -18,7 +25,7 @@ class ConnectionStream : public httplib::Stream {
   // The one that this thread is serving.
   static ConnectionStream& current();
 
-  explicit ConnectionStream(int socket);
+  explicit ConnectionStream(int socket, const TransferTimes& times = {});
   ~ConnectionStream() override;
   ConnectionStream(const ConnectionStream&) = delete;
   ConnectionStream& operator=(const ConnectionStream&) = delete;
@@ -71,6 +78,7 @@ class ConnectionStream : public httplib::Stream {
   void discardInput() const;
 
   const int socket_;
+  const TransferTimes times_;
   std::vector<char> buffer_;
   std::size_t begin_ = 0;
   std::size_t end_ = 0;
