@@ -32,7 +32,8 @@ using testing::HasSubstr;
 
 constexpr auto kPatience = std::chrono::seconds(60);
 constexpr auto kGlance = std::chrono::milliseconds(5);
-constexpr char kReady[] = "The page is at http://localhost:";
+constexpr char kReady[] = "The page is at http://";
+constexpr char kPage[] = "The page is at http://localhost:";
 constexpr char kJson[] = "application/json";
 
 // A run of the program, ended at the end of the test at the latest.
@@ -110,15 +111,26 @@ class CollectorProgramTest : public testing::Test {
   std::string data() const { return folder_.path() + "/data"; }
 
   std::string post(const Program& program) const {
-    httplib::SSLClient client("localhost", program.portAfter("https://localhost:"));
+    return answerFrom("localhost", program.portAfter("https://localhost:"), "/session");
+  }
+
+  // The answer to a report or a request for settings, under the name of a host.
+  std::string answerFrom(const std::string& host, int port, const std::string& path) const {
+    httplib::SSLClient client(host, port);
+    client.set_hostname_addr_map({{"elsewhere.example", "127.0.0.1"}});
     client.set_ca_cert_path((data() + "/ca.pem").c_str());
     client.enable_server_certificate_verification(true);
-    const auto result = client.Post("/session", R"({"network":"Grumble"})", kJson);
+    const auto result = client.Post(path, R"({"network":"Grumble"})", kJson);
     return result ? result->body : "no answer: " + httplib::to_string(result.error());
   }
 
+  std::string authority() const {
+    std::ifstream file(data() + "/ca.pem");
+    return std::string(std::istreambuf_iterator<char>(file), {});
+  }
+
   static json status(const Program& program) {
-    httplib::Client client("localhost", program.portAfter(kReady));
+    httplib::Client client("localhost", program.portAfter(kPage));
     const auto result = client.Get("/api/status");
     return result ? json::parse(result->body) : json();
   }
@@ -138,7 +150,7 @@ TEST_F(CollectorProgramTest, SaysWhereEverythingIs) {
 
 TEST_F(CollectorProgramTest, EndsCleanlyThoughClientsHang) {
   const auto program = start({"--fault", "delay,seconds=3000"});
-  httplib::Client follower("localhost", program->portAfter(kReady));
+  httplib::Client follower("localhost", program->portAfter(kPage));
   std::atomic<bool> following = false;
   std::thread events([&] {
     follower.set_read_timeout(kPatience);
@@ -277,6 +289,49 @@ TEST_F(CollectorProgramTest, SaysWhichPortIsTaken) {
   EXPECT_EQ(
       "zln-collector: cannot listen on port " + port + " of 127.0.0.1: Address already in use\n",
       second.errors());
+}
+
+TEST_F(CollectorProgramTest, LeavesTheFilesOfAnotherThatRunsAlone) {
+  const auto program = start();
+  program->portAfter(kPage);
+  const std::string before = authority();
+  const TemporaryFolder other;
+
+  Program second(
+      other, {"--port", "0", "--page-port", "0", "--data", data(), "--host", "elsewhere.example"});
+
+  EXPECT_EQ(1, second.exitCode());
+  EXPECT_THAT(second.errors(), HasSubstr("is in use by another collector\n"));
+  EXPECT_NE("", before);
+  EXPECT_EQ(before, authority());
+}
+
+TEST_F(CollectorProgramTest, DoesAsItsOptionsSay) {
+  const std::string settings = folder_.path() + "/settings.json";
+  std::ofstream(settings) << R"({"key":1})";
+  const auto program =
+      start({"--separate-ports", "--reject-invalid", "--keep", "2", "--settings", settings,
+             "--host", "elsewhere.example", "--fault", "cut-before,type=ad-attempt"});
+  const json ports = status(*program)["ports"];
+
+  for (int i = 0; i < 3; ++i) {
+    EXPECT_THAT(answerFrom("elsewhere.example", ports["session-first"], "/session"),
+                HasSubstr("errorIsPermanent"));
+  }
+  EXPECT_EQ(R"({"key":1})", answerFrom("localhost", ports["config"], "/config"));
+  EXPECT_THAT(answerFrom("localhost", ports["ad-attempt"], "/session"), HasSubstr("no answer"));
+
+  EXPECT_EQ(2, status(*program)["reports"]);
+}
+
+TEST_F(CollectorProgramTest, ListensWhereItIsToldTo) {
+  const auto program = start({"--listen", "127.0.0.2"});
+  httplib::Client page("127.0.0.2", program->portAfter("The page is at http://127.0.0.2:"));
+
+  EXPECT_TRUE(page.Get("/api/status"));
+  EXPECT_EQ(R"({"success":true})",
+            answerFrom("127.0.0.2", program->portAfter("https://127.0.0.2:"), "/session"));
+  EXPECT_EQ(json(), status(*program));
 }
 
 TEST_F(CollectorProgramTest, TellsWrongUsageFromFailure) {

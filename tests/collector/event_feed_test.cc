@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <filesystem>
@@ -134,6 +135,19 @@ TEST(EventFeedTest, TellsOfAmendedReports) {
   EXPECT_THAT(follower.textWith("event: amended"), HasSubstr("event: amended\ndata: {"));
 }
 
+TEST(EventFeedTest, TellsOfStopsWhoseStartCameLater) {
+  RunningCollector collector;
+  collector.answerTo("/session", R"({"type":"ReportTypeSessionStop","sessionId":"a"})");
+  Follower follower(collector);
+  follower.textWith("connected");
+
+  collector.answerTo("/session", R"({"type":"ReportTypeSessionStart","sessionId":"a"})");
+
+  const std::string text = follower.textWith("\"id\":1,");
+  EXPECT_THAT(text, HasSubstr("event: amended\ndata: {"));
+  EXPECT_THAT(text, Not(HasSubstr("stop-without-start")));
+}
+
 TEST(EventFeedTest, SendsTheReportsThatWereMissedFirst) {
   RunningCollector collector;
   for (int i = 0; i < 3; ++i) collector.answerTo("/session", adAttempt());
@@ -197,6 +211,36 @@ TEST(EventFeedTest, TurnsTheThirtyThirdAway) {
   ASSERT_TRUE(result);
   EXPECT_EQ(503, result->status);
   EXPECT_EQ(R"({"error":"too many follow the events"})", result->body);
+}
+
+// The status of an answer that is not waited for.
+int statusOfEvents(const RunningCollector& collector) {
+  int status = 0;
+  collector.page()->Get(
+      "/api/events", httplib::Headers(),
+      [&](const httplib::Response& response) {
+        status = response.status;
+        return false;
+      },
+      [](const char*, size_t) { return false; });
+  return status;
+}
+
+TEST(EventFeedTest, LetsOthersInWhenSomeLeave) {
+  RunningCollector collector;
+  for (int i = 0; i < 32; ++i) {
+    Follower follower(collector);
+    follower.textWith("connected");
+  }
+  const auto end = std::chrono::steady_clock::now() + kPatience;
+
+  int status = 0;
+  while (status != 200 && std::chrono::steady_clock::now() < end) {
+    collector.answerTo("/session", adAttempt());
+    status = statusOfEvents(collector);
+  }
+
+  EXPECT_EQ(200, status);
 }
 
 }  // namespace

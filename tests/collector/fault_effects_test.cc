@@ -199,6 +199,17 @@ TEST_F(FaultEffectsTest, AStallWhoseClientLeavesCountsAsCut) {
   EXPECT_EQ(Outcome::kCut, collector_.outcomeOnce(Outcome::kCut));
 }
 
+TEST_F(FaultEffectsTest, ARefusalThatIsLostIsStillARefusal) {
+  collector_.addFault({{"effect", "temporary"}, {"seconds", kHeld}});
+  const auto client = collector_.game();
+  client->set_read_timeout(0, 100000);
+
+  EXPECT_FALSE(client->Post("/session", adAttempt(), "application/json"));
+  collector_.stop();
+
+  EXPECT_EQ(Outcome::kRetry, lastAnswer().outcome);
+}
+
 TEST_F(FaultEffectsTest, CutBeforeLetsNoRequestIn) {
   collector_.addFault({{"effect", "cut-before"}, {"times", 1}});
 

@@ -3,10 +3,14 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <future>
+#include <memory>
 #include <set>
 #include <stdexcept>
 #include <string>
 
+#include "collector/database.h"
 #include "tests/collector/running_collector.h"
 
 namespace zln::collector {
@@ -19,6 +23,7 @@ using testing::SizeIs;
 using Outcome = Answer::Outcome;
 
 constexpr char kSuccess[] = R"({"success":true})";
+constexpr char kEvent[] = "0D9AF0A5-2C9A-4F0B-8F4D-6E4C3E0E5F11";
 
 TEST(GameServerTest, TakesAReportAndKeepsIt) {
   RunningCollector collector;
@@ -47,10 +52,12 @@ TEST(GameServerTest, RefusesInvalidReportsForGoodWhenToldTo) {
   RunningCollector collector({.rejectInvalid = true});
 
   EXPECT_THAT(collector.answerTo("/session", "no JSON"), HasSubstr(R"("errorIsPermanent":true)"));
-  EXPECT_EQ(kSuccess, collector.answerTo("/session", adAttempt()));
+  EXPECT_EQ(kSuccess, collector.answerTo("/session", adAttempt({{"adEventId", kEvent}})));
+  EXPECT_EQ(kSuccess, collector.answerTo("/session", adAttempt({{"adEventId", kEvent}})));
 
-  ASSERT_THAT(collector.rows(), SizeIs(2));
+  ASSERT_THAT(collector.rows(), SizeIs(3));
   EXPECT_EQ(Outcome::kDropped, collector.rows()[0].answer.outcome);
+  EXPECT_EQ(Verdict::kDuplicate, collector.rows()[2].verdict);
 }
 
 TEST(GameServerTest, AnswersUnderItsNames) {
@@ -102,6 +109,33 @@ TEST(GameServerTest, KnowsNoOtherPath) {
   EXPECT_EQ(404, result->status);
 }
 
+TEST(GameServerTest, EndsAConnectionWithARequestThatItRefuses) {
+  RunningCollector collector;
+  const auto client = collector.game();
+  client->set_keep_alive(true);
+  EXPECT_TRUE(client->Post("/session", adAttempt(), "application/json"));
+
+  const auto result = client->Post("/other", "{}", "application/json");
+
+  ASSERT_TRUE(result);
+  EXPECT_EQ(404, result->status);
+  EXPECT_EQ("close", result->get_header_value("Connection"));
+}
+
+TEST(GameServerTest, AnswersAReportWhenItIsInTheFile) {
+  RunningCollector collector;
+  std::future<std::string> answer;
+  {
+    Database other(collector.database());
+    Transaction lock(other, /*writes=*/true);
+    answer =
+        std::async(std::launch::async, [&] { return collector.answerTo("/session", adAttempt()); });
+    EXPECT_EQ(std::future_status::timeout, answer.wait_for(std::chrono::milliseconds(200)));
+  }
+
+  EXPECT_EQ(kSuccess, answer.get());
+}
+
 TEST(GameServerTest, AnswersSeveralRequestsOnOneConnection) {
   RunningCollector collector;
   const auto client = collector.game();
@@ -123,6 +157,30 @@ TEST(GameServerTest, HasAPortForEachTypeWhenToldTo) {
   }
 
   EXPECT_THAT(ports, SizeIs(6));
+}
+
+// Six free ports, one after the other, are a matter of trying.
+std::unique_ptr<RunningCollector> collectorFrom(int port) {
+  try {
+    return std::make_unique<RunningCollector>(
+        CollectorWish{.separatePorts = true, .firstPort = port});
+  } catch (const std::runtime_error&) {
+    return nullptr;
+  }
+}
+
+TEST(GameServerTest, CountsThePortsOfTheTypesFromTheFirst) {
+  int first = 21000;
+  std::unique_ptr<RunningCollector> collector;
+  while (!collector && first < 30000) collector = collectorFrom(first += 10);
+  ASSERT_TRUE(collector);
+
+  EXPECT_EQ(first, collector->gamePort("session-first"));
+  EXPECT_EQ(first + 1, collector->gamePort("session-start"));
+  EXPECT_EQ(first + 2, collector->gamePort("session-stop"));
+  EXPECT_EQ(first + 3, collector->gamePort("ad-attempt"));
+  EXPECT_EQ(first + 4, collector->gamePort("ad-zone-attempt"));
+  EXPECT_EQ(first + 5, collector->gamePort("config"));
 }
 
 TEST(GameServerTest, DoesNotShareItsPort) {

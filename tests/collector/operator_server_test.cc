@@ -5,6 +5,7 @@
 #include <sys/socket.h>
 
 #include <algorithm>
+#include <chrono>
 #include <future>
 #include <set>
 #include <sstream>
@@ -13,6 +14,7 @@
 #include <vector>
 
 #include "collector/embedded_files.h"
+#include "collector/request_guard.h"
 #include "tests/collector/raw_client.h"
 #include "tests/collector/running_collector.h"
 
@@ -149,11 +151,12 @@ TEST_F(OperatorServerTest, WaitsUntilEnoughReportsAreHere) {
   });
 
   send(adAttempt());
+  send(R"({"network":"Meteor"})");
   send(adAttempt({{"network", "Meteor"}}));
 
   const json result = waiting.get();
   EXPECT_EQ(true, result["satisfied"]);
-  EXPECT_THAT(idsOf(result), ElementsAre(1, 3));
+  EXPECT_THAT(idsOf(result), ElementsAre(1, 4));
 }
 
 TEST_F(OperatorServerTest, WaitsForMoreThanItLists) {
@@ -169,9 +172,11 @@ TEST_F(OperatorServerTest, WaitsForMoreThanItLists) {
 
 TEST_F(OperatorServerTest, WaitsNoLongerThanAskedTo) {
   send(adAttempt());
+  const auto begin = std::chrono::steady_clock::now();
 
   const json result = post("/api/wait", {{"count", 2}, {"timeout", 0.1}}, 408);
 
+  EXPECT_LE(std::chrono::milliseconds(100), std::chrono::steady_clock::now() - begin);
   EXPECT_EQ(false, result["satisfied"]);
   EXPECT_THAT(idsOf(result), ElementsAre(1));
   EXPECT_THAT(idsOf(post("/api/wait", {{"after", 1}, {"timeout", 0}}, 408)), ElementsAre());
@@ -309,9 +314,37 @@ TEST_F(OperatorServerTest, TakesNothingFromPagesOfOthers) {
   EXPECT_EQ(200, statusOfPost({{"Origin", own}}, body, kJson));
   EXPECT_EQ(200, statusOfPost({}, body, "Application/JSON; charset=utf-8"));
   EXPECT_EQ(403, statusOfPost({{"Origin", "http://elsewhere.example"}}, body, kJson));
+  EXPECT_EQ(403, statusOfPost({{"Origin", "http://127.0.0.1:1"}}, body, kJson));
   EXPECT_EQ(403, statusOfPost({{"Origin", "null"}}, body, kJson));
   EXPECT_EQ(403, statusOfPost({}, body, "text/plain"));
   EXPECT_EQ(403, statusOfPost({}, body, "application/x-www-form-urlencoded"));
+}
+
+TEST_F(OperatorServerTest, HasNothingRemovedByPagesOfOthers) {
+  send(adAttempt());
+
+  const auto result =
+      collector_.page()->Delete("/api/reports", {{"Origin", "http://elsewhere.example"}});
+
+  ASSERT_TRUE(result);
+  EXPECT_EQ(403, result->status);
+  EXPECT_EQ(1, get("/api/reports")["total"]);
+}
+
+TEST(RequestGuardTest, AnswersUnderAllAddressesWhenListeningOnAll) {
+  for (const std::string address : {"0.0.0.0", "::"}) {
+    const RequestGuard guard(address);
+    const auto refusalUnder = [&](const std::string& host) {
+      httplib::Request request;
+      request.method = "GET";
+      request.headers = {{"Host", host}};
+      return guard.refusalOf(request);
+    };
+
+    EXPECT_EQ(std::nullopt, refusalUnder("10.0.0.1:8480"));
+    EXPECT_EQ(std::nullopt, refusalUnder("[fe80::1]:8480"));
+    EXPECT_EQ("this is not the host that was asked for", refusalUnder("rebound.example:8480"));
+  }
 }
 
 TEST_F(OperatorServerTest, BoundsWhatItReads) {

@@ -11,6 +11,7 @@
 #include <chrono>
 #include <filesystem>
 #include <fstream>
+#include <future>
 #include <iterator>
 #include <memory>
 #include <set>
@@ -702,6 +703,39 @@ TEST_F(ReportStoreTest, TakesReportsOfManyThreads) {
   EXPECT_EQ(kThreads * kReports, *all.rbegin());
   EXPECT_EQ(kThreads * kReports, store_->list({}).total);
   EXPECT_EQ(kThreads * kReports, store_->summary()["byVerdict"]["valid"]);
+}
+
+// One transaction for each report would write the same pages again and again: 16 MB.
+TEST_F(ReportStoreTest, WritesWhatHasGatheredAtOnce) {
+  add(adAttempt(1, 1));
+  store_->flush();
+  {
+    Database other(file());
+    Transaction lock(other, /*writes=*/true);
+    for (int i = 2; i <= 1000; ++i) add(adAttempt(1, i));
+  }
+
+  store_->flush();
+
+  EXPECT_EQ(1000, store_->list({}).total);
+  EXPECT_GT(3u * 1024 * 1024, std::filesystem::file_size(file() + "-wal"));
+}
+
+TEST_F(ReportStoreTest, KeepsABoundedSizeUnwritten) {
+  const std::string large(1024 * 1024, 'a');
+  store_->flush();
+  std::future<void> adding;
+  {
+    Database other(file());
+    Transaction lock(other, /*writes=*/true);
+    adding = std::async(std::launch::async, [&] {
+      for (int i = 0; i < 66; ++i) addBody(large);
+    });
+    EXPECT_EQ(std::future_status::timeout, adding.wait_for(std::chrono::seconds(2)));
+  }
+
+  adding.get();
+  EXPECT_EQ(66, store_->list({}).total);
 }
 
 TEST_F(ReportStoreTest, TriesAgainWhenTheDiskIsFull) {

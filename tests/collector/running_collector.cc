@@ -18,21 +18,21 @@ constexpr auto kGlance = std::chrono::milliseconds(5);
 
 RunningCollector::RunningCollector(const CollectorWish& wish)
     : certificates_(certificateFiles(folder_.path())),
-      store_(folder_.path() + kDatabase, kKept, embeddedSchemas()),
+      store_(database(), kKept, embeddedSchemas()),
       faults_(wish.separatePorts),
       settings_(SettingsFile()),
       parts_{store_, faults_, settings_, events_},
       lines_(nowhere_.get()),
       desk_(parts_, lines_, wish.rejectInvalid),
-      games_({.address = kHost, .first = 0, .separate = wish.separatePorts}, certificates_, desk_,
-             faults_),
+      games_({.address = kHost, .first = wish.firstPort, .separate = wish.separatePorts},
+             certificates_, desk_, faults_),
       gamePorts_(games_.ports()) {
   auto port = std::make_unique<ListeningPort>(kHost, 0);
   pagePort_ = port->number();
   const CollectorFacts facts{gamePorts_, pagePort_, certificates_.authority, folder_.path(),
                              wish.rejectInvalid};
   operators_ = std::make_unique<OperatorServer>(std::move(port), kHost, parts_, desk_, facts,
-                                                folder_.path() + kDatabase);
+                                                database());
   games_.start(pagePort_);
   operators_->start();
 }
@@ -48,6 +48,8 @@ std::chrono::duration<double> RunningCollector::stop() {
 }
 
 int RunningCollector::gamePort(const std::string& type) const { return gamePorts_.at(type); }
+
+std::filesystem::path RunningCollector::database() const { return folder_.path() + kDatabase; }
 
 std::unique_ptr<httplib::SSLClient> RunningCollector::game(const std::string& host,
                                                            const std::string& type) const {

@@ -4,6 +4,7 @@
 #include <httplib.h>
 
 #include <chrono>
+#include <filesystem>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <optional>
@@ -28,6 +29,7 @@ namespace zln::collector {
 struct CollectorWish {
   bool separatePorts = false;
   bool rejectInvalid = false;
+  int firstPort = 0;
 };
 
 // A collector in the process of a test, on free ports, with clients for both of its sides. What it
@@ -43,6 +45,7 @@ class RunningCollector {
   int gamePort(const std::string& type = "config") const;
   int pagePort() const { return pagePort_; }
   const CertificateFiles& certificates() const { return certificates_; }
+  std::filesystem::path database() const;
 
   // A client of the games' side that trusts the collector's authority.
   std::unique_ptr<httplib::SSLClient> game(const std::string& host = "127.0.0.1",

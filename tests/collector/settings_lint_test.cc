@@ -117,6 +117,22 @@ TEST(SettingsLintTest, ExplainsTheBackgroundTimeout) {
             lintOf("UserSessionBackgroundTimeoutSeconds", 2.5));
 }
 
+TEST(SettingsLintTest, DrawsItsLinesWhereItSays) {
+  EXPECT_EQ("", lintOf("ReportTemporaryFailureLimit", 20));
+  EXPECT_THAT(lintOf("ReportTemporaryFailureLimit", 21), HasSubstr("up to 21 times"));
+  EXPECT_THAT(lintOf("ConfigUpdateInterval", 59), StartsWith("notice: "));
+  EXPECT_EQ("", lintOf("ConfigUpdateInterval", 60));
+  EXPECT_EQ("", lintOf("ConfigUpdateInterval", 30 * 86400));
+  EXPECT_THAT(lintOf("ConfigUpdateInterval", 30 * 86400 + 1), HasSubstr("after 30 days only"));
+  EXPECT_EQ("", lintOf("SessionInactivityTimeLimit", 86400));
+  EXPECT_THAT(lintOf("SessionInactivityTimeLimit", 86401), HasSubstr("is resumed"));
+  EXPECT_EQ("", lintOf("SessionInactivityTimeLimit", 0.5));
+  EXPECT_EQ("", lintOf("UserSessionBackgroundTimeoutSeconds", 20));
+  EXPECT_THAT(lintOf("UserSessionBackgroundTimeoutSeconds", 21), StartsWith("notice: a system"));
+  EXPECT_THAT(lintOf("UserSessionBackgroundTimeoutSeconds", 170), StartsWith("notice: a system"));
+  EXPECT_THAT(lintOf("UserSessionBackgroundTimeoutSeconds", 171), StartsWith("warning: longer"));
+}
+
 TEST(SettingsLintTest, ExplainsWhatIsSwitchedOff) {
   EXPECT_THAT(lintOf("SendStartSessionReports", false), HasSubstr("these reports are dropped"));
   EXPECT_THAT(lintOf("SendStopSessionReports", 0), HasSubstr("these reports are dropped"));
