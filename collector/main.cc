@@ -96,6 +96,7 @@ void waitFor(const sigset_t& signals) {
 
 int serve(Options options) {
   const sigset_t signals = blockEndSignals();
+  std::signal(SIGXFSZ, SIG_IGN);  // A file that may not grow is an error like a full disk.
   LinePrinter lines(STDOUT_FILENO);
   FaultList faults(options.ports.separate);
   for (Fault& fault : options.faults) faults.add(std::move(fault));

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <httplib.h>
 #include <signal.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -66,6 +67,12 @@ class Program {
   int end(int signal) {
     ::kill(pid_, signal);
     return exitCode();
+  }
+
+  // Lets its files grow to this size and no further.
+  void limitFiles(rlim_t size) const {
+    const rlimit limits{size, size};
+    EXPECT_EQ(0, ::prlimit(pid_, RLIMIT_FSIZE, &limits, nullptr));
   }
 
   int exitCode() {
@@ -266,9 +273,9 @@ TEST_F(CollectorProgramTest, ExportsWhatItHasKept) {
   EXPECT_EQ("Grumble", json::parse(exporting.output())["body"]["network"]);
 }
 
-TEST_F(CollectorProgramTest, SaysThatItCannotExport) {
+TEST_F(CollectorProgramTest, SaysThatAnExportIsNotWhole) {
   const auto program = start();
-  post(*program);
+  for (int i = 0; i < 50; ++i) post(*program);
   EXPECT_EQ(0, program->end(SIGINT));
   const OwnedSocket full(::open("/dev/full", O_WRONLY | O_CLOEXEC));
 
@@ -276,6 +283,18 @@ TEST_F(CollectorProgramTest, SaysThatItCannotExport) {
 
   EXPECT_EQ(1, exporting.exitCode());
   EXPECT_EQ("zln-collector: cannot write the reports\n", exporting.errors());
+}
+
+TEST_F(CollectorProgramTest, PutsReportsOffWhenItsFilesMayNotGrow) {
+  const auto program = start();
+  EXPECT_EQ(R"({"success":true})", post(*program));
+  program->limitFiles(128 * 1024);
+
+  std::string answer;
+  for (int i = 0; i < 100 && answer != R"({"success":false})"; ++i) answer = post(*program);
+
+  EXPECT_EQ(R"({"success":false})", answer);
+  EXPECT_EQ(0, program->end(SIGINT));
 }
 
 TEST_F(CollectorProgramTest, SaysWhichPortIsTaken) {
