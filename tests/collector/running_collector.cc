@@ -31,8 +31,8 @@ RunningCollector::RunningCollector(const CollectorWish& wish)
   pagePort_ = port->number();
   const CollectorFacts facts{gamePorts_, pagePort_, certificates_.authority, folder_.path(),
                              wish.rejectInvalid};
-  operators_ = std::make_unique<OperatorServer>(std::move(port), kHost, parts_, desk_, facts,
-                                                database());
+  operators_ =
+      std::make_unique<OperatorServer>(std::move(port), kHost, parts_, desk_, facts, database());
   games_.start(pagePort_);
   operators_->start();
 }
