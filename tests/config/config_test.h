@@ -7,7 +7,7 @@
 
 #include "config/ZLNReportingConfig.h"
 #include "platform/property_list.h"
-#include "tests/support/host_test.h"
+#include "tests/support/host_fixture.h"
 
 namespace zln {
 

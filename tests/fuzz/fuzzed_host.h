@@ -8,7 +8,7 @@
 #include <string>
 
 #include "platform/value.h"
-#include "tests/support/host_test.h"
+#include "tests/support/host_fixture.h"
 
 namespace zln::fuzz {
 

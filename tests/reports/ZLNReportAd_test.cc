@@ -14,7 +14,7 @@
 #include "reports/ZLNReportFactory.h"
 #include "support/endpoints.h"
 #include "tests/reports/reports_in_tests.h"
-#include "tests/support/host_test.h"
+#include "tests/support/host_fixture.h"
 
 namespace zln {
 namespace {

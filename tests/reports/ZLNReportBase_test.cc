@@ -9,7 +9,7 @@
 
 #include "reports/ZLNReportAdAttempt.h"
 #include "reports/ZLNReportFactory.h"
-#include "tests/support/host_test.h"
+#include "tests/support/host_fixture.h"
 
 namespace zln {
 namespace {

@@ -7,7 +7,7 @@
 
 #include "support/endpoints.h"
 #include "tests/reports/reports_in_tests.h"
-#include "tests/support/host_test.h"
+#include "tests/support/host_fixture.h"
 
 namespace zln {
 namespace {

@@ -13,7 +13,7 @@
 #include "reports/ZLNReportSessionStop.h"
 #include "support/endpoints.h"
 #include "tests/reports/reports_in_tests.h"
-#include "tests/support/host_test.h"
+#include "tests/support/host_fixture.h"
 
 namespace zln {
 namespace {

@@ -18,7 +18,7 @@
 #include "config/ZLNReportingConfig.h"
 #include "platform/property_list.h"
 #include "session/ZLNSessionManager.h"
-#include "tests/support/host_test.h"
+#include "tests/support/host_fixture.h"
 #include "tests/support/sent_reports.h"
 
 namespace zln {

@@ -14,7 +14,7 @@
 #include "platform/identity.h"
 #include "support/ZLNDirectories.h"
 #include "tests/support/hooked_process.h"
-#include "tests/support/host_test.h"
+#include "tests/support/host_fixture.h"
 
 namespace zln {
 namespace {

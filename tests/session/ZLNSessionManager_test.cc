@@ -13,7 +13,7 @@
 #include "support/ZLNDirectories.h"
 #include "support/ZLNReportingUtils.h"
 #include "tests/support/hooked_process.h"
-#include "tests/support/host_test.h"
+#include "tests/support/host_fixture.h"
 #include "tests/support/sent_reports.h"
 #include "transport/ZLNReportingManager.h"
 

@@ -12,7 +12,7 @@
 #include "reports/ZLNReportBase.h"
 #include "session/ZLNSessionManager.h"
 #include "support/ZLNDirectories.h"
-#include "tests/support/host_test.h"
+#include "tests/support/host_fixture.h"
 #include "tests/support/sent_reports.h"
 
 namespace zln {

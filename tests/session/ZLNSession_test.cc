@@ -8,7 +8,7 @@
 #include <string>
 
 #include "support/ZLNReportingUtils.h"
-#include "tests/support/host_test.h"
+#include "tests/support/host_fixture.h"
 #include "tests/support/sent_reports.h"
 
 namespace zln {

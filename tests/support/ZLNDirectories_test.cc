@@ -6,7 +6,7 @@
 #include <optional>
 #include <string>
 
-#include "tests/support/host_test.h"
+#include "tests/support/host_fixture.h"
 
 namespace zln {
 namespace {

@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "support/log.h"
-#include "tests/support/host_test.h"
+#include "tests/support/host_fixture.h"
 
 namespace zln {
 namespace {

@@ -4,7 +4,7 @@
 
 #include <optional>
 
-#include "tests/support/host_test.h"
+#include "tests/support/host_fixture.h"
 
 namespace zln {
 namespace {

@@ -11,7 +11,7 @@
 
 #include "support/log.h"
 #include "tests/support/hooked_process.h"
-#include "tests/support/host_test.h"
+#include "tests/support/host_fixture.h"
 
 namespace zln {
 namespace {

@@ -1,4 +1,4 @@
-#include "tests/support/host_test.h"
+#include "tests/support/host_fixture.h"
 
 #include "tests/support/process_state_for_tests.h"
 

@@ -13,7 +13,7 @@
 #include "platform/value.h"
 #include "reports/ZLNReportAdAttempt.h"
 #include "reports/ZLNReportSessionStop.h"
-#include "tests/support/host_test.h"
+#include "tests/support/host_fixture.h"
 
 namespace zln {
 
