@@ -11,7 +11,7 @@ namespace zln {
 
 namespace {
 
-constexpr std::chrono::milliseconds kLongestWait{500};
+constexpr std::chrono::milliseconds kLongestExit{500};
 
 }  // namespace
 
@@ -49,7 +49,7 @@ void ExitGate::close() {
   State& gate = state();
   std::unique_lock lock(gate.mutex);
   gate.isClosed = true;
-  gate.changed.wait_for(lock, kLongestWait, [&gate] { return gate.visits == 0; });
+  gate.changed.wait_for(lock, kLongestExit, [&gate] { return gate.visits == 0; });
 }
 
 }  // namespace zln

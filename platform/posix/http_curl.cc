@@ -20,7 +20,6 @@ namespace zln {
 
 namespace {
 
-using Clock = HttpTransfer::Clock;
 using std::chrono::milliseconds;
 
 // A transfer looks up at least that often.
@@ -139,14 +138,14 @@ class HttpClientCurl::Network {
       curl_multi_perform(multi, &count);
       const CURLMsg* const message = curl_multi_info_read(multi, &count);
       if (message != nullptr && message->msg == CURLMSG_DONE) return message->data.result;
-      const Clock::time_point now = Clock::now();
+      const HttpTransfer::Clock::time_point now = HttpTransfer::Clock::now();
       if (transfer.deadline() <= now) break;
       wait(multi, transfer.deadline() - now);
     }
     return std::nullopt;
   }
 
-  void wait(CURLM* multi, Clock::duration longest) {
+  void wait(CURLM* multi, HttpTransfer::Clock::duration longest) {
     const auto time = std::min(std::chrono::ceil<milliseconds>(longest), kLongestWait);
     const ExitGate::Break pause;
     if (curl_multi_poll(multi, nullptr, 0, static_cast<int>(time.count()), nullptr) != CURLM_OK) {

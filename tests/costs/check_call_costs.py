@@ -3,7 +3,7 @@
 
 usage: check_call_costs.py PREFIX WORK
 
-PREFIX is the installed static package, WORK a folder for what is built and written. Nothing here
+PREFIX is the installed shared package, WORK a folder for what is built and written. Nothing here
 looks at the clock: instructions are counted by callgrind, system calls and written bytes by strace,
 allocations by the program itself.
 """
@@ -31,12 +31,13 @@ def build(prefix, work):
     found = subprocess.run(["find", prefix, "-name", "zlnsessionreporting.pc"], check=True,
                            capture_output=True, text=True).stdout.split()
     environment = dict(os.environ, PKG_CONFIG_PATH=os.path.dirname(found[0]))
-    flags = subprocess.run(["pkg-config", "--cflags", "--libs", "--static", "zlnsessionreporting"],
+    flags = subprocess.run(["pkg-config", "--cflags", "--libs", "zlnsessionreporting"],
                            check=True, capture_output=True, text=True, env=environment).stdout
     program = os.path.join(work, "call_costs")
     compiler = os.environ.get("CC", "cc")
     subprocess.run([compiler, "-std=gnu99", "-O2", os.path.join(HERE, "call_costs.c"),
-                    *shlex.split(flags), "-o", program], check=True)
+                    *shlex.split(flags), "-Wl,-rpath," + os.path.dirname(environment["PKG_CONFIG_PATH"]),
+                    "-o", program], check=True)
     return program
 
 

@@ -1,0 +1,2 @@
+// Only its precompiled header is of use.
+int main() { return 0; }
