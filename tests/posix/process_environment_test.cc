@@ -1,8 +1,9 @@
+#include "platform/posix/process_environment.h"
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "platform/posix/process_environment.h"
-#include "tests/contract/variable_lookup_in.h"
+#include "tests/posix/variable_lookup_in.h"
 #include "tests/support/environment_variable.h"
 
 namespace zln {

@@ -1,3 +1,5 @@
+#include "platform/posix/temporary_file.h"
+
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -20,7 +22,6 @@
 
 #include "platform/posix/file_descriptor.h"
 #include "platform/posix/files_posix.h"
-#include "platform/posix/temporary_file.h"
 #include "tests/support/temporary_folder.h"
 
 namespace zln {

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "tests/contract/device_facts_contract.h"
-#include "tests/contract/variable_lookup_in.h"
+#include "tests/posix/variable_lookup_in.h"
 #include "tests/support/temporary_folder.h"
 
 namespace zln {

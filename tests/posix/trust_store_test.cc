@@ -1,3 +1,5 @@
+#include "platform/posix/trust_store.h"
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <openssl/err.h>
@@ -10,7 +12,6 @@
 #include <thread>
 #include <vector>
 
-#include "platform/posix/trust_store.h"
 #include "tests/support/temporary_folder.h"
 #include "tests/support/test_certificates.h"
 

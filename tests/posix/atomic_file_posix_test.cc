@@ -27,7 +27,7 @@
 #include "platform/posix/file_descriptor.h"
 #include "platform/posix/files_posix.h"
 #include "platform/posix/plain_file.h"
-#include "tests/contract/mask_set.h"
+#include "tests/posix/mask_set.h"
 #include "tests/support/file_size_limited.h"
 #include "tests/support/private_disk.h"
 #include "tests/support/temporary_folder.h"

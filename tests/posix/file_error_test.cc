@@ -1,10 +1,10 @@
+#include "platform/posix/file_error.h"
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cerrno>
 #include <cstdint>
-
-#include "platform/posix/file_error.h"
 
 namespace zln {
 namespace {

@@ -1,3 +1,5 @@
+#include "platform/posix/delayed_flush.h"
+
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -12,7 +14,6 @@
 #include <utility>
 #include <vector>
 
-#include "platform/posix/delayed_flush.h"
 #include "tests/support/temporary_folder.h"
 
 namespace {

@@ -1,7 +1,7 @@
+#include "platform/posix/application_info.h"
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-
-#include "platform/posix/application_info.h"
 
 namespace zln {
 namespace {

@@ -1,3 +1,5 @@
+#include "platform/posix/thread_pool.h"
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
@@ -18,7 +20,6 @@
 #include <utility>
 #include <vector>
 
-#include "platform/posix/thread_pool.h"
 #include "tests/support/counted_threads.h"
 
 namespace zln {

@@ -1,10 +1,11 @@
+#include "platform/posix/plain_file.h"
+
 #include <gtest/gtest.h>
 
 #include <fstream>
 #include <optional>
 #include <string>
 
-#include "platform/posix/plain_file.h"
 #include "tests/support/temporary_folder.h"
 
 namespace zln {

@@ -19,7 +19,7 @@
 #include <utility>
 
 #include "tests/contract/files_contract.h"
-#include "tests/contract/mask_set.h"
+#include "tests/posix/mask_set.h"
 #include "tests/support/file_size_limited.h"
 #include "tests/support/temporary_folder.h"
 
