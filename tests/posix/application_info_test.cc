@@ -3,18 +3,17 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <optional>
+#include <string>
+#include <utility>
+
 namespace zln {
 namespace {
 
-TEST(ApplicationInfoTest, NothingIsKnownAtFirst) {
-  const ApplicationInfo info;
-
-  EXPECT_EQ(std::nullopt, info.bundleIdentifier());
-  EXPECT_EQ(std::nullopt, info.shortVersion());
-}
-
 TEST(ApplicationInfoTest, WhatWasSetLastIsKnown) {
   ApplicationInfo info;
+  EXPECT_EQ(std::nullopt, info.bundleIdentifier());
+  EXPECT_EQ(std::nullopt, info.shortVersion());
   info.set("com.example.old", "1.0");
 
   info.set("com.example.game", std::nullopt);
@@ -23,16 +22,11 @@ TEST(ApplicationInfoTest, WhatWasSetLastIsKnown) {
   EXPECT_EQ(std::nullopt, info.shortVersion());
 }
 
-TEST(ApplicationInfoTest, TheIdentifierNamesTheFolder) {
-  ApplicationInfo info;
-  info.set("com.example.game", "1.2.3");
-
-  EXPECT_EQ("com.example.game", info.folderName());
-}
-
-TEST(ApplicationInfoTest, TheProgramNamesTheFolderWhileThereIsNoIdentifier) {
+TEST(ApplicationInfoTest, TheIdentifierNamesTheFolderOrElseTheProgram) {
   ApplicationInfo info;
   EXPECT_EQ(executableName(), info.folderName());
+  info.set("com.example.game", "1.2.3");
+  EXPECT_EQ("com.example.game", info.folderName());
 
   info.set("", "1.2.3");
 
@@ -49,27 +43,26 @@ TEST(ApplicationInfoTest, AProgramKeepsItsNameWhenItsFileIsDeleted) {
   EXPECT_EQ("my game", executableName("/opt/games/my game (deleted)"));
 }
 
-struct Row {
-  std::string identifier;
-  std::optional<std::string> name;
-};
-
-class AsFileNameTest : public testing::TestWithParam<Row> {};
-
-TEST_P(AsFileNameTest, AnIdentifierIsMadeSafeAsOneName) {
-  EXPECT_EQ(GetParam().name, asFileName(GetParam().identifier));
+TEST(AsFileNameTest, AnIdentifierIsMadeSafeAsOneName) {
+  const std::pair<std::string, std::optional<std::string>> rows[] = {
+      {"com.example.game", "com.example.game"},
+      {"", std::nullopt},
+      {".", "_"},
+      {"..", "__"},
+      {"...", "..."},
+      {"../../etc/passwd", ".._.._etc_passwd"},
+      {"/", "_"},
+      {std::string("a\0b", 3), "a_b"},
+      {".hidden", ".hidden"},
+      {"spiel für alle", "spiel für alle"},
+      {std::string(240, 'x'), std::string(240, 'x')},
+      {std::string(300, 'x'), std::string(240, 'x')},
+      {std::string(239, 'x') + "ü" + "yz", std::string(239, 'x')},
+  };
+  for (const auto& [identifier, name] : rows) {
+    EXPECT_EQ(name, asFileName(identifier)) << identifier;
+  }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Identifiers, AsFileNameTest,
-    testing::Values(Row{"com.example.game", "com.example.game"}, Row{"", std::nullopt},
-                    Row{".", "_"}, Row{"..", "__"}, Row{"...", "..."},
-                    Row{"../../etc/passwd", ".._.._etc_passwd"}, Row{"/", "_"},
-                    Row{std::string("a\0b", 3), "a_b"}, Row{".hidden", ".hidden"},
-                    Row{"spiel für alle", "spiel für alle"},
-                    Row{std::string(240, 'x'), std::string(240, 'x')},
-                    Row{std::string(300, 'x'), std::string(240, 'x')},
-                    Row{std::string(239, 'x') + "ü" + "yz", std::string(239, 'x')}));
 
 }  // namespace
 }  // namespace zln

@@ -25,12 +25,11 @@
 #include <vector>
 
 #include "platform/posix/file_descriptor.h"
-#include "platform/posix/files_posix.h"
 #include "platform/posix/plain_file.h"
+#include "tests/posix/folder_fixture.h"
 #include "tests/posix/mask_set.h"
 #include "tests/support/file_size_limited.h"
 #include "tests/support/private_disk.h"
-#include "tests/support/temporary_folder.h"
 
 namespace zln {
 namespace {
@@ -41,9 +40,8 @@ using testing::UnorderedElementsAre;
 
 // Of the contents that a test reads.
 constexpr std::size_t kLimit = std::size_t{1} << 20;
-constexpr uid_t kNobody = 65534;
 
-// How the process answers to SIGURG while it stands.
+// How the process answers to SIGURG while this object lives.
 class UrgentSignal {
  public:
   explicit UrgentSignal(sighandler_t handler) : before_(signal(SIGURG, handler)) {}
@@ -52,13 +50,6 @@ class UrgentSignal {
  private:
   sighandler_t before_;
 };
-
-void ignoreUrgentSignal(int) {}
-
-std::string contentAt(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(file), {});
-}
 
 // Holds on to an item without opening it, so that its number is given to no other.
 class HeldItem {
@@ -116,51 +107,35 @@ bool isWhole(const std::string& content) {
          (letters.empty() || letters == std::string(letters.size(), letters[0]));
 }
 
-// The file lies in the folder "place", the spare one above it.
-class AtomicFilePosixTest : public testing::Test {
+// The file is in the folder "place", the spare one above it.
+class AtomicFilePosixTest : public FolderTest {
  protected:
   static constexpr char kFile[] = "place/file";
   static constexpr char kSpare[] = ".spare";
 
-  void SetUp() override { ASSERT_EQ(0, mkdir(path("place").c_str(), 0700)); }
-
-  std::string path(const std::string& relativePath) { return folder.path() + "/" + relativePath; }
+  void SetUp() override { makeFolder("place"); }
 
   std::unique_ptr<AtomicFilePosix> openFile(std::shared_ptr<DelayedFlush> flush = nullptr) {
     return std::make_unique<AtomicFilePosix>(files, path(kFile), path(kSpare), std::move(flush));
   }
 
-  void put(const std::string& relativePath, const std::string& bytes, mode_t mode = 0600) {
-    std::ofstream(path(relativePath), std::ios::binary) << bytes;
-    ASSERT_EQ(0, chmod(path(relativePath).c_str(), mode));
-  }
-
-  std::string contents(const std::string& relativePath) { return contentAt(path(relativePath)); }
-
-  struct stat factsOf(const std::string& relativePath) {
-    struct stat facts {};
-    EXPECT_EQ(0, lstat(path(relativePath).c_str(), &facts)) << relativePath;
-    return facts;
-  }
   ino_t inode(const std::string& relativePath) { return factsOf(relativePath).st_ino; }
-  mode_t mode(const std::string& relativePath) { return factsOf(relativePath).st_mode & 07777; }
-  bool isThere(const std::string& relativePath) {
-    struct stat facts {};
-    return lstat(path(relativePath).c_str(), &facts) == 0;
+  bool isPlainFile(const std::string& relativePath) {
+    return S_ISREG(factsOf(relativePath).st_mode);
+  }
+  void unlinkItem(const std::string& relativePath) {
+    ASSERT_EQ(0, unlink(path(relativePath).c_str()));
+  }
+  void renameItem(const std::string& from, const std::string& to) {
+    ASSERT_EQ(0, rename(path(from).c_str(), path(to).c_str()));
   }
 
-  std::vector<std::string> itemsBelow() {
-    std::vector<std::string> items;
-    files.enumerate(folder.path(), [&](const std::string& item) { items.push_back(item); });
-    return items;
+  std::vector<std::string> itemsBelow() { return visited(folder.path()); }
+  void expectTheTwoFilesAlone() {
+    EXPECT_THAT(itemsBelow(), UnorderedElementsAre("place", "place/file", ".spare"));
   }
 
-  static std::size_t openFiles() {
-    const std::filesystem::directory_iterator all("/proc/self/fd");
-    return static_cast<std::size_t>(std::distance(begin(all), end(all)));
-  }
-
-  // Replaces and sees that it is there.
+  // Replaces and expects to read it there.
   void replace(AtomicFile& file, const std::string& content, std::size_t unchanged = 0) {
     EXPECT_TRUE(file.replace(content, {unchanged}, nullptr)) << content;
     EXPECT_EQ(content, contents(kFile));
@@ -175,14 +150,20 @@ class AtomicFilePosixTest : public testing::Test {
     replace(file, "abcdefg", 2);
   }
 
-  // All that is offered when nothing is accepted.
+  // What comes after replaceSome(), with unchanged bytes of its last contents.
+  void replaceFurther(AtomicFile& file) {
+    replace(file, "abXYZ", 2);
+    replace(file, "abXYZ1", 5);
+    replace(file, "abXYZ12", 6);
+  }
+
+  // All that is offered while nothing is accepted.
   static std::vector<std::string> offeredAndDeclined(AtomicFile& file) {
-    std::vector<std::string> offers;
-    file.offerOldContent(kLimit, [&](const std::string& content) {
-      offers.push_back(content);
-      return false;
-    });
-    return offers;
+    return offers(file, false, kLimit);
+  }
+  // All that is offered until something is accepted.
+  static std::vector<std::string> offeredAndAccepted(AtomicFile& file, std::size_t limit = kLimit) {
+    return offers(file, true, limit);
   }
 
   std::shared_ptr<DelayedFlush> collectingFlush() {
@@ -191,25 +172,27 @@ class AtomicFilePosixTest : public testing::Test {
         [] { return false; });
   }
 
-  TemporaryFolder folder;
-  FilesPosix files{[] { return std::string("/unused"); }};
   // What is to be run later.
   std::vector<std::function<void()>> tasks;
+
+ private:
+  static std::vector<std::string> offers(AtomicFile& file, bool accept, std::size_t limit) {
+    std::vector<std::string> offered;
+    file.offerOldContent(limit, [&](const std::string& content) {
+      offered.push_back(content);
+      return accept;
+    });
+    return offered;
+  }
 };
 
 // Changing places.
 
-TEST_F(AtomicFilePosixTest, OneReplacementLeavesNoSpareFile) {
-  const auto file = openFile();
-
-  replace(*file, "1");
-
-  EXPECT_THAT(itemsBelow(), ElementsAre("place", "place/file"));
-}
-
 TEST_F(AtomicFilePosixTest, TwoFilesChangePlaces) {
+  const MaskSet mask(0);
   const auto file = openFile();
   replace(*file, "1");
+  EXPECT_THAT(itemsBelow(), ElementsAre("place", "place/file"));
   const ino_t first = inode(kFile);
   replace(*file, "2");
   const ino_t second = inode(kFile);
@@ -224,34 +207,10 @@ TEST_F(AtomicFilePosixTest, TwoFilesChangePlaces) {
     EXPECT_EQ(second, inode(kFile));
     EXPECT_EQ(first, inode(kSpare));
   }
-}
-
-TEST_F(AtomicFilePosixTest, ManyReplacementsLeaveNothingElseInTheFolders) {
-  const auto file = openFile();
-
-  for (int round = 0; round < 10; ++round)
-    replace(*file, std::string(static_cast<std::size_t>(round), 'x'));
-
-  EXPECT_THAT(itemsBelow(), UnorderedElementsAre("place", "place/file", ".spare"));
-}
-
-TEST_F(AtomicFilePosixTest, TheSpareFileHoldsTheContentBefore) {
-  const auto file = openFile();
-  replace(*file, "1");
-  replace(*file, "22");
-  replace(*file, "333");
-
-  EXPECT_EQ("22", contents(kSpare));
-}
-
-TEST_F(AtomicFilePosixTest, BothFilesBelongToTheUserAlone) {
-  const MaskSet mask(0);
-  const auto file = openFile();
-  replace(*file, "1");
-  replace(*file, "2");
-
+  EXPECT_EQ("odd", contents(kSpare));
   EXPECT_EQ(0600u, mode(kFile));
   EXPECT_EQ(0600u, mode(kSpare));
+  expectTheTwoFilesAlone();
 }
 
 TEST_F(AtomicFilePosixTest, ALongContentThatShrinksLeavesNoBytesBehind) {
@@ -269,25 +228,23 @@ TEST_F(AtomicFilePosixTest, ALongContentThatShrinksLeavesNoBytesBehind) {
 TEST_F(AtomicFilePosixTest, ItKeepsNoMoreFilesOpenFromReplacementToReplacement) {
   const auto file = openFile();
   replaceSome(*file);
-  const std::size_t before = openFiles();
+  const std::size_t before = openDescriptors();
 
   replaceSome(*file);
   const FileDescriptor reader = openPlainFile(path(kFile));
   replaceSome(*file);
 
-  EXPECT_EQ(before + 1, openFiles());
+  EXPECT_EQ(before + 1, openDescriptors());
 }
 
 TEST_F(AtomicFilePosixTest, ItLeavesNoFileOpenWhenItGoes) {
   put(kFile, "old");
   put(kSpare, "older");
-  const std::size_t before = openFiles();
-  {
-    const auto file = openFile();
-    replaceSome(*file);
-  }
+  const std::size_t before = openDescriptors();
 
-  EXPECT_EQ(before, openFiles());
+  replaceSome(*openFile());
+
+  EXPECT_EQ(before, openDescriptors());
 }
 
 TEST_F(AtomicFilePosixTest, TheNextObjectGoesOnWithTheSameTwoFiles) {
@@ -304,7 +261,7 @@ TEST_F(AtomicFilePosixTest, TheNextObjectGoesOnWithTheSameTwoFiles) {
   EXPECT_EQ(spare, inode(kFile));
   EXPECT_EQ(inPlace, inode(kSpare));
   replaceSome(*file);
-  EXPECT_THAT(itemsBelow(), UnorderedElementsAre("place", "place/file", ".spare"));
+  expectTheTwoFilesAlone();
 }
 
 TEST_F(AtomicFilePosixTest, ASpareFileOfAnEarlierProcessIsBroughtUpToDateWhole) {
@@ -413,10 +370,14 @@ class AtomicFilePosixReaderTest : public AtomicFilePosixTest {
  protected:
   static constexpr int kReplacements = 20'000;
 
-  // Replaces again and again while `read` is called by another thread; counts what went wrong.
-  void replaceWhile(const std::function<std::optional<std::string>()>& read) {
+  // Replaces again and again while another thread reads, which must never miss a content or see a
+  // torn one.
+  void expectWholeContents(const std::function<std::optional<std::string>()>& read) {
     const auto file = openFile();
     ASSERT_TRUE(file->replace(numberedContent(0), {}, nullptr));
+    int missed = 0;
+    int torn = 0;
+    int failures = 0;
     std::atomic<bool> isOver{false};
     std::latch ready(2);
     std::thread reader([&] {
@@ -436,46 +397,30 @@ class AtomicFilePosixReaderTest : public AtomicFilePosixTest {
     }
     isOver.store(true);
     reader.join();
-    EXPECT_EQ(numberedContent(kReplacements), contents(kFile));
-  }
 
-  int missed = 0;
-  int torn = 0;
-  int failures = 0;
+    EXPECT_EQ(numberedContent(kReplacements), contents(kFile));
+    EXPECT_EQ(0, missed);
+    EXPECT_EQ(0, torn);
+    EXPECT_EQ(0, failures);
+  }
 };
 
 TEST_F(AtomicFilePosixReaderTest, AReaderSeesWholeContentsWhileTheyAreReplaced) {
-  replaceWhile([this]() -> std::optional<std::string> {
+  expectWholeContents([this]() -> std::optional<std::string> {
     const FileDescriptor file(open(path(kFile).c_str(), O_RDONLY | O_CLOEXEC));
     return file ? readToEnd(file.get(), kLimit) : std::nullopt;
   });
-
-  EXPECT_EQ(0, torn);
-  EXPECT_EQ(0, missed);
-  EXPECT_EQ(0, failures);
 }
 
 TEST_F(AtomicFilePosixReaderTest, AReaderOfTheLibraryMissesNoContentWhileTheyAreReplaced) {
-  replaceWhile([this] { return files.read(path(kFile), kLimit); });
-
-  EXPECT_EQ(0, torn);
-  EXPECT_EQ(0, missed);
-  EXPECT_EQ(0, failures);
+  expectWholeContents([this] { return files.read(path(kFile), kLimit); });
 }
 
 TEST_F(AtomicFilePosixReaderTest, TheNextProcessIsOfferedAWholeContentWhileTheyAreReplaced) {
-  replaceWhile([this] {
-    std::optional<std::string> offer;
-    openFile()->offerOldContent(kLimit, [&](const std::string& content) {
-      offer = content;
-      return true;
-    });
-    return offer;
+  expectWholeContents([this]() -> std::optional<std::string> {
+    const auto offers = offeredAndAccepted(*openFile());
+    return offers.empty() ? std::nullopt : std::optional(offers.back());
   });
-
-  EXPECT_EQ(0, torn);
-  EXPECT_EQ(0, missed);
-  EXPECT_EQ(0, failures);
 }
 
 // What a writer does to the spare file for a few microseconds, and to the file in place when the
@@ -511,46 +456,40 @@ TEST_F(AtomicFilePosixTest, ASpareFileWithAnotherNameIsNotWrittenTo) {
   EXPECT_NE(inode("other"), inode(kSpare));
 }
 
-TEST_F(AtomicFilePosixTest, ASpareFileThatGetsAnotherNameMeanwhileIsNotWrittenTo) {
-  const auto file = openFile();
-  replaceSome(*file);
-  const std::string before = contents(kSpare);
-  ASSERT_EQ(0, link(path(kSpare).c_str(), path("other").c_str()));
+TEST_F(AtomicFilePosixTest, AFileThatGetsAnotherNameMeanwhileIsNotWrittenTo) {
+  for (const std::string name : {kSpare, kFile}) {
+    const auto file = openFile();
+    offeredAndDeclined(*file);
+    replaceSome(*file);
+    const std::string before = contents(name);
+    ASSERT_EQ(0, link(path(name).c_str(), path("other").c_str()));
 
-  replaceSome(*file);
+    replaceSome(*file);
 
-  EXPECT_EQ(before, contents("other"));
-}
-
-TEST_F(AtomicFilePosixTest, AFileInPlaceThatGetsAnotherNameMeanwhileIsNotWrittenTo) {
-  const auto file = openFile();
-  replaceSome(*file);
-  ASSERT_EQ(0, link(path(kFile).c_str(), path("other").c_str()));
-
-  replaceSome(*file);
-
-  EXPECT_EQ("abcdefg", contents("other"));
+    EXPECT_EQ(before, contents("other")) << name;
+    unlinkItem("other");
+  }
 }
 
 TEST_F(AtomicFilePosixTest, WhatALinkInTheSparePlaceLeadsToIsNotWrittenTo) {
   put("other", "kept");
-  ASSERT_EQ(0, symlink("other", path(kSpare).c_str()));
+  makeLink("other", kSpare);
   const auto file = openFile();
   offeredAndDeclined(*file);
 
   replaceSome(*file);
 
   EXPECT_EQ("kept", contents("other"));
-  EXPECT_TRUE(S_ISREG(factsOf(kFile).st_mode));
-  EXPECT_TRUE(S_ISREG(factsOf(kSpare).st_mode));
+  EXPECT_TRUE(isPlainFile(kFile));
+  EXPECT_TRUE(isPlainFile(kSpare));
 }
 
 TEST_F(AtomicFilePosixTest, WhatALinkThatTakesTheSparePlaceLeadsToIsNotWrittenTo) {
   put("other", "kept");
   const auto file = openFile();
   replaceSome(*file);
-  ASSERT_EQ(0, unlink(path(kSpare).c_str()));
-  ASSERT_EQ(0, symlink("other", path(kSpare).c_str()));
+  unlinkItem(kSpare);
+  makeLink("other", kSpare);
 
   replaceSome(*file);
 
@@ -585,6 +524,7 @@ TEST_F(AtomicFilePosixTest, ASpareFileThatOthersMayReadMeanwhileIsNotWrittenTo) 
 }
 
 TEST_F(AtomicFilePosixTest, ASpareFileOfAnotherUserIsNotWrittenTo) {
+  constexpr uid_t kNobody = 65534;
   put(kSpare, "kept");
   if (chown(path(kSpare).c_str(), kNobody, static_cast<gid_t>(-1)) != 0) {
     GTEST_SKIP() << "no right to give files away";
@@ -608,11 +548,11 @@ TEST_F(AtomicFilePosixTest, APipeInTheSparePlaceIsNotWrittenToAndDoesNotHoldTheW
 
   char byte = 0;
   EXPECT_EQ(0, read(reader.get(), &byte, 1));
-  EXPECT_TRUE(S_ISREG(factsOf(kFile).st_mode));
+  EXPECT_TRUE(isPlainFile(kFile));
 }
 
 TEST_F(AtomicFilePosixTest, AFolderInTheSparePlaceStaysAndReplacingWorks) {
-  ASSERT_EQ(0, mkdir(path(kSpare).c_str(), 0700));
+  makeFolder(kSpare);
   put(".spare/kept", "1");
   const auto file = openFile();
 
@@ -620,16 +560,8 @@ TEST_F(AtomicFilePosixTest, AFolderInTheSparePlaceStaysAndReplacingWorks) {
 
   EXPECT_THAT(itemsBelow(), UnorderedElementsAre("place", "place/file", ".spare", ".spare/kept"));
   EXPECT_EQ("1", contents(".spare/kept"));
-}
-
-TEST_F(AtomicFilePosixTest, OnceTheFolderInTheSparePlaceIsGoneTwoFilesChangePlaces) {
-  ASSERT_EQ(0, mkdir(path(kSpare).c_str(), 0700));
-  const auto file = openFile();
+  std::filesystem::remove_all(path(kSpare));
   replaceSome(*file);
-  ASSERT_EQ(0, rmdir(path(kSpare).c_str()));
-
-  replaceSome(*file);
-
   const ino_t spare = inode(kSpare);
   replace(*file, "next");
   EXPECT_EQ(spare, inode(kFile));
@@ -637,81 +569,55 @@ TEST_F(AtomicFilePosixTest, OnceTheFolderInTheSparePlaceIsGoneTwoFilesChangePlac
 
 // What may happen to the two.
 
-TEST_F(AtomicFilePosixTest, ASpareFileThatDisappearsIsMadeAgain) {
-  const auto file = openFile();
-  replaceSome(*file);
-  ASSERT_EQ(0, unlink(path(kSpare).c_str()));
+TEST_F(AtomicFilePosixTest, FilesThatDisappearAreMadeAgain) {
+  for (const std::vector<std::string>& gone :
+       {std::vector<std::string>{kSpare}, {kFile}, {kFile, kSpare}}) {
+    const auto file = openFile();
+    offeredAndDeclined(*file);
+    replaceSome(*file);
+    for (const std::string& name : gone) unlinkItem(name);
 
-  replace(*file, "abXYZ", 2);
-  replace(*file, "abXYZ1", 5);
-  replace(*file, "abXYZ12", 6);
+    replaceFurther(*file);
 
-  EXPECT_THAT(itemsBelow(), UnorderedElementsAre("place", "place/file", ".spare"));
+    expectTheTwoFilesAlone();
+  }
 }
 
 TEST_F(AtomicFilePosixTest, ASpareFileThatAnotherTookThePlaceOfIsBroughtUpToDateWhole) {
   const auto file = openFile();
   replaceSome(*file);
   put("strange", "a strange content that is long");
-  ASSERT_EQ(0, rename(path("strange").c_str(), path(kSpare).c_str()));
+  renameItem("strange", kSpare);
 
-  replace(*file, "abXYZ", 2);
-  replace(*file, "abXYZ1", 5);
+  replaceFurther(*file);
 }
 
-TEST_F(AtomicFilePosixTest, AFileInPlaceThatDisappearsIsThereAgainAfterTheNextReplacement) {
-  const auto file = openFile();
-  replaceSome(*file);
-  ASSERT_EQ(0, unlink(path(kFile).c_str()));
-
-  replace(*file, "abXYZ", 2);
-  replace(*file, "abXYZ1", 5);
-  replace(*file, "abXYZ12", 6);
-
-  EXPECT_THAT(itemsBelow(), UnorderedElementsAre("place", "place/file", ".spare"));
-}
-
-TEST_F(AtomicFilePosixTest, BothFilesMayDisappear) {
-  const auto file = openFile();
-  replaceSome(*file);
-  ASSERT_EQ(0, unlink(path(kFile).c_str()));
-  ASSERT_EQ(0, unlink(path(kSpare).c_str()));
-
-  replace(*file, "abXYZ", 2);
-  replace(*file, "abXYZ1", 5);
-  replace(*file, "abXYZ12", 6);
-}
-
-TEST_F(AtomicFilePosixTest, AFileInPlaceThatSomebodyElseReplacedIsReplaced) {
+TEST_F(AtomicFilePosixTest, AFileInPlaceThatSomeoneElseReplacedIsReplaced) {
   const auto file = openFile();
   replaceSome(*file);
   ASSERT_TRUE(files.writeAtomically(path(kFile), "a strange content that is long", nullptr));
 
-  replace(*file, "abXYZ", 2);
-  replace(*file, "abXYZ1", 5);
-  replace(*file, "abXYZ12", 6);
+  replaceFurther(*file);
 }
 
 TEST_F(AtomicFilePosixTest, WhatALinkInPlaceLeadsToIsNotWrittenTo) {
   put("other", "kept");
   const auto file = openFile();
   replaceSome(*file);
-  ASSERT_EQ(0, unlink(path(kFile).c_str()));
-  ASSERT_EQ(0, symlink("../other", path(kFile).c_str()));
+  unlinkItem(kFile);
+  makeLink("../other", kFile);
 
-  replace(*file, "abXYZ", 2);
-  replace(*file, "abXYZ1", 5);
-  replace(*file, "abXYZ12", 6);
+  replaceFurther(*file);
 
   EXPECT_EQ("kept", contents("other"));
-  EXPECT_TRUE(S_ISREG(factsOf(kFile).st_mode));
+  EXPECT_TRUE(isPlainFile(kFile));
 }
 
 TEST_F(AtomicFilePosixTest, AFolderThatTakesThePlaceOfTheFileIsLaidAsideWithItsContents) {
   const auto file = openFile();
   replaceSome(*file);
-  ASSERT_EQ(0, unlink(path(kFile).c_str()));
-  ASSERT_EQ(0, mkdir(path(kFile).c_str(), 0700));
+  unlinkItem(kFile);
+  makeFolder(kFile);
   put("place/file/kept", "1");
 
   replace(*file, "abXYZ", 2);
@@ -723,29 +629,20 @@ TEST_F(AtomicFilePosixTest, AFolderThatTakesThePlaceOfTheFileIsLaidAsideWithItsC
 TEST_F(AtomicFilePosixTest, OnceTheFolderInPlaceIsGoneTheContentIsRight) {
   const auto file = openFile();
   replaceSome(*file);
-  ASSERT_EQ(0, unlink(path(kFile).c_str()));
-  ASSERT_EQ(0, mkdir(path(kFile).c_str(), 0700));
+  unlinkItem(kFile);
+  makeFolder(kFile);
   file->replace("abcdef", {6}, nullptr);
   std::filesystem::remove_all(path(kFile));
   std::filesystem::remove_all(path(kSpare));
 
-  replace(*file, "abXYZ", 2);
-  replace(*file, "abXYZ1", 5);
-  replace(*file, "abXYZ12", 6);
+  replaceFurther(*file);
 }
 
 TEST_F(AtomicFilePosixTest, WithoutAFolderForTheSpareFileReplacingWorks) {
-  AtomicFilePosix file(files, path(kFile), path("missing/.spare"), nullptr);
-
-  replaceSome(file);
-
-  EXPECT_THAT(itemsBelow(), ElementsAre("place", "place/file"));
-}
-
-TEST_F(AtomicFilePosixTest, OnceTheFolderForTheSpareFileIsThereTwoFilesChangePlaces) {
   AtomicFilePosix file(files, path(kFile), path("late/.spare"), nullptr);
   replaceSome(file);
-  ASSERT_EQ(0, mkdir(path("late").c_str(), 0700));
+  EXPECT_THAT(itemsBelow(), ElementsAre("place", "place/file"));
+  makeFolder("late");
 
   replaceSome(file);
 
@@ -754,53 +651,52 @@ TEST_F(AtomicFilePosixTest, OnceTheFolderForTheSpareFileIsThereTwoFilesChangePla
   EXPECT_EQ(spare, inode(kFile));
 }
 
-TEST_F(AtomicFilePosixTest, WhenAllFoldersGoAndComeBackTheContentIsRight) {
-  AtomicFilePosix file(files, path("root/place/file"), path("root/.spare"), nullptr);
-  ASSERT_TRUE(files.createDirectory(path("root/place"), nullptr));
-  ASSERT_TRUE(file.replace("abc", {}, nullptr));
-  ASSERT_TRUE(file.replace("abcdef", {3}, nullptr));
-  ASSERT_EQ(0, rename(path("root").c_str(), path("gone").c_str()));
+// Both files are below a folder "root" that is moved to "gone".
+class AtomicFilePosixFoldersTest : public AtomicFilePosixTest {
+ protected:
+  void SetUp() override {
+    makeRoot();
+    expectReplaced("abc", 0);
+    expectReplaced("abcdef", 3);
+    renameItem("root", "gone");
+  }
+
+  void makeRoot() { ASSERT_TRUE(files.createDirectory(path("root/place"), nullptr)); }
+  void expectReplaced(const std::string& content, std::size_t unchanged) {
+    EXPECT_TRUE(file.replace(content, {unchanged}, nullptr)) << content;
+    EXPECT_EQ(content, contents("root/place/file"));
+  }
+
+  AtomicFilePosix file{files, path("root/place/file"), path("root/.spare"), nullptr};
+};
+
+TEST_F(AtomicFilePosixFoldersTest, WhenAllFoldersGoAndComeBackTheContentIsRight) {
   EXPECT_FALSE(file.replace("abXYZ", {2}, nullptr));
   EXPECT_FALSE(isThere("root"));
-  ASSERT_EQ(0, rename(path("gone").c_str(), path("root").c_str()));
+  renameItem("gone", "root");
   EXPECT_EQ("abcdef", contents("root/place/file"));
 
-  EXPECT_TRUE(file.replace("abcdefghi", {6}, nullptr));
-  EXPECT_EQ("abcdefghi", contents("root/place/file"));
-  EXPECT_TRUE(file.replace("abcdefghiJKL", {9}, nullptr));
-  EXPECT_EQ("abcdefghiJKL", contents("root/place/file"));
+  expectReplaced("abcdefghi", 6);
+  expectReplaced("abcdefghiJKL", 9);
 }
 
-TEST_F(AtomicFilePosixTest, WhenOtherFoldersTakeThePlaceTheContentIsRight) {
-  AtomicFilePosix file(files, path("root/place/file"), path("root/.spare"), nullptr);
-  ASSERT_TRUE(files.createDirectory(path("root/place"), nullptr));
-  ASSERT_TRUE(file.replace("abc", {}, nullptr));
-  ASSERT_TRUE(file.replace("abcdef", {3}, nullptr));
-  ASSERT_EQ(0, rename(path("root").c_str(), path("gone").c_str()));
-  ASSERT_TRUE(files.createDirectory(path("root/place"), nullptr));
+TEST_F(AtomicFilePosixFoldersTest, WhenOtherFoldersTakeThePlaceTheContentIsRight) {
+  makeRoot();
 
-  EXPECT_TRUE(file.replace("abXYZ", {2}, nullptr));
-  EXPECT_EQ("abXYZ", contents("root/place/file"));
-  EXPECT_TRUE(file.replace("abXYZ1", {5}, nullptr));
-  EXPECT_EQ("abXYZ1", contents("root/place/file"));
+  expectReplaced("abXYZ", 2);
+  expectReplaced("abXYZ1", 5);
+
   EXPECT_EQ("abcdef", contents("gone/place/file"));
 }
 
-TEST_F(AtomicFilePosixTest, WhenTheFoldersThatTookThePlaceGoAgainTheContentIsRight) {
-  AtomicFilePosix file(files, path("root/place/file"), path("root/.spare"), nullptr);
-  ASSERT_TRUE(files.createDirectory(path("root/place"), nullptr));
-  ASSERT_TRUE(file.replace("abc", {}, nullptr));
-  ASSERT_TRUE(file.replace("abcdef", {3}, nullptr));
-  ASSERT_EQ(0, rename(path("root").c_str(), path("gone").c_str()));
-  ASSERT_TRUE(files.createDirectory(path("root/place"), nullptr));
-  ASSERT_TRUE(file.replace("abXYZ", {2}, nullptr));
+TEST_F(AtomicFilePosixFoldersTest, WhenTheFoldersThatTookThePlaceGoAgainTheContentIsRight) {
+  makeRoot();
+  expectReplaced("abXYZ", 2);
   std::filesystem::remove_all(path("root"));
-  ASSERT_EQ(0, rename(path("gone").c_str(), path("root").c_str()));
+  renameItem("gone", "root");
 
-  EXPECT_TRUE(file.replace("abXYZ12", {5}, nullptr));
-  EXPECT_EQ("abXYZ12", contents("root/place/file"));
-  EXPECT_TRUE(file.replace("abXYZ123", {7}, nullptr));
-  EXPECT_EQ("abXYZ123", contents("root/place/file"));
+  expectReplaced("abXYZ12", 5);
+  expectReplaced("abXYZ123", 7);
 }
 
 // Two objects for the same file.
@@ -819,16 +715,19 @@ TEST_F(AtomicFilePosixTest, TwoObjectsReplaceInTurnAndEveryContentIsRight) {
 }
 
 TEST_F(AtomicFilePosixTest, TheSecondObjectLeavesTheSpareFileToTheFirst) {
+  const auto older = openFile();
   const auto first = openFile();
   replaceSome(*first);
-  const auto second = openFile();
+  const auto newer = openFile();
   const HeldItem spare(path(kSpare));
   const std::string before = spare.content();
 
-  replaceSome(*second);
+  for (AtomicFile* const second : {older.get(), newer.get()}) {
+    replaceSome(*second);
 
-  EXPECT_EQ(before, spare.content());
-  EXPECT_EQ(spare.inode(), inode(kSpare));
+    EXPECT_EQ(before, spare.content());
+    EXPECT_EQ(spare.inode(), inode(kSpare));
+  }
 }
 
 TEST_F(AtomicFilePosixTest, OnceTheFirstObjectIsGoneTheSecondUsesTheSpareFile) {
@@ -844,17 +743,6 @@ TEST_F(AtomicFilePosixTest, OnceTheFirstObjectIsGoneTheSecondUsesTheSpareFile) {
 
   EXPECT_EQ(spare, inode(kFile));
   replace(*second, "abXYZ1", 5);
-  EXPECT_EQ(spare, inode(kSpare));
-}
-
-TEST_F(AtomicFilePosixTest, TheObjectThatComesFirstOwnsTheSpareFileAlsoWhenTheOtherIsOlder) {
-  const auto older = openFile();
-  const auto newer = openFile();
-  replaceSome(*newer);
-  const ino_t spare = inode(kSpare);
-
-  replaceSome(*older);
-
   EXPECT_EQ(spare, inode(kSpare));
 }
 
@@ -876,97 +764,52 @@ TEST_F(AtomicFilePosixTest, AChildOfTheGameDoesNotKeepTheTwoFilesFromChangingPla
 
 // Old contents.
 
-TEST_F(AtomicFilePosixTest, ATornContentInPlaceIsOfferedFirstAndTheSpareOneNext) {
+TEST_F(AtomicFilePosixTest, BothOldContentsAreOfferedOnceAsTheyWereWhateverWasReplacedSince) {
   put(kFile, "torn");
   put(kSpare, "whole");
   const auto file = openFile();
+  replaceSome(*file);
+  replaceSome(*file);
 
   EXPECT_THAT(offeredAndDeclined(*file), ElementsAre("torn", "whole"));
+  EXPECT_THAT(offeredAndDeclined(*file), IsEmpty());
 }
 
-TEST_F(AtomicFilePosixTest, TheSpareContentIsNotOfferedWhenTheOneInPlaceIsAccepted) {
-  put(kFile, "in place");
-  put(kSpare, "spare");
-  const auto file = openFile();
-  std::vector<std::string> offers;
+TEST_F(AtomicFilePosixTest, TheSpareContentIsOfferedWhenTheOneInPlaceIsDeclinedOrTooLong) {
+  put(kFile, "12345");
+  put(kSpare, "1234");
 
-  file->offerOldContent(kLimit, [&](const std::string& content) {
-    offers.push_back(content);
-    return true;
-  });
-
-  EXPECT_THAT(offers, ElementsAre("in place"));
+  EXPECT_THAT(offeredAndDeclined(*openFile()), ElementsAre("12345", "1234"));
+  EXPECT_THAT(offeredAndAccepted(*openFile()), ElementsAre("12345"));
+  EXPECT_THAT(offeredAndAccepted(*openFile(), 4), ElementsAre("1234"));
 }
 
 TEST_F(AtomicFilePosixTest, TheSpareContentIsNotOfferedWhenNothingIsInPlace) {
   put(kSpare, "left over");
-  const auto file = openFile();
 
-  EXPECT_THAT(offeredAndDeclined(*file), IsEmpty());
-}
-
-TEST_F(AtomicFilePosixTest, TheSpareContentIsOfferedWhenTheOneInPlaceIsTooLong) {
-  put(kFile, "12345");
-  put(kSpare, "1234");
-  const auto file = openFile();
-  std::vector<std::string> offers;
-
-  file->offerOldContent(4, [&](const std::string& content) {
-    offers.push_back(content);
-    return true;
-  });
-
-  EXPECT_THAT(offers, ElementsAre("1234"));
-}
-
-TEST_F(AtomicFilePosixTest, BothOldContentsAreOfferedAsTheyWereWhateverWasReplacedSince) {
-  put(kFile, "torn");
-  put(kSpare, "whole");
-  const auto file = openFile();
-
-  replaceSome(*file);
-  replaceSome(*file);
-
-  EXPECT_THAT(offeredAndDeclined(*file), ElementsAre("torn", "whole"));
-}
-
-TEST_F(AtomicFilePosixTest, BothOldContentsAreOfferedOnceOnly) {
-  put(kFile, "torn");
-  put(kSpare, "whole");
-  const auto file = openFile();
-  offeredAndDeclined(*file);
-
-  EXPECT_THAT(offeredAndDeclined(*file), IsEmpty());
+  EXPECT_THAT(offeredAndDeclined(*openFile()), IsEmpty());
 }
 
 TEST_F(AtomicFilePosixTest, ThePreviousContentIsWhatTheSpareFileOffers) {
-  auto file = openFile();
-  replaceSome(*file);
-  file = nullptr;
+  replaceSome(*openFile());
   ASSERT_EQ(0, truncate(path(kFile).c_str(), 1));
 
-  file = openFile();
-
-  EXPECT_THAT(offeredAndDeclined(*file), ElementsAre("a", "ab"));
+  EXPECT_THAT(offeredAndDeclined(*openFile()), ElementsAre("a", "ab"));
 }
 
-// Taking up what stood there.
+// Taking up what was there.
 
-TEST_F(AtomicFilePosixTest, TheOldContentIsOfferedAgainWhenAProcessEndsBeforeItHasAskedForIt) {
+TEST_F(AtomicFilePosixTest, OfProcessesThatEndBeforeTheyAskTheFirstKeepsWhatItFound) {
   put(kFile, "old");
-  auto file = openFile();
-  replaceSome(*file);
-  replace(*file, "new");
-  file = nullptr;
+  replace(*openFile(), "1");
+  EXPECT_EQ("old", contents(".spare.old"));
+  replace(*openFile(), "2");
 
-  file = openFile();
-
-  EXPECT_THAT(offeredAndDeclined(*file), ElementsAre("old", "new", "abcdefg"));
+  EXPECT_THAT(offeredAndDeclined(*openFile()), ElementsAre("old", "2", "1"));
 }
 
 TEST_F(AtomicFilePosixTest, TheOldContentIsOfferedAgainWhenAProcessEndsWhileItTakesItUp) {
   put(kFile, "old");
-  std::vector<std::string> offers;
   const pid_t taker = fork();
   if (taker == 0) {
     const auto file = openFile();
@@ -979,13 +822,7 @@ TEST_F(AtomicFilePosixTest, TheOldContentIsOfferedAgainWhenAProcessEndsWhileItTa
   waitpid(taker, &status, 0);
   ASSERT_EQ(0, status);
 
-  const auto file = openFile();
-  file->offerOldContent(kLimit, [&](const std::string& content) {
-    offers.push_back(content);
-    return true;
-  });
-
-  EXPECT_THAT(offers, ElementsAre("old", "taken up in part"));
+  EXPECT_THAT(offeredAndAccepted(*openFile()), ElementsAre("old", "taken up in part"));
 }
 
 TEST_F(AtomicFilePosixTest, OnceItIsTakenUpTheOldContentIsGone) {
@@ -1001,13 +838,13 @@ TEST_F(AtomicFilePosixTest, OnceItIsTakenUpTheOldContentIsGone) {
   });
   replace(*file, "3");
 
-  EXPECT_THAT(itemsBelow(), UnorderedElementsAre("place", "place/file", ".spare"));
+  expectTheTwoFilesAlone();
 }
 
 TEST_F(AtomicFilePosixTest, WhatIsKeptIsOfferedFirstWhenTheProcessEndsBeforeItIsReleased) {
   auto file = openFile();
   replace(*file, "all");
-  file->offerOldContent(kLimit, [](const std::string&) { return true; });
+  offeredAndAccepted(*file);
   file->keep();
   for (const char* content : {"1", "12"}) replace(*file, content);
   file = nullptr;
@@ -1015,28 +852,19 @@ TEST_F(AtomicFilePosixTest, WhatIsKeptIsOfferedFirstWhenTheProcessEndsBeforeItIs
   EXPECT_THAT(offeredAndDeclined(*openFile()), ElementsAre("all", "12", "1"));
 }
 
-TEST_F(AtomicFilePosixTest, WhatIsReleasedIsGone) {
-  auto file = openFile();
-  replace(*file, "all");
-  file->offerOldContent(kLimit, [](const std::string&) { return true; });
-  file->keep();
-  replace(*file, "1");
-
-  file->release();
-
-  EXPECT_THAT(itemsBelow(), UnorderedElementsAre("place", "place/file", ".spare"));
-}
-
 TEST_F(AtomicFilePosixTest, WhatSeveralKeepIsThereUntilAllHaveReleasedIt) {
-  auto file = openFile();
+  const auto file = openFile();
   replace(*file, "all");
-  file->offerOldContent(kLimit, [](const std::string&) { return true; });
+  offeredAndAccepted(*file);
   file->keep();
   replace(*file, "1");
   file->keep();
+
+  file->release();
+  EXPECT_EQ("all", contents(".spare.old"));
   file->release();
 
-  EXPECT_EQ("all", contents(".spare.old"));
+  expectTheTwoFilesAlone();
 }
 
 TEST_F(AtomicFilePosixTest, TheOldContentIsKeptWhenWhatWasTakenUpCouldNotBeStored) {
@@ -1051,18 +879,6 @@ TEST_F(AtomicFilePosixTest, TheOldContentIsKeptWhenWhatWasTakenUpCouldNotBeStore
   });
 
   EXPECT_THAT(offeredAndDeclined(*openFile()), ElementsAre("old", "1", testing::_));
-}
-
-TEST_F(AtomicFilePosixTest, OfTwoProcessesThatAreKilledInARowTheFirstKeepsWhatItFound) {
-  put(kFile, "old");
-  auto file = openFile();
-  replace(*file, "1");
-  file = nullptr;
-  file = openFile();
-  replace(*file, "2");
-  file = nullptr;
-
-  EXPECT_THAT(offeredAndDeclined(*openFile()), ElementsAre("old", "2", "1"));
 }
 
 TEST_F(AtomicFilePosixTest, WhereNothingIsInPlaceNothingThatWasKeptIsOffered) {
@@ -1098,7 +914,7 @@ TEST_F(AtomicFilePosixTest, AWriteThatStopsHalfWayLeavesTheOldContentAndTheNextI
   EXPECT_EQ(std::string(100, 'a') + "b", contents(kFile));
   replace(*file, std::string(100, 'a') + "bc", 101);
   replace(*file, std::string(100, 'a') + "bcd", 102);
-  EXPECT_THAT(itemsBelow(), UnorderedElementsAre("place", "place/file", ".spare"));
+  expectTheTwoFilesAlone();
 }
 
 TEST_F(AtomicFilePosixTest, AWriteThatStopsHalfWayInTheFirstFileLeavesNothingInPlace) {
@@ -1132,10 +948,17 @@ TEST_F(AtomicFilePosixTest, ContentsAreRightAfterEachOfManyFailures) {
   }
 }
 
-TEST_F(AtomicFilePosixTest, OnAFullDiskTheOldContentStaysAndALaterOneIsRight) {
-  const PrivateDisk disk(folder.path());
-  if (!disk.isMounted()) GTEST_SKIP() << "no right to mount";
-  ASSERT_EQ(0, mkdir(path("place").c_str(), 0700));
+class AtomicFilePosixDiskTest : public AtomicFilePosixTest {
+ protected:
+  void SetUp() override {
+    if (!disk.isMounted()) GTEST_SKIP() << "no right to mount";
+    makeFolder("place");
+  }
+
+  const PrivateDisk disk{folder.path()};
+};
+
+TEST_F(AtomicFilePosixDiskTest, WhenItIsFullTheOldContentStaysAndALaterOneIsRight) {
   const std::string head(5000, 'h');
   const auto file = openFile();
   replace(*file, head + "1");
@@ -1154,10 +977,7 @@ TEST_F(AtomicFilePosixTest, OnAFullDiskTheOldContentStaysAndALaterOneIsRight) {
   replace(*file, head + "2 and yet more", head.size() + 6);
 }
 
-TEST_F(AtomicFilePosixTest, OnAFullDiskAContentThatNeedsNoMoreRoomIsReplaced) {
-  const PrivateDisk disk(folder.path());
-  if (!disk.isMounted()) GTEST_SKIP() << "no right to mount";
-  ASSERT_EQ(0, mkdir(path("place").c_str(), 0700));
+TEST_F(AtomicFilePosixDiskTest, WhenItIsFullAContentThatNeedsNoMoreRoomIsReplaced) {
   const auto file = openFile();
   replaceSome(*file);
   disk.fill();
@@ -1165,10 +985,7 @@ TEST_F(AtomicFilePosixTest, OnAFullDiskAContentThatNeedsNoMoreRoomIsReplaced) {
   replaceSome(*file);
 }
 
-TEST_F(AtomicFilePosixTest, OnAReadOnlyDiskTheOldContentStaysAndALaterOneIsRight) {
-  const PrivateDisk disk(folder.path());
-  if (!disk.isMounted()) GTEST_SKIP() << "no right to mount";
-  ASSERT_EQ(0, mkdir(path("place").c_str(), 0700));
+TEST_F(AtomicFilePosixDiskTest, WhenItIsReadOnlyTheOldContentStaysAndALaterOneIsRight) {
   const auto file = openFile();
   replace(*file, "abc");
   replace(*file, "abcdef", 3);
@@ -1200,16 +1017,15 @@ TEST_F(AtomicFilePosixTest, PreparingAgainChangesNothing) {
   const auto file = openFile();
   replaceSome(*file);
   const ino_t spare = inode(kSpare);
-  const std::string before = contents(kFile);
 
   file->prepare();
 
   EXPECT_EQ(spare, inode(kSpare));
-  EXPECT_EQ(before, contents(kFile));
+  EXPECT_EQ("abcdefg", contents(kFile));
 }
 
 TEST_F(AtomicFilePosixTest, WhereNothingCanBePreparedTheFirstReplacementStillWorks) {
-  ASSERT_EQ(0, mkdir(path(kSpare).c_str(), 0700));
+  makeFolder(kSpare);
   const auto file = openFile();
 
   file->prepare();
@@ -1217,42 +1033,27 @@ TEST_F(AtomicFilePosixTest, WhereNothingCanBePreparedTheFirstReplacementStillWor
   replace(*file, "new");
 }
 
-// Other programs that open the spare file.
+// Another program opens the spare file for reading as fast as it can, which breaks leases with
+// SIGURG. A process that leaves its signals alone survives, and a handler of its own does no harm.
+TEST_F(AtomicFilePosixTest, ContentsAreRightWhileAnotherProgramOpensTheSpareFile) {
+  const std::string spare = path(kSpare);
+  const BusyChild other([&] { close(open(spare.c_str(), O_RDONLY | O_CLOEXEC)); });
+  const sighandler_t ignoring = [](int) {};
 
-class AtomicFilePosixSignalTest : public AtomicFilePosixTest {
- protected:
-  // Replaces while another program opens the spare file for reading as fast as it can.
-  void replaceWhileAnotherOpensTheSpareFile() {
-    const std::string spare = path(kSpare);
-    const BusyChild other([&] { close(open(spare.c_str(), O_RDONLY | O_CLOEXEC)); });
+  for (const sighandler_t handler : {SIG_DFL, ignoring}) {
+    const UrgentSignal handled(handler);
     const auto file = openFile();
+    int failures = 0;
+    int wrong = 0;
     for (int round = 0; round < 500; ++round) {
       const std::string content = numberedContent(round);
       if (!file->replace(content, {round == 0 ? 0 : kHead}, nullptr)) ++failures;
       if (contents(kFile) != content) ++wrong;
     }
+
+    EXPECT_EQ(0, failures);
+    EXPECT_EQ(0, wrong);
   }
-
-  int failures = 0;
-  int wrong = 0;
-};
-
-TEST_F(AtomicFilePosixSignalTest, AProcessThatLeavesItsSignalsAloneSurvives) {
-  const UrgentSignal leftAlone(SIG_DFL);
-
-  replaceWhileAnotherOpensTheSpareFile();
-
-  EXPECT_EQ(0, failures);
-  EXPECT_EQ(0, wrong);
-}
-
-TEST_F(AtomicFilePosixSignalTest, AHandlerOfTheProcessDoesNoHarm) {
-  const UrgentSignal handled(&ignoreUrgentSignal);
-
-  replaceWhileAnotherOpensTheSpareFile();
-
-  EXPECT_EQ(0, failures);
-  EXPECT_EQ(0, wrong);
 }
 
 }  // namespace

@@ -1,31 +1,23 @@
 #include "platform/posix/background_tasks_posix.h"
 
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
 #include <atomic>
+#include <cfloat>
 #include <future>
+#include <optional>
+#include <string>
 #include <thread>
-#include <utility>
+#include <vector>
 
 #include "platform/posix/dispatch_posix.h"
-#include "tests/contract/background_tasks_contract.h"
 
 namespace zln {
 namespace {
 
 using testing::ElementsAre;
 using testing::IsEmpty;
-
-class PosixBackgroundTasks {
- public:
-  BackgroundTasks& tasks() { return tasks_; }
-  void expire(BackgroundTaskId id) { tasks_.willExpire(id); }
-
- private:
-  ThreadPool pool_;
-  DispatchPosix dispatch_{pool_};
-  BackgroundTasksPosix tasks_{dispatch_};
-};
-
-INSTANTIATE_TYPED_TEST_SUITE_P(Posix, BackgroundTasksContract, PosixBackgroundTasks);
 
 // A host that grants the identifiers and the time that a test sets.
 class Host {
@@ -58,10 +50,15 @@ class BackgroundTasksPosixTest : public testing::Test {
   BackgroundTasksPosix tasks{dispatch};
 };
 
-TEST_F(BackgroundTasksPosixTest, TheHostGivesTheIdentifier) {
+TEST_F(BackgroundTasksPosixTest, TheHostGivesIdentifierAndTimeAndIsToldOnceOfTheEnd) {
   tasks.setHooks(host.hooks());
 
   EXPECT_EQ(40u, begin("task"));
+  EXPECT_EQ(25.5, tasks.remaining());
+  tasks.end(40);
+  tasks.end(40);
+
+  EXPECT_THAT(host.ended, ElementsAre(40));
 }
 
 TEST_F(BackgroundTasksPosixTest, TheHostMayRefuse) {
@@ -76,16 +73,6 @@ TEST_F(BackgroundTasksPosixTest, TheHostMayRefuse) {
   EXPECT_THAT(told, IsEmpty());
 }
 
-TEST_F(BackgroundTasksPosixTest, TheHostIsToldOnceThatATaskHasEnded) {
-  tasks.setHooks(host.hooks());
-  begin("task");
-
-  tasks.end(40);
-  tasks.end(40);
-
-  EXPECT_THAT(host.ended, ElementsAre(40));
-}
-
 TEST_F(BackgroundTasksPosixTest, TheHostIsNotToldOfWhatItDidNotBegin) {
   const auto own = begin("own");
   tasks.setHooks(host.hooks());
@@ -94,12 +81,6 @@ TEST_F(BackgroundTasksPosixTest, TheHostIsNotToldOfWhatItDidNotBegin) {
   tasks.end(77);
 
   EXPECT_THAT(host.ended, IsEmpty());
-}
-
-TEST_F(BackgroundTasksPosixTest, TheHostSaysWhatTimeIsLeft) {
-  tasks.setHooks(host.hooks());
-
-  EXPECT_EQ(25.5, tasks.remaining());
 }
 
 TEST_F(BackgroundTasksPosixTest, WithoutHooksTheTimeIsUnlimitedAgain) {
@@ -111,42 +92,28 @@ TEST_F(BackgroundTasksPosixTest, WithoutHooksTheTimeIsUnlimitedAgain) {
 }
 
 TEST_F(BackgroundTasksPosixTest, ATaskEndsThroughTheHooksThatBeganIt) {
-  tasks.setHooks(host.hooks());
-  begin("task");
-  tasks.setHooks(otherHost.hooks());
+  for (const auto& hooksAfter : {std::optional(otherHost.hooks()), {}}) {
+    host.ended.clear();
+    tasks.setHooks(host.hooks());
+    begin("task");
+    tasks.setHooks(hooksAfter);
 
-  tasks.end(40);
+    tasks.end(40);
 
-  EXPECT_THAT(host.ended, ElementsAre(40));
+    EXPECT_THAT(host.ended, ElementsAre(40));
+  }
   EXPECT_THAT(otherHost.ended, IsEmpty());
 }
 
-TEST_F(BackgroundTasksPosixTest, ATaskEndsThroughItsHooksAlsoWhenTheyWereTakenAway) {
+TEST_F(BackgroundTasksPosixTest, ATaskIsToldOfItsExpiryOnceAndIsStillThereToEnd) {
   tasks.setHooks(host.hooks());
   begin("task");
-  tasks.setHooks(std::nullopt);
 
+  tasks.willExpire(40);
+  tasks.willExpire(40);
   tasks.end(40);
-
-  EXPECT_THAT(host.ended, ElementsAre(40));
-}
-
-TEST_F(BackgroundTasksPosixTest, ATaskIsToldOfItsExpiryOnce) {
-  const auto id = begin("task");
-
-  tasks.willExpire(id);
-  tasks.willExpire(id);
 
   EXPECT_THAT(told, ElementsAre("task"));
-}
-
-TEST_F(BackgroundTasksPosixTest, ATaskThatWasToldIsStillThereToEnd) {
-  tasks.setHooks(host.hooks());
-  begin("task");
-  tasks.willExpire(40);
-
-  tasks.end(40);
-
   EXPECT_THAT(host.ended, ElementsAre(40));
 }
 

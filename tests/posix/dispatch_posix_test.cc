@@ -1,10 +1,11 @@
 #include "platform/posix/dispatch_posix.h"
 
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 #include <pthread.h>
 
 #include <array>
 #include <atomic>
-#include <chrono>
 #include <functional>
 #include <future>
 #include <latch>
@@ -12,26 +13,10 @@
 #include <utility>
 #include <vector>
 
-#include "tests/contract/dispatch_contract.h"
-
 namespace zln {
 namespace {
 
 using testing::ElementsAre;
-using testing::IsEmpty;
-using testing::SizeIs;
-
-class PosixDispatch {
- public:
-  Dispatch& dispatch() { return dispatch_; }
-  void await(std::future<void>& done) { done.wait(); }
-
- private:
-  ThreadPool pool_;
-  DispatchPosix dispatch_{pool_};
-};
-
-INSTANTIATE_TYPED_TEST_SUITE_P(Posix, DispatchContract, PosixDispatch);
 
 class DispatchPosixTest : public testing::Test {
  protected:
@@ -173,17 +158,11 @@ class DispatchPosixRefusedTest : public testing::Test {
                          }};
 };
 
-TEST_F(DispatchPosixRefusedTest, NoThreadIsAskedForBeforeTheFirstTask) {
+TEST_F(DispatchPosixRefusedTest, OneThreadIsMadeForAllTasksThatNeedOne) {
   EXPECT_EQ(0, started.load());
-}
-
-TEST_F(DispatchPosixRefusedTest, ATaskThatNeedsNoThreadMakesNone) {
   dispatch.mainSync([] {});
-
   EXPECT_EQ(0, started.load());
-}
 
-TEST_F(DispatchPosixRefusedTest, OneThreadIsMadeForAllTasks) {
   dispatch.mainAsync([] {});
   dispatch.mainAsync([] {});
   dispatch.mainThreadBeside([] {});

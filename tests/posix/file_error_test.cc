@@ -1,47 +1,13 @@
 #include "platform/posix/file_error.h"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cerrno>
 #include <cstdint>
+#include <utility>
 
 namespace zln {
 namespace {
-
-struct Row {
-  int number;
-  std::int64_t code;
-  const char* saveText;
-  const char* changeText;
-  const char* removeText;
-};
-
-class FileErrorTest : public testing::TestWithParam<Row> {};
-
-TEST_P(FileErrorTest, ASaveErrorHasThePlatformsCodeAndText) {
-  const Error error = saveError("/data/folder/file", GetParam().number);
-
-  EXPECT_EQ("NSCocoaErrorDomain", error.domain);
-  EXPECT_EQ(GetParam().code, error.code);
-  EXPECT_EQ(GetParam().saveText, error.localizedDescription);
-}
-
-TEST_P(FileErrorTest, AChangeErrorHasThePlatformsCodeAndText) {
-  const Error error = changeError("/data/folder/file", GetParam().number);
-
-  EXPECT_EQ("NSCocoaErrorDomain", error.domain);
-  EXPECT_EQ(GetParam().code, error.code);
-  EXPECT_EQ(GetParam().changeText, error.localizedDescription);
-}
-
-TEST_P(FileErrorTest, ARemoveErrorHasThePlatformsCodeAndText) {
-  const Error error = removeError("/data/folder/file", GetParam().number);
-
-  EXPECT_EQ("NSCocoaErrorDomain", error.domain);
-  EXPECT_EQ(GetParam().code, error.code);
-  EXPECT_EQ(GetParam().removeText, error.localizedDescription);
-}
 
 constexpr char kNotPermitted[] =
     "You don’t have permission to save the file “file” in the folder “folder”.";
@@ -55,21 +21,42 @@ constexpr char kTaken[] =
 constexpr char kReadOnly[] = "You can’t save the file “file” because the volume is read only.";
 constexpr char kNotRemoved[] = "“file” couldn’t be removed.";
 
-INSTANTIATE_TEST_SUITE_P(
-    Numbers, FileErrorTest,
-    testing::Values(Row{ENOENT, 4, "The folder “folder” doesn’t exist.",
-                        "The file “file” doesn’t exist.", kNotRemoved},
-                    Row{EACCES, 513, kNotPermitted, kNotPermitted, kNotRemovable},
-                    Row{EPERM, 513, kNotPermitted, kNotPermitted, kNotRemovable},
-                    Row{EEXIST, 516, kTaken, kTaken, kNotRemoved},
-                    Row{ENOSPC, 640, kOutOfSpace, kOutOfSpace, kNotRemoved},
-                    Row{EDQUOT, 640, kOutOfSpace, kOutOfSpace, kNotRemoved},
-                    Row{EROFS, 642, kReadOnly, kReadOnly,
-                        "“file” couldn’t be removed because the volume is read only."},
-                    Row{EIO, 512, kNotSaved, kNotSaved, kNotRemoved},
-                    Row{EISDIR, 512, kNotSaved, kNotSaved, kNotRemoved}));
+struct Row {
+  int number;
+  std::int64_t code;
+  const char* saveText;
+  const char* changeText;
+  const char* removeText;
+};
 
-TEST(FileErrorTextTest, ANumberThatTheSystemDoesNotKnowHasNoText) {
+TEST(FileErrorTest, AnErrorHasThePlatformsCodeAndText) {
+  const Row rows[] = {
+      {ENOENT, 4, "The folder “folder” doesn’t exist.", "The file “file” doesn’t exist.",
+       kNotRemoved},
+      {EACCES, 513, kNotPermitted, kNotPermitted, kNotRemovable},
+      {EPERM, 513, kNotPermitted, kNotPermitted, kNotRemovable},
+      {EEXIST, 516, kTaken, kTaken, kNotRemoved},
+      {ENOSPC, 640, kOutOfSpace, kOutOfSpace, kNotRemoved},
+      {EDQUOT, 640, kOutOfSpace, kOutOfSpace, kNotRemoved},
+      {EROFS, 642, kReadOnly, kReadOnly,
+       "“file” couldn’t be removed because the volume is read only."},
+      {EIO, 512, kNotSaved, kNotSaved, kNotRemoved},
+      {EISDIR, 512, kNotSaved, kNotSaved, kNotRemoved},
+  };
+  for (const auto& [number, code, saveText, changeText, removeText] : rows) {
+    const std::pair<Error, const char*> errors[] = {
+        {saveError("/data/folder/file", number), saveText},
+        {changeError("/data/folder/file", number), changeText},
+        {removeError("/data/folder/file", number), removeText}};
+    for (const auto& [error, text] : errors) {
+      EXPECT_EQ("NSCocoaErrorDomain", error.domain);
+      EXPECT_EQ(code, error.code) << number;
+      EXPECT_EQ(text, error.localizedDescription);
+    }
+  }
+}
+
+TEST(FileErrorTest, ANumberThatTheSystemDoesNotKnowHasNoText) {
   const Error error = removeError("/file", 99999);
 
   EXPECT_EQ(512, error.code);

@@ -71,7 +71,7 @@ class ZLNHostTest : public testing::Test {
 
 TEST_F(ZLNHostTest, ThereIsOneEnvironment) { EXPECT_EQ(&port, &portEnvironment()); }
 
-TEST_F(ZLNHostTest, EachEventIsHeardWhenTheCallReturns) {
+TEST_F(ZLNHostTest, EachEventIsHeardOnTheCallingThreadBeforeTheCallReturns) {
   ZLNHostApplicationWillResignActive();
   ZLNHostApplicationDidEnterBackground();
   ZLNHostApplicationWillEnterForeground();
@@ -80,34 +80,23 @@ TEST_F(ZLNHostTest, EachEventIsHeardWhenTheCallReturns) {
 
   EXPECT_THAT(listener->heard, ElementsAre("resign active", "enter background", "enter foreground",
                                            "become active", "terminate"));
-}
-
-TEST_F(ZLNHostTest, AnEventIsHeardWhereItIsTold) {
-  ZLNHostApplicationDidBecomeActive();
-
   EXPECT_EQ(std::this_thread::get_id(), listener->thread);
 }
 
-TEST_F(ZLNHostTest, TheApplicationIsAsTheHostSays) {
+TEST_F(ZLNHostTest, TheApplicationIsAsTheHostSaysInValidUtf8) {
+  const auto value = [this](const char* key) { return port.deviceFacts.mainBundleValue(key); };
+
   ZLNHostSetApplicationInfo("com.example.game", "1.2.3");
+  EXPECT_EQ("com.example.game", value(kBundleIdentifierKey));
+  EXPECT_EQ("1.2.3", value(kBundleShortVersionKey));
 
-  EXPECT_EQ("com.example.game", port.deviceFacts.mainBundleValue(kBundleIdentifierKey));
-  EXPECT_EQ("1.2.3", port.deviceFacts.mainBundleValue(kBundleShortVersionKey));
-}
-
-TEST_F(ZLNHostTest, WhatTheHostDoesNotSayIsAbsent) {
-  ZLNHostSetApplicationInfo("com.example.game", "1.2.3");
-  ZLNHostSetApplicationInfo(nullptr, nullptr);
-
-  EXPECT_EQ(std::nullopt, port.deviceFacts.mainBundleValue(kBundleIdentifierKey));
-  EXPECT_EQ(std::nullopt, port.deviceFacts.mainBundleValue(kBundleShortVersionKey));
-}
-
-TEST_F(ZLNHostTest, TextThatIsNotUtf8IsMended) {
   ZLNHostSetApplicationInfo("com.\xff.game", "1.\xff");
+  EXPECT_EQ("com.\uFFFD.game", value(kBundleIdentifierKey));
+  EXPECT_EQ("1.\uFFFD", value(kBundleShortVersionKey));
 
-  EXPECT_EQ("com.\uFFFD.game", port.deviceFacts.mainBundleValue(kBundleIdentifierKey));
-  EXPECT_EQ("1.\uFFFD", port.deviceFacts.mainBundleValue(kBundleShortVersionKey));
+  ZLNHostSetApplicationInfo(nullptr, nullptr);
+  EXPECT_EQ(std::nullopt, value(kBundleIdentifierKey));
+  EXPECT_EQ(std::nullopt, value(kBundleShortVersionKey));
 }
 
 TEST_F(ZLNHostTest, TheIdentifierNamesTheFolderOfTheApplication) {

@@ -2,39 +2,23 @@
 
 #include <gtest/gtest.h>
 
-#include <fstream>
 #include <optional>
-#include <string>
 
-#include "tests/support/temporary_folder.h"
+#include "tests/posix/folder_fixture.h"
 
 namespace zln {
 namespace {
 
-class ReadPlainFileTest : public testing::Test {
- protected:
-  std::string put(const std::string& content) {
-    std::ofstream(folder.path() + "/file", std::ios::binary) << content;
-    return folder.path() + "/file";
-  }
+using ReadPlainFileTest = FolderTest;
 
-  TemporaryFolder folder;
-};
+TEST_F(ReadPlainFileTest, OnlyAFileUpToTheLimitIsRead) {
+  put("file", "1234");
 
-TEST_F(ReadPlainFileTest, AFileUpToTheLimitIsRead) {
-  EXPECT_EQ("1234", readPlainFile(put("1234"), 4));
-}
-
-TEST_F(ReadPlainFileTest, AFileBeyondTheLimitIsNotRead) {
-  EXPECT_EQ(std::nullopt, readPlainFile(put("12345"), 4));
-}
-
-TEST_F(ReadPlainFileTest, AFileThatDoesNotKnowItsSizeIsNotReadBeyondTheLimit) {
+  EXPECT_EQ("1234", readPlainFile(path("file"), 4));
+  EXPECT_EQ(std::nullopt, readPlainFile(path("file"), 3));
+  EXPECT_EQ(std::nullopt, readPlainFile(path("missing"), 4));
+  // This file does not know its size.
   EXPECT_EQ(std::nullopt, readPlainFile("/proc/self/status", 4));
-}
-
-TEST_F(ReadPlainFileTest, AMissingFileIsNotRead) {
-  EXPECT_EQ(std::nullopt, readPlainFile(folder.path() + "/missing", 4));
 }
 
 }  // namespace

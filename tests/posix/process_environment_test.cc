@@ -9,43 +9,28 @@
 namespace zln {
 namespace {
 
-TEST(ProcessEnvironmentTest, AVariableIsRead) {
+TEST(ProcessEnvironmentTest, AnEmptyVariableIsAbsent) {
   const EnvironmentVariable variable("ZLN_TEST_VARIABLE", "value");
+  const EnvironmentVariable empty("ZLN_TEST_EMPTY", "");
 
   EXPECT_EQ("value", environmentVariable("ZLN_TEST_VARIABLE"));
-}
-
-TEST(ProcessEnvironmentTest, AnEmptyVariableIsAbsent) {
-  const EnvironmentVariable variable("ZLN_TEST_VARIABLE", "");
-
-  EXPECT_EQ(std::nullopt, environmentVariable("ZLN_TEST_VARIABLE"));
-}
-
-TEST(ProcessEnvironmentTest, AMissingVariableIsAbsent) {
+  EXPECT_EQ(std::nullopt, environmentVariable("ZLN_TEST_EMPTY"));
   EXPECT_EQ(std::nullopt, environmentVariable("ZLN_TEST_VARIABLE_THAT_NOBODY_SETS"));
 }
 
-TEST(ProcessEnvironmentTest, FoldersLieInTheHomeFolder) {
-  const auto variable = lookupIn({{"HOME", "/home/player"}});
-
-  EXPECT_EQ("/home/player/.local/share", dataFolder(variable));
-  EXPECT_EQ("/home/player/.config", configFolder(variable));
-}
-
-TEST(ProcessEnvironmentTest, FoldersLieWhereTheUserWantsThem) {
-  const auto variable = lookupIn(
+TEST(ProcessEnvironmentTest, FoldersAreInTheHomeFolderOrWhereTheUserWantsThem) {
+  const auto home = lookupIn({{"HOME", "/home/player"}});
+  const auto absolute = lookupIn(
       {{"HOME", "/home/player"}, {"XDG_DATA_HOME", "/data"}, {"XDG_CONFIG_HOME", "/config"}});
-
-  EXPECT_EQ("/data", dataFolder(variable));
-  EXPECT_EQ("/config", configFolder(variable));
-}
-
-TEST(ProcessEnvironmentTest, AFolderThatIsNotAbsoluteDoesNotCount) {
-  const auto variable = lookupIn(
+  const auto relative = lookupIn(
       {{"HOME", "/home/player"}, {"XDG_DATA_HOME", "data"}, {"XDG_CONFIG_HOME", "./config"}});
 
-  EXPECT_EQ("/home/player/.local/share", dataFolder(variable));
-  EXPECT_EQ("/home/player/.config", configFolder(variable));
+  EXPECT_EQ("/home/player/.local/share", dataFolder(home));
+  EXPECT_EQ("/home/player/.config", configFolder(home));
+  EXPECT_EQ("/data", dataFolder(absolute));
+  EXPECT_EQ("/config", configFolder(absolute));
+  EXPECT_EQ("/home/player/.local/share", dataFolder(relative));
+  EXPECT_EQ("/home/player/.config", configFolder(relative));
 }
 
 TEST(ProcessEnvironmentTest, WithoutHomeTheUserDatabaseNamesTheFolder) {

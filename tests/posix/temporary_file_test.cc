@@ -13,16 +13,12 @@
 
 #include <atomic>
 #include <cerrno>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "platform/posix/file_descriptor.h"
-#include "platform/posix/files_posix.h"
-#include "tests/support/temporary_folder.h"
+#include "tests/posix/folder_fixture.h"
 
 namespace zln {
 namespace {
@@ -32,29 +28,10 @@ using testing::IsEmpty;
 using testing::SizeIs;
 using testing::UnorderedElementsAre;
 
-class TemporaryFileTest : public testing::Test {
+class TemporaryFileTest : public FolderTest {
  protected:
   // A name that a process may have given to a file that it could not finish.
   static constexpr char kLeftOver[] = ".zln.dat.nosync.a1B2c3";
-
-  std::string path(const std::string& name) { return folder.path() + "/" + name; }
-
-  void put(const std::string& name, const std::string& bytes) {
-    std::ofstream(path(name), std::ios::binary) << bytes;
-  }
-
-  std::string contents(const std::string& name) {
-    std::ifstream file(path(name), std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(file), {});
-  }
-
-  std::vector<std::string> names() {
-    std::vector<std::string> found;
-    for (const auto& entry : std::filesystem::directory_iterator(folder.path())) {
-      found.push_back(entry.path().filename());
-    }
-    return found;
-  }
 
   // Another process that begins to write the file and never ends; returns once the file is there.
   pid_t startEndlessWriter() {
@@ -78,9 +55,6 @@ class TemporaryFileTest : public testing::Test {
     ::kill(process, SIGKILL);
     waitpid(process, nullptr, 0);
   }
-
-  TemporaryFolder folder;
-  FilesPosix files{[] { return std::string("/unused"); }};
 };
 
 TEST_F(TemporaryFileTest, ItsContentTakesThePlaceOfTheOldOne) {
@@ -109,7 +83,7 @@ TEST_F(TemporaryFileTest, OneThatIsNotPutInPlaceGoes) {
 }
 
 TEST_F(TemporaryFileTest, OneThatCannotBePutInPlaceGoes) {
-  ASSERT_EQ(0, mkdir(path("folder").c_str(), 0700));
+  makeFolder("folder");
   {
     TemporaryFile file(path("folder"));
     ASSERT_EQ(0, file.create());
@@ -136,24 +110,14 @@ TEST_F(TemporaryFileTest, OnceInPlaceTheFileIsLockedByNobody) {
 
 // Left-overs.
 
-TEST_F(TemporaryFileTest, WhatAKilledProcessLeavesGoesWithTheNextWriteInTheFolder) {
-  kill(startEndlessWriter());
-  ASSERT_THAT(names(), SizeIs(1));
+TEST_F(TemporaryFileTest, WhatKilledProcessesLeaveGoesWithTheNextWriteInTheFolder) {
+  const std::vector<pid_t> writers = {startEndlessWriter(), startEndlessWriter()};
+  for (const pid_t writer : writers) kill(writer);
+  ASSERT_THAT(names(), SizeIs(2));
 
   EXPECT_TRUE(files.writeAtomically(path("other"), "1", nullptr));
 
   EXPECT_THAT(names(), ElementsAre("other"));
-}
-
-TEST_F(TemporaryFileTest, WhatSeveralKilledProcessesLeaveGoesAtOnce) {
-  const std::vector<pid_t> writers = {startEndlessWriter(), startEndlessWriter(),
-                                      startEndlessWriter()};
-  for (const pid_t writer : writers) kill(writer);
-  ASSERT_THAT(names(), SizeIs(3));
-
-  TemporaryFile::removeLeftOvers(path("file"));
-
-  EXPECT_THAT(names(), IsEmpty());
 }
 
 TEST_F(TemporaryFileTest, WhatAProcessIsStillWritingStays) {
@@ -190,7 +154,7 @@ TEST_F(TemporaryFileTest, LeftOversGoWhenAFileThatChangesPlacesIsOpened) {
 TEST_F(TemporaryFileTest, LeftOversGoBeforeTheWriteThatNeedsTheirRoom) {
   put(kLeftOver, "half of the con");
 
-  ASSERT_EQ(0, mkdir(path("folder").c_str(), 0700));
+  makeFolder("folder");
   EXPECT_FALSE(files.writeAtomically(path("folder"), "1", nullptr));
 
   EXPECT_THAT(names(), ElementsAre("folder"));

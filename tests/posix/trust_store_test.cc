@@ -57,25 +57,14 @@ class TrustStoreTest : public testing::Test {
   TrustStore store;
 };
 
-TEST_F(TrustStoreTest, TrustsEachAuthorityOfTheFile) {
-  write(first.certificatePem() + "A line between two.\n" + second.certificatePem() +
-        third.certificatePem());
+TEST_F(TrustStoreTest, TrustsEachAuthorityOfTheFileAndNoOther) {
+  write(first.certificatePem() + "A line between two.\n" + second.certificatePem());
 
-  EXPECT_EQ(X509_V_OK, verdict(first));
-  EXPECT_EQ(X509_V_OK, verdict(second));
-  EXPECT_EQ(X509_V_OK, verdict(third));
-}
-
-TEST_F(TrustStoreTest, TrustsNoOther) {
-  write(first.certificatePem() + second.certificatePem());
-
-  EXPECT_EQ(X509_V_ERR_UNABLE_TO_GET_ISSUER_CERT_LOCALLY, verdict(third));
-}
-
-TEST_F(TrustStoreTest, TrustsAnAuthorityMoreThanOnce) {
-  write(first.certificatePem());
-
-  for (int i = 0; i < 3; ++i) EXPECT_EQ(X509_V_OK, verdict(first));
+  for (int i = 0; i < 2; ++i) {
+    EXPECT_EQ(X509_V_OK, verdict(first));
+    EXPECT_EQ(X509_V_OK, verdict(second));
+    EXPECT_EQ(X509_V_ERR_UNABLE_TO_GET_ISSUER_CERT_LOCALLY, verdict(third));
+  }
 }
 
 TEST_F(TrustStoreTest, FindsTheRightOneOfTwoWithTheSameName) {

@@ -102,21 +102,15 @@ TEST(UrlErrorsTest, EveryCodeHasItsText) {
 }
 
 TEST(UrlErrorsTest, AnErrorNamesTheUrlThatFailed) {
-  const Error error = urlError(-1001, "https://reports.invalid/a");
+  const Error timeout{"NSURLErrorDomain",
+                      -1001,
+                      "The request timed out.",
+                      {{"NSErrorFailingURLStringKey", "https://reports.invalid/a"},
+                       {"NSErrorFailingURLKey", "https://reports.invalid/a"}}};
+  const Error noUrl{"NSURLErrorDomain", -1002, "unsupported URL", {}};
 
-  const Error expected{"NSURLErrorDomain",
-                       -1001,
-                       "The request timed out.",
-                       {{"NSErrorFailingURLStringKey", "https://reports.invalid/a"},
-                        {"NSErrorFailingURLKey", "https://reports.invalid/a"}}};
-  EXPECT_EQ(expected, error);
-}
-
-TEST(UrlErrorsTest, AnErrorWithoutAUrlNamesNone) {
-  const Error error = urlError(-1002, "");
-
-  const Error expected{"NSURLErrorDomain", -1002, "unsupported URL", {}};
-  EXPECT_EQ(expected, error);
+  EXPECT_EQ(timeout, urlError(-1001, "https://reports.invalid/a"));
+  EXPECT_EQ(noUrl, urlError(-1002, ""));
 }
 
 }  // namespace

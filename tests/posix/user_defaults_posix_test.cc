@@ -1,39 +1,20 @@
 #include "platform/posix/user_defaults_posix.h"
 
+#include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <sys/types.h>
 
-#include <fstream>
-#include <iterator>
-#include <memory>
+#include <optional>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "platform/posix/files_posix.h"
 #include "testkit/fake_files.h"
-#include "tests/contract/user_defaults_contract.h"
 #include "tests/support/temporary_folder.h"
 
 namespace zln {
 namespace {
-
-class PosixUserDefaults {
- public:
-  PosixUserDefaults() { restart(); }
-
-  UserDefaults& defaults() { return *defaults_; }
-  void restart() {
-    defaults_ = std::make_unique<UserDefaultsPosix>(
-        files_, [this] { return folder_.path() + "/config/com.example.game.plist"; });
-  }
-
- private:
-  TemporaryFolder folder_;
-  FilesPosix files_{[] { return std::string("/unused"); }};
-  std::unique_ptr<UserDefaultsPosix> defaults_;
-};
-
-INSTANTIATE_TYPED_TEST_SUITE_P(Posix, UserDefaultsContract, PosixUserDefaults);
 
 constexpr char kPath[] = "/config/com.example.game.plist";
 constexpr char kHead[] =
@@ -45,38 +26,36 @@ constexpr char kTail[] = "</plist>\n";
 
 std::string document(const std::string& root) { return kHead + root + kTail; }
 
+const std::string kKeyIsText =
+    document("<dict>\n\t<key>key</key>\n\t<string>text</string>\n</dict>\n");
+
 class UserDefaultsPosixTest : public testing::Test {
  protected:
   FakeFiles files;
   UserDefaultsPosix defaults{files, [] { return std::string(kPath); }};
 };
 
-TEST_F(UserDefaultsPosixTest, AFileOfOneMegabyteIsTaken) {
-  std::string bytes = document("<dict><key>a</key><string>1</string></dict>\n");
+TEST_F(UserDefaultsPosixTest, AFileOfMoreThanOneMegabyteCountsAsEmpty) {
+  const std::string bytes = document("<dict><key>a</key><string>1</string></dict>\n");
+  UserDefaultsPosix others{files, [] { return std::string("/larger"); }};
+
   files.put(kPath, bytes + std::string(1048576 - bytes.size(), '\n'));
+  files.put("/larger", bytes + std::string(1048577 - bytes.size(), '\n'));
 
   EXPECT_EQ(Value("1"), defaults.get("a"));
+  EXPECT_EQ(std::nullopt, others.get("a"));
 }
 
-TEST_F(UserDefaultsPosixTest, ALargerFileCountsAsEmpty) {
-  std::string bytes = document("<dict><key>a</key><string>1</string></dict>\n");
-  files.put(kPath, bytes + std::string(1048577 - bytes.size(), '\n'));
-
-  EXPECT_EQ(std::nullopt, defaults.get("a"));
-}
-
-TEST_F(UserDefaultsPosixTest, ReadingMakesNoFile) {
+TEST_F(UserDefaultsPosixTest, OnlyASetMakesTheFileAndOnlyOnce) {
   defaults.get("key");
   defaults.synchronize();
-
   EXPECT_FALSE(files.exists("/config"));
-}
 
-TEST_F(UserDefaultsPosixTest, AValueIsInTheFileAtOnce) {
   defaults.set("key", "text");
+  EXPECT_EQ(kKeyIsText, files.contents(kPath));
+  defaults.synchronize();
 
-  EXPECT_EQ(document("<dict>\n\t<key>key</key>\n\t<string>text</string>\n</dict>\n"),
-            files.contents(kPath));
+  EXPECT_EQ(1u, files.writeCount(kPath));
 }
 
 TEST_F(UserDefaultsPosixTest, TheFileIsReadAtFirstUseAndNotAgain) {
@@ -112,57 +91,30 @@ TEST_F(UserDefaultsPosixTest, ValuesOfOthersInTheFileAreKept) {
             files.contents(kPath));
 }
 
-class UserDefaultsPosixBrokenFileTest : public UserDefaultsPosixTest,
-                                        public testing::WithParamInterface<const char*> {};
+TEST_F(UserDefaultsPosixTest, ABrokenFileCountsAsEmptyAndIsReplacedByTheNextSet) {
+  for (const char* broken :
+       {"", "no property list", "<plist version=\"1.0\"><dict><key>key</key></dict>",
+        "<plist version=\"1.0\"><string>key</string></plist>"}) {
+    files.put(kPath, broken);
+    UserDefaultsPosix next{files, [] { return std::string(kPath); }};
 
-TEST_P(UserDefaultsPosixBrokenFileTest, ItCountsAsEmptyAndIsReplacedByTheNextSet) {
-  files.put(kPath, GetParam());
-
-  EXPECT_EQ(std::nullopt, defaults.get("key"));
-  EXPECT_EQ(GetParam(), files.contents(kPath));
-
-  defaults.set("new", "text");
-  EXPECT_EQ(document("<dict>\n\t<key>new</key>\n\t<string>text</string>\n</dict>\n"),
-            files.contents(kPath));
-}
-
-INSTANTIATE_TEST_SUITE_P(Contents, UserDefaultsPosixBrokenFileTest,
-                         testing::Values("", "no property list",
-                                         "<plist version=\"1.0\"><dict><key>key</key></dict>",
-                                         "<plist version=\"1.0\"><string>key</string></plist>"));
-
-TEST_F(UserDefaultsPosixTest, AValueThatCouldNotBeWrittenIsStillRead) {
-  files.failWrites();
-
-  defaults.set("key", "text");
-
-  EXPECT_EQ(Value("text"), defaults.get("key"));
-}
-
-TEST_F(UserDefaultsPosixTest, SynchronizingFailsWhileAValueCannotBeWritten) {
-  files.failWrites();
-  defaults.set("key", "text");
-
-  EXPECT_FALSE(defaults.synchronize());
+    EXPECT_EQ(std::nullopt, next.get("key")) << broken;
+    EXPECT_EQ(broken, files.contents(kPath));
+    next.set("key", "text");
+    EXPECT_EQ(kKeyIsText, files.contents(kPath));
+  }
 }
 
 TEST_F(UserDefaultsPosixTest, SynchronizingWritesWhatCouldNotBeWrittenBefore) {
   files.failWrites();
   defaults.set("key", "text");
-  files.failWrites(false);
 
+  EXPECT_EQ(Value("text"), defaults.get("key"));
+  EXPECT_FALSE(defaults.synchronize());
+  files.failWrites(false);
   EXPECT_TRUE(defaults.synchronize());
 
-  EXPECT_EQ(document("<dict>\n\t<key>key</key>\n\t<string>text</string>\n</dict>\n"),
-            files.contents(kPath));
-}
-
-TEST_F(UserDefaultsPosixTest, SynchronizingWritesNothingThatIsWrittenAlready) {
-  defaults.set("key", "text");
-
-  defaults.synchronize();
-
-  EXPECT_EQ(1u, files.writeCount(kPath));
+  EXPECT_EQ(kKeyIsText, files.contents(kPath));
 }
 
 TEST_F(UserDefaultsPosixTest, ALaterSetWritesWhatAnEarlierOneCouldNot) {

@@ -1,33 +1,13 @@
 #include "platform/posix/uuid_source_posix.h"
 
+#include <gtest/gtest.h>
+
 #include <algorithm>
 #include <cstdint>
 #include <span>
 
-#include "tests/contract/uuid_source_contract.h"
-
 namespace zln {
 namespace {
-
-class PosixUuids {
- public:
-  UuidSource& uuids() { return uuids_; }
-
- private:
-  UuidSourcePosix uuids_;
-};
-
-// Without the system's random numbers.
-class PosixUuidsWithoutRandom {
- public:
-  UuidSource& uuids() { return uuids_; }
-
- private:
-  UuidSourcePosix uuids_{[](std::span<unsigned char>) { return false; }};
-};
-
-using Machines = testing::Types<PosixUuids, PosixUuidsWithoutRandom>;
-INSTANTIATE_TYPED_TEST_SUITE_P(Posix, UuidSourceContract, Machines);
 
 TEST(UuidSourcePosixTest, TheBytesOfTheSourceStandInOrderWithTheMarksOfVersion4) {
   UuidSourcePosix uuids([](std::span<unsigned char> bytes) {

@@ -1,0 +1,132 @@
+#pragma once
+
+#include <cstddef>
+#include <future>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "platform/background_tasks.h"
+#include "platform/clock.h"
+#include "platform/device_facts.h"
+#include "platform/dispatch.h"
+#include "platform/files.h"
+#include "platform/log_sink.h"
+#include "platform/user_defaults.h"
+#include "platform/uuid_source.h"
+#include "tests/contract/contract.h"
+
+namespace zln {
+
+// Nothing limits the time of its tasks yet.
+struct BackgroundTasksMachine {
+  virtual ~BackgroundTasksMachine() = default;
+  virtual BackgroundTasks& tasks() = 0;
+  // Returns when the task has been told.
+  virtual void expire(BackgroundTaskId id) = 0;
+};
+
+class BackgroundTasksContract : public Contract<BackgroundTasksMachine> {
+ protected:
+  // Begins a task that notes its expiry under this name.
+  BackgroundTaskId begin(const std::string& name) {
+    return tasks.begin([this, name] { told.push_back(name); });
+  }
+
+  BackgroundTasks& tasks = machine->tasks();
+  std::vector<std::string> told;
+};
+
+struct ClockMachine {
+  virtual ~ClockMachine() = default;
+  virtual Clock& clock() = 0;
+  // The seconds since some moment, however the wall clock is set.
+  virtual double elapsed() = 0;
+};
+
+using ClockContract = Contract<ClockMachine>;
+
+// The application is "com.example.game" in version "1.2.3", the library has version "7.0.0" and the
+// country is Germany.
+struct DeviceFactsMachine {
+  virtual ~DeviceFactsMachine() = default;
+  virtual DeviceFacts& facts() = 0;
+  // After this none of it is known.
+  virtual void forget() = 0;
+};
+
+using DeviceFactsContract = Contract<DeviceFactsMachine>;
+
+struct DispatchMachine {
+  virtual ~DispatchMachine() = default;
+  virtual Dispatch& dispatch() = 0;
+  // Lets tasks run until the future is ready.
+  virtual void await(std::future<void> done) = 0;
+};
+
+class DispatchContract : public Contract<DispatchMachine> {
+ protected:
+  Dispatch& dispatch = machine->dispatch();
+};
+
+struct FilesMachine {
+  virtual ~FilesMachine() = default;
+  virtual Files& files() = 0;
+  // The path of an empty folder of the test's own.
+  virtual std::string root() = 0;
+};
+
+class FilesContract : public Contract<FilesMachine> {
+ protected:
+  // Of the files that a test reads.
+  static constexpr std::size_t kLimit = 1024;
+
+  std::string path(const std::string& relativePath) { return machine->root() + "/" + relativePath; }
+  void makeFolder(const std::string& relativePath);
+  void makeFile(const std::string& relativePath, const std::string& bytes);
+  std::optional<std::string> read(const std::string& relativePath, std::size_t limit = kLimit);
+  std::vector<std::string> visited(const std::string& relativePath = "");
+
+  // Domain, code and text of the error that the operation filled last.
+  std::string errorText() const;
+
+  std::unique_ptr<AtomicFile> atomicFile(const std::string& relativePath);
+  // Replaces the content of path("file") and expects to read it there.
+  void replace(AtomicFile& file, const std::string& content, AtomicFile::Unchanged unchanged = {});
+  // What the file offers when the first offer is accepted.
+  static std::vector<std::string> offered(AtomicFile& file, std::size_t limit = kLimit);
+
+  Files& files = machine->files();
+  Error error;
+};
+
+struct LogSinkMachine {
+  virtual ~LogSinkMachine() = default;
+  virtual LogSink& sink() = 0;
+  // The lines that came out at its other end.
+  virtual std::vector<std::string> lines() = 0;
+};
+
+class LogSinkContract : public Contract<LogSinkMachine> {
+ protected:
+  LogSink& sink = machine->sink();
+};
+
+struct UserDefaultsMachine {
+  virtual ~UserDefaultsMachine() = default;
+  virtual UserDefaults& defaults() = 0;
+  // After this, defaults() is the next process on the same installation.
+  virtual void restart() = 0;
+};
+
+using UserDefaultsContract = Contract<UserDefaultsMachine>;
+
+struct UuidSourceMachine {
+  virtual ~UuidSourceMachine() = default;
+  virtual UuidSource& uuids() = 0;
+};
+
+using UuidSourceContract = Contract<UuidSourceMachine>;
+
+}  // namespace zln
