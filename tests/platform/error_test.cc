@@ -2,63 +2,41 @@
 
 #include <gtest/gtest.h>
 
+#include <optional>
+#include <utility>
+
 namespace zln {
 namespace {
 
-TEST(ErrorTest, ShowsDomainCodeAndText) {
-  const Error error{"Zelnor", -13, "No report to report", {}};
-
-  EXPECT_EQ(
-      "Error Domain=Zelnor Code=-13 \"No report to report\" "
-      "UserInfo={NSLocalizedDescription=No report to report}",
-      error.description());
-}
-
-TEST(ErrorTest, ShowsNoUserInfoWhenThereIsNone) {
-  const Error error{"D", -16, std::nullopt, {}};
-
-  EXPECT_EQ("Error Domain=D Code=-16 \"(null)\"", error.description());
-}
-
-TEST(ErrorTest, ShowsFurtherFactsAfterTheText) {
-  const Error error{kUrlErrorDomain,
-                    -1001,
-                    "The request timed out.",
-                    {{"NSErrorFailingURLKey", "https://h/session"}, {"A", "b"}}};
-
-  EXPECT_EQ(
-      "Error Domain=NSURLErrorDomain Code=-1001 \"The request timed out.\" "
-      "UserInfo={NSLocalizedDescription=The request timed out., "
-      "NSErrorFailingURLKey=https://h/session, A=b}",
-      error.description());
-}
-
-TEST(ErrorTest, OfTheSystemHasATextForItsCode) {
-  const Error error{kCocoaErrorDomain, 3840, std::nullopt, {{"NSDebugDescription", "no array"}}};
-
-  EXPECT_EQ(
-      "Error Domain=NSCocoaErrorDomain Code=3840 \"The data couldn’t be read because it isn’t in "
-      "the correct format.\" UserInfo={NSDebugDescription=no array}",
-      error.description());
-}
-
-TEST(ErrorTest, OfTheKernelHasATextForItsCode) {
-  EXPECT_EQ("Error Domain=NSPOSIXErrorDomain Code=2 \"No such file or directory\"",
-            (Error{kPosixErrorDomain, 2, std::nullopt, {}}).description());
-  EXPECT_EQ("Error Domain=NSPOSIXErrorDomain Code=13 \"Permission denied\"",
-            (Error{kPosixErrorDomain, 13, std::nullopt, {}}).description());
-}
-
-TEST(ErrorTest, OfTheSystemWithAnUnknownCodeHasNoText) {
-  EXPECT_EQ("Error Domain=NSCocoaErrorDomain Code=99999 \"(null)\"",
-            (Error{kCocoaErrorDomain, 99999, std::nullopt, {}}).description());
-  EXPECT_EQ("Error Domain=NSPOSIXErrorDomain Code=99999 \"(null)\"",
-            (Error{kPosixErrorDomain, 99999, std::nullopt, {}}).description());
-}
-
-TEST(ErrorTest, ShowsAnEmptyTextAsEmpty) {
-  EXPECT_EQ("Error Domain=NSCocoaErrorDomain Code=4 \"\" UserInfo={NSLocalizedDescription=}",
-            (Error{kCocoaErrorDomain, 4, "", {}}).description());
+TEST(ErrorTest, ShowsDomainCodeTextAndFurtherFacts) {
+  const std::pair<Error, const char*> rows[] = {
+      {{"Zelnor", -13, "No report to report", {}},
+       "Error Domain=Zelnor Code=-13 \"No report to report\" "
+       "UserInfo={NSLocalizedDescription=No report to report}"},
+      {{"D", -16, std::nullopt, {}}, "Error Domain=D Code=-16 \"(null)\""},
+      {{kUrlErrorDomain,
+        -1001,
+        "The request timed out.",
+        {{"NSErrorFailingURLKey", "https://h/session"}, {"A", "b"}}},
+       "Error Domain=NSURLErrorDomain Code=-1001 \"The request timed out.\" "
+       "UserInfo={NSLocalizedDescription=The request timed out., "
+       "NSErrorFailingURLKey=https://h/session, A=b}"},
+      {{kCocoaErrorDomain, 4, "", {}},
+       "Error Domain=NSCocoaErrorDomain Code=4 \"\" UserInfo={NSLocalizedDescription=}"},
+      // The system has texts for its own codes.
+      {{kCocoaErrorDomain, 3840, std::nullopt, {{"NSDebugDescription", "no array"}}},
+       "Error Domain=NSCocoaErrorDomain Code=3840 \"The data couldn’t be read because it isn’t in "
+       "the correct format.\" UserInfo={NSDebugDescription=no array}"},
+      {{kPosixErrorDomain, 2, std::nullopt, {}},
+       "Error Domain=NSPOSIXErrorDomain Code=2 \"No such file or directory\""},
+      {{kPosixErrorDomain, 13, std::nullopt, {}},
+       "Error Domain=NSPOSIXErrorDomain Code=13 \"Permission denied\""},
+      {{kCocoaErrorDomain, 99999, std::nullopt, {}},
+       "Error Domain=NSCocoaErrorDomain Code=99999 \"(null)\""},
+      {{kPosixErrorDomain, 99999, std::nullopt, {}},
+       "Error Domain=NSPOSIXErrorDomain Code=99999 \"(null)\""},
+  };
+  for (const auto& [error, text] : rows) EXPECT_EQ(text, error.description());
 }
 
 TEST(ErrorTest, IsStoredOnlyWhereItIsAskedFor) {

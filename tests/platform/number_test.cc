@@ -6,6 +6,7 @@
 #include <cmath>
 #include <cstdint>
 #include <limits>
+#include <utility>
 
 namespace zln {
 namespace {
@@ -29,36 +30,29 @@ TEST(NumberTest, DiffersFromTheSameValueOfAnotherKind) {
 }
 
 TEST(NumberTest, IsTrueWhenItIsNotZero) {
-  EXPECT_TRUE(Number::boolean(true).boolValue());
-  EXPECT_TRUE(Number::int64(-1).boolValue());
-  EXPECT_TRUE(Number::int64(4294967296).boolValue());
-  EXPECT_TRUE(Number::float64(0.5).boolValue());
-  EXPECT_TRUE(Number::float64(kNan).boolValue());
+  for (const Number& number : {Number::boolean(true), Number::int64(-1), Number::int64(4294967296),
+                               Number::float64(0.5), Number::float64(kNan)}) {
+    EXPECT_TRUE(number.boolValue()) << number.description();
+  }
+  for (const Number& number : {Number::boolean(false), Number::int32(0), Number::float64(-0.0)}) {
+    EXPECT_FALSE(number.boolValue()) << number.description();
+  }
 }
 
-TEST(NumberTest, IsFalseWhenItIsZero) {
-  EXPECT_FALSE(Number::boolean(false).boolValue());
-  EXPECT_FALSE(Number::int32(0).boolValue());
-  EXPECT_FALSE(Number::float64(-0.0).boolValue());
-}
-
-TEST(NumberTest, IntValueOfARealIsCutTowardZero) {
-  EXPECT_EQ(2, Number::float64(2.9).intValue());
-  EXPECT_EQ(-2, Number::float64(-2.9).intValue());
-  EXPECT_EQ(2147483647, Number::float64(2147483647.5).intValue());
-  EXPECT_EQ(INT32_MIN, Number::float64(-2147483648.9).intValue());
-}
-
-TEST(NumberTest, IntValueOfARealStopsAtTheEnds) {
-  EXPECT_EQ(2147483647, Number::float64(2147483648.0).intValue());
-  EXPECT_EQ(INT32_MIN, Number::float64(-2147483649.0).intValue());
-  EXPECT_EQ(2147483647, Number::float64(1e300).intValue());
+TEST(NumberTest, IntValueCutsARealTowardZeroAndStopsAtTheEnds) {
+  const std::pair<double, std::int32_t> rows[] = {{2.9, 2},
+                                                  {-2.9, -2},
+                                                  {2147483647.5, 2147483647},
+                                                  {1e300, 2147483647},
+                                                  {kNan, 0},
+                                                  {2147483648.0, 2147483647},
+                                                  {-2147483648.9, INT32_MIN},
+                                                  {-2147483649.0, INT32_MIN},
+                                                  {-kInfinity, INT32_MIN}};
+  for (const auto& [real, integer] : rows) {
+    EXPECT_EQ(integer, Number::float64(real).intValue()) << real;
+  }
   EXPECT_EQ(2147483647, Number::float32(3e9f).intValue());
-  EXPECT_EQ(INT32_MIN, Number::float64(-kInfinity).intValue());
-}
-
-TEST(NumberTest, IntValueOfNotANumberIsZero) {
-  EXPECT_EQ(0, Number::float64(kNan).intValue());
   EXPECT_EQ(0, Number::float32(std::numeric_limits<float>::quiet_NaN()).intValue());
 }
 
@@ -66,9 +60,6 @@ TEST(NumberTest, IntValueOfALongIntegerIsItsLow32Bits) {
   EXPECT_EQ(0, Number::int64(4294967296).intValue());
   EXPECT_EQ(INT32_MIN, Number::int64(2147483648).intValue());
   EXPECT_EQ(-1, Number::int64(INT64_MAX).intValue());
-}
-
-TEST(NumberTest, IntValueOfABooleanIsOneOrZero) {
   EXPECT_EQ(1, Number::boolean(true).intValue());
   EXPECT_EQ(0, Number::boolean(false).intValue());
 }
@@ -102,35 +93,26 @@ TEST(NumberTest, DoubleValueWidensAFloat) {
   EXPECT_EQ(1.0, Number::boolean(true).doubleValue());
 }
 
-TEST(NumberTest, DescribesIntegersInDecimal) {
-  EXPECT_EQ("-9223372036854775808", Number::int64(INT64_MIN).description());
-  EXPECT_EQ("30", Number::int32(30).description());
-}
-
-TEST(NumberTest, DescribesBooleansAsOneAndZero) {
-  EXPECT_EQ("1", Number::boolean(true).description());
-  EXPECT_EQ("0", Number::boolean(false).description());
-}
-
-TEST(NumberTest, DescribesDoublesWithSixteenDigits) {
-  EXPECT_EQ("1700000050.123456", Number::float64(1700000050.123456).description());
-  EXPECT_EQ("0.3", Number::float64(0.1 + 0.2).description());
-  EXPECT_EQ("600", Number::float64(600).description());
-  EXPECT_EQ("1e+20", Number::float64(1e20).description());
-  EXPECT_EQ("1.797693134862316e+308", Number::float64(DBL_MAX).description());
-}
-
-TEST(NumberTest, DescribesFloatsWithSevenDigits) {
-  EXPECT_EQ("0.1", Number::float32(0.1f).description());
-  EXPECT_EQ("30", Number::float32(30).description());
-  EXPECT_EQ("1.7e+09", Number::float32(1700000000).description());
-}
-
-TEST(NumberTest, DescribesWhatIsNotFinite) {
-  EXPECT_EQ("nan", Number::float64(kNan).description());
-  EXPECT_EQ("nan", Number::float64(-kNan).description());
-  EXPECT_EQ("inf", Number::float64(kInfinity).description());
-  EXPECT_EQ("-inf", Number::float32(-std::numeric_limits<float>::infinity()).description());
+TEST(NumberTest, DescribesItsValueInAsManyDigitsAsItsKindHas) {
+  const std::pair<Number, const char*> rows[] = {
+      {Number::int64(INT64_MIN), "-9223372036854775808"},
+      {Number::int32(30), "30"},
+      {Number::boolean(true), "1"},
+      {Number::boolean(false), "0"},
+      {Number::float64(1700000050.123456), "1700000050.123456"},
+      {Number::float64(0.1 + 0.2), "0.3"},
+      {Number::float64(600), "600"},
+      {Number::float64(1e20), "1e+20"},
+      {Number::float64(DBL_MAX), "1.797693134862316e+308"},
+      {Number::float32(0.1f), "0.1"},
+      {Number::float32(30), "30"},
+      {Number::float32(1700000000), "1.7e+09"},
+      {Number::float64(kNan), "nan"},
+      {Number::float64(-kNan), "nan"},
+      {Number::float64(kInfinity), "inf"},
+      {Number::float32(-std::numeric_limits<float>::infinity()), "-inf"},
+  };
+  for (const auto& [number, text] : rows) EXPECT_EQ(text, number.description());
 }
 
 }  // namespace

@@ -48,197 +48,94 @@ class OperationQueueFollowTest : public testing::Test {
     return operation;
   }
 
-  // Follows the queue; names and numbers are those of the operations shown.
-  Shown follow(Mark& follower) {
-    names.clear();
+  using Names = std::vector<std::string>;
+
+  // Follows the queue and expects to be shown these operations; `numbers` are theirs.
+  void expectShown(Mark& follower, Shown kind, const Names& expected) {
+    Names names;
     numbers.clear();
-    return queue.follow(follower, [&](std::uint64_t number, const auto& operation) {
+    EXPECT_EQ(kind, queue.follow(follower, [&](std::uint64_t number, const auto& operation) {
       names.push_back(operation->description());
       numbers.push_back(number);
-    });
+    }));
+    EXPECT_EQ(expected, names);
   }
 
   FakeDispatch dispatch;
   OperationQueue queue{dispatch};
   Mark mark;
-  std::vector<std::string> names;
   std::vector<std::uint64_t> numbers;
 };
 
-TEST_F(OperationQueueFollowTest, AnEmptyQueueShowsNothing) {
-  EXPECT_EQ(Shown::additions, follow(mark));
-
-  EXPECT_THAT(names, IsEmpty());
-}
-
-TEST_F(OperationQueueFollowTest, ShowsEverythingInTheOrderOfAddingAtFirst) {
-  add("a");
-  add("b");
-  add("c");
-
-  EXPECT_EQ(Shown::additions, follow(mark));
-
-  EXPECT_THAT(names, ElementsAre("a", "b", "c"));
-}
-
-TEST_F(OperationQueueFollowTest, PrioritiesDoNotChangeTheOrder) {
-  queue.setSuspended(true);
-  add("a");
-  add("b")->setQueuePriority(8);
-
-  follow(mark);
-
-  EXPECT_THAT(names, ElementsAre("a", "b"));
-}
-
-TEST_F(OperationQueueFollowTest, ShowsRunningOperationsToo) {
+TEST_F(OperationQueueFollowTest, ShowsWhatWasAddedSinceInTheOrderOfAdding) {
+  expectShown(mark, Shown::additions, {});
   add("a");
   dispatch.runGlobal();
-
-  follow(mark);
-
-  EXPECT_THAT(names, ElementsAre("a"));
-}
-
-TEST_F(OperationQueueFollowTest, ShowsNothingTwice) {
-  add("a");
-  follow(mark);
-
-  EXPECT_EQ(Shown::additions, follow(mark));
-
-  EXPECT_THAT(names, IsEmpty());
-}
-
-TEST_F(OperationQueueFollowTest, ShowsWhatWasAddedSince) {
-  add("a");
-  follow(mark);
-  add("b");
+  add("b")->setQueuePriority(8);
+  expectShown(mark, Shown::additions, {"a", "b"});
+  expectShown(mark, Shown::additions, {});
   add("c");
 
-  EXPECT_EQ(Shown::additions, follow(mark));
-
-  EXPECT_THAT(names, ElementsAre("b", "c"));
+  expectShown(mark, Shown::additions, {"c"});
 }
 
 TEST_F(OperationQueueFollowTest, ShowsAllThatAreThereOnceOneHasLeft) {
   add("a");
   const auto b = add("b");
   add("c");
-  follow(mark);
+  expectShown(mark, Shown::additions, {"a", "b", "c"});
 
   b->finish();
   add("d");
 
-  EXPECT_EQ(Shown::all, follow(mark));
-  EXPECT_THAT(names, ElementsAre("a", "c", "d"));
+  expectShown(mark, Shown::all, {"a", "c", "d"});
+  expectShown(mark, Shown::additions, {});
+  add("e");
+  expectShown(mark, Shown::additions, {"e"});
 }
 
 TEST_F(OperationQueueFollowTest, ShowsAllWhenOnlyWhatItHasNotSeenHasLeft) {
-  add("a");
-  follow(mark);
-
+  const auto a = add("a");
+  expectShown(mark, Shown::additions, {"a"});
   add("b")->finish();
-
-  EXPECT_EQ(Shown::all, follow(mark));
-  EXPECT_THAT(names, ElementsAre("a"));
-}
-
-TEST_F(OperationQueueFollowTest, ShowsAllOfAnEmptyQueueOnceTheLastHasLeft) {
-  const auto a = add("a");
-  follow(mark);
+  expectShown(mark, Shown::all, {"a"});
 
   a->finish();
 
-  EXPECT_EQ(Shown::all, follow(mark));
-  EXPECT_THAT(names, IsEmpty());
+  expectShown(mark, Shown::all, {});
 }
 
-TEST_F(OperationQueueFollowTest, ShowsAdditionsAgainAfterItHasShownAll) {
-  add("a")->finish();
-  follow(mark);
-  add("b");
-
-  EXPECT_EQ(Shown::additions, follow(mark));
-
-  EXPECT_THAT(names, ElementsAre("b"));
-}
-
-TEST_F(OperationQueueFollowTest, NumbersRiseInTheOrderOfAdding) {
-  add("a");
-  add("b");
-  add("c");
-
-  follow(mark);
-
-  ASSERT_EQ(3u, numbers.size());
-  EXPECT_LT(numbers[0], numbers[1]);
-  EXPECT_LT(numbers[1], numbers[2]);
-}
-
-TEST_F(OperationQueueFollowTest, AnOperationKeepsItsNumber) {
+TEST_F(OperationQueueFollowTest, NumbersRiseAndAreNotGivenAgain) {
   const auto a = add("a");
   add("b");
-  follow(mark);
-  const std::uint64_t numberOfB = numbers.at(1);
+  const auto c = add("c");
+  expectShown(mark, Shown::additions, {"a", "b", "c"});
+  const std::vector<std::uint64_t> before = numbers;
+  EXPECT_LT(before[0], before[1]);
+  EXPECT_LT(before[1], before[2]);
 
   a->finish();
-  add("c");
-  follow(mark);
+  c->finish();
+  add("d");
 
-  ASSERT_THAT(names, ElementsAre("b", "c"));
-  EXPECT_EQ(numberOfB, numbers[0]);
-  EXPECT_LT(numberOfB, numbers[1]);
-}
-
-TEST_F(OperationQueueFollowTest, TheNumberOfOneThatHasLeftIsNotGivenAgain) {
-  const auto a = add("a");
-  follow(mark);
-  const std::uint64_t numberOfA = numbers.at(0);
-
-  a->finish();
-  add("b");
-  follow(mark);
-
-  ASSERT_THAT(names, ElementsAre("b"));
-  EXPECT_LT(numberOfA, numbers[0]);
+  expectShown(mark, Shown::all, {"b", "d"});
+  EXPECT_EQ(before[1], numbers[0]);
+  EXPECT_LT(before[2], numbers[1]);
 }
 
 TEST_F(OperationQueueFollowTest, EachFollowerHasAMarkOfItsOwn) {
   Mark late;
-  add("a");
-  follow(mark);
-  add("b");
-
-  EXPECT_EQ(Shown::additions, follow(late));
-  EXPECT_THAT(names, ElementsAre("a", "b"));
-  EXPECT_EQ(Shown::additions, follow(mark));
-  EXPECT_THAT(names, ElementsAre("b"));
-}
-
-TEST_F(OperationQueueFollowTest, EachFollowerIsShownAllAfterTheSameDeparture) {
-  Mark other;
+  Mark latest;
   const auto a = add("a");
+  expectShown(mark, Shown::additions, {"a"});
   add("b");
-  follow(mark);
-  follow(other);
+  expectShown(late, Shown::additions, {"a", "b"});
+  expectShown(mark, Shown::additions, {"b"});
 
   a->finish();
 
-  EXPECT_EQ(Shown::all, follow(mark));
-  EXPECT_THAT(names, ElementsAre("b"));
-  EXPECT_EQ(Shown::all, follow(other));
-  EXPECT_THAT(names, ElementsAre("b"));
-  EXPECT_EQ(Shown::additions, follow(mark));
-  EXPECT_THAT(names, IsEmpty());
-}
-
-TEST_F(OperationQueueFollowTest, AFollowerThatComesAfterDeparturesIsShownAll) {
-  add("a")->finish();
-  add("b");
-
-  EXPECT_EQ(Shown::all, follow(mark));
-
-  EXPECT_THAT(names, ElementsAre("b"));
+  for (Mark* const follower : {&mark, &late, &latest}) expectShown(*follower, Shown::all, {"b"});
+  expectShown(mark, Shown::additions, {});
 }
 
 }  // namespace

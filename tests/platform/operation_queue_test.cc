@@ -105,68 +105,33 @@ class OperationQueueTest : public testing::Test {
   std::optional<OperationQueue> queue{std::in_place, dispatch};
 };
 
-TEST_F(OperationQueueTest, AnIdleQueueStartsAnOperationOnThePoolOnly) {
-  add("a");
-
-  EXPECT_THAT(started, IsEmpty());
-  EXPECT_EQ(0u, dispatch.mainCount());
-
-  dispatch.runGlobal();
-
-  EXPECT_THAT(started, ElementsAre("a"));
-}
-
-TEST_F(OperationQueueTest, StartsAnyNumberAtATimeByDefault) {
+TEST_F(OperationQueueTest, StartsAnyNumberAtATimeOnThePoolByDefault) {
   add("a");
   add("b");
   add("c");
+  EXPECT_THAT(started, IsEmpty());
+  EXPECT_EQ(0u, dispatch.mainCount());
 
   dispatch.runGlobal();
 
   EXPECT_THAT(started, ElementsAre("a", "b", "c"));
 }
 
-TEST_F(OperationQueueTest, StartsNoMoreThanItsLimitAtATime) {
+TEST_F(OperationQueueTest, StartsNoMoreThanItsLimitUntilOneHasFinished) {
   queue->setMaxConcurrentOperationCount(2);
-  add("a");
-  add("b");
-  add("c");
-
-  dispatch.runGlobal();
-
-  EXPECT_THAT(started, ElementsAre("a", "b"));
-}
-
-TEST_F(OperationQueueTest, ASlotIsTakenBeforeTheOperationStarts) {
-  queue->setMaxConcurrentOperationCount(1);
-
-  add("a");
-  add("b");
-
-  EXPECT_EQ(1u, dispatch.globalCount());
-}
-
-TEST_F(OperationQueueTest, AFinishedOperationGivesItsSlotToTheNext) {
-  queue->setMaxConcurrentOperationCount(1);
   const auto a = add("a");
   add("b");
+  add("c");
+  // The slots are taken before the operations start.
+  EXPECT_EQ(2u, dispatch.globalCount());
   dispatch.runGlobal();
+  EXPECT_THAT(started, ElementsAre("a", "b"));
+  EXPECT_EQ(3u, queue->operationCount());
 
   a->finish();
   dispatch.runGlobal();
 
-  EXPECT_THAT(started, ElementsAre("a", "b"));
-}
-
-TEST_F(OperationQueueTest, ReturningFromStartFreesNoSlot) {
-  queue->setMaxConcurrentOperationCount(1);
-  add("a");
-  add("b");
-
-  dispatch.runGlobal();
-
-  EXPECT_THAT(started, ElementsAre("a"));
-  EXPECT_EQ(2u, queue->operationCount());
+  EXPECT_THAT(started, ElementsAre("a", "b", "c"));
 }
 
 TEST_F(OperationQueueTest, ALimitOfZeroStartsNothing) {
@@ -204,25 +169,22 @@ TEST_F(OperationQueueTest, ALoweredLimitLetsRunningOperationsGoOn) {
   EXPECT_THAT(queuedNames(), ElementsAre("b", "c"));
 }
 
-TEST_F(OperationQueueTest, IsNotSuspendedAtFirst) { EXPECT_FALSE(queue->isSuspended()); }
-
-TEST_F(OperationQueueTest, TellsWhetherItIsSuspended) {
+TEST_F(OperationQueueTest, ASuspendedQueueStartsNothingUntilItIsResumed) {
+  EXPECT_FALSE(queue->isSuspended());
   queue->setSuspended(true);
-
   EXPECT_TRUE(queue->isSuspended());
 
-  queue->setSuspended(false);
-
-  EXPECT_FALSE(queue->isSuspended());
-}
-
-TEST_F(OperationQueueTest, ASuspendedQueueStartsNothing) {
-  queue->setSuspended(true);
-
   add("a");
-
+  add("b");
   EXPECT_EQ(0u, dispatch.globalCount());
-  EXPECT_EQ(1u, queue->operationCount());
+  EXPECT_EQ(2u, queue->operationCount());
+  queue->setSuspended(false);
+  EXPECT_FALSE(queue->isSuspended());
+  EXPECT_EQ(2u, dispatch.globalCount());
+  queue->setSuspended(false);
+  dispatch.runGlobal();
+
+  EXPECT_THAT(started, ElementsAre("a", "b"));
 }
 
 TEST_F(OperationQueueTest, WhatRunsWhenTheQueueIsSuspendedCanFinish) {
@@ -246,16 +208,6 @@ TEST_F(OperationQueueTest, WhatIsOnItsWayToThePoolStartsInASuspendedQueue) {
   EXPECT_THAT(started, ElementsAre("a"));
 }
 
-TEST_F(OperationQueueTest, ResumingStartsWhatWaitsAtOnce) {
-  queue->setSuspended(true);
-  add("a");
-  add("b");
-
-  queue->setSuspended(false);
-
-  EXPECT_EQ(2u, dispatch.globalCount());
-}
-
 TEST_F(OperationQueueTest, ResumingKeepsToTheLimit) {
   queue->setMaxConcurrentOperationCount(1);
   queue->setSuspended(true);
@@ -268,42 +220,21 @@ TEST_F(OperationQueueTest, ResumingKeepsToTheLimit) {
   EXPECT_THAT(started, ElementsAre("a"));
 }
 
-TEST_F(OperationQueueTest, ResumingTwiceStartsAnOperationOnce) {
-  queue->setSuspended(true);
-  add("a");
-
-  queue->setSuspended(false);
-  queue->setSuspended(false);
-  dispatch.runGlobal();
-
-  EXPECT_THAT(started, ElementsAre("a"));
-}
-
-TEST_F(OperationQueueTest, TheHighestPriorityStartsFirst) {
+TEST_F(OperationQueueTest, TheHighestPriorityStartsFirstAndWithinItTheFirstAdded) {
   queue->setSuspended(true);
   addWithPriority("very low", -8);
   addWithPriority("low", -4);
-  addWithPriority("normal", 0);
+  addWithPriority("normal 1", 0);
   addWithPriority("high", 4);
-  addWithPriority("very high", 8);
+  addWithPriority("very high 1", 8);
+  addWithPriority("normal 2", 0);
+  addWithPriority("very high 2", 8);
 
   queue->setSuspended(false);
   dispatch.runGlobal();
 
-  EXPECT_THAT(started, ElementsAre("very high", "high", "normal", "low", "very low"));
-}
-
-TEST_F(OperationQueueTest, WithinAPriorityTheFirstAddedStartsFirst) {
-  queue->setSuspended(true);
-  addWithPriority("a", 0);
-  addWithPriority("b", 1);
-  addWithPriority("c", 0);
-  addWithPriority("d", 1);
-
-  queue->setSuspended(false);
-  dispatch.runGlobal();
-
-  EXPECT_THAT(started, ElementsAre("b", "d", "a", "c"));
+  EXPECT_THAT(started, ElementsAre("very high 1", "very high 2", "high", "normal 1", "normal 2",
+                                   "low", "very low"));
 }
 
 TEST_F(OperationQueueTest, APriorityCountsAsItIsWhenASlotIsFree) {
@@ -355,18 +286,6 @@ TEST_F(OperationQueueTest, AListOnceTakenStaysAsItIs) {
   EXPECT_EQ(a, operations[0]);
 }
 
-TEST_F(OperationQueueTest, AnOperationHasLeftWhenItsAnnouncementReturns) {
-  queue->setMaxConcurrentOperationCount(1);
-  const auto a = add("a");
-  add("b");
-  dispatch.runGlobal();
-
-  a->finish();
-
-  EXPECT_THAT(queuedNames(), ElementsAre("b"));
-  EXPECT_EQ(1u, dispatch.globalCount());
-}
-
 TEST_F(OperationQueueTest, AnOperationLeavesInsideItsAnnouncement) {
   queue->setMaxConcurrentOperationCount(1);
   const auto a = add("a");
@@ -388,33 +307,17 @@ TEST_F(OperationQueueTest, AnOperationLeavesInsideItsAnnouncement) {
   EXPECT_THAT(dispatched, ElementsAre(0u, 1u));
 }
 
-TEST_F(OperationQueueTest, AnAnnouncementThatFinishedWillChangeRetiresNothing) {
+TEST_F(OperationQueueTest, OnlyTheAnnouncementThatFinishedDidChangeRetires) {
   const auto a = add("a");
   dispatch.runGlobal();
-  a->setFinishedSilently();
 
+  a->setFinishedSilently();
   a->announceWill("isFinished");
-
-  EXPECT_EQ(1u, queue->operationCount());
-}
-
-TEST_F(OperationQueueTest, AnAnnouncementOfAnotherKeyRetiresNothing) {
-  const auto a = add("a");
-  dispatch.runGlobal();
-  a->setFinishedSilently();
-
   a->announceDid("isExecuting");
-
   EXPECT_EQ(1u, queue->operationCount());
-}
+  a->announceDid("isFinished");
 
-TEST_F(OperationQueueTest, FinishingWithoutAnAnnouncementRetiresNothing) {
-  const auto a = add("a");
-  dispatch.runGlobal();
-
-  a->setFinishedSilently();
-
-  EXPECT_EQ(1u, queue->operationCount());
+  EXPECT_EQ(0u, queue->operationCount());
 }
 
 TEST_F(OperationQueueTest, AnAnnouncementWhileNotFinishedRetiresNothing) {
@@ -429,9 +332,11 @@ TEST_F(OperationQueueTest, AnAnnouncementWhileNotFinishedRetiresNothing) {
   EXPECT_EQ(0u, dispatch.globalCount());
 }
 
-TEST_F(OperationQueueTest, ASecondAnnouncementFreesNoSecondSlot) {
+TEST_F(OperationQueueTest, ASecondAnnouncementIsHeardButFreesNoSecondSlot) {
   queue->setMaxConcurrentOperationCount(1);
   const auto a = add("a");
+  const auto observer = std::make_shared<RecordingObserver>();
+  a->addObserver(observer);
   add("b");
   add("c");
   dispatch.runGlobal();
@@ -440,21 +345,10 @@ TEST_F(OperationQueueTest, ASecondAnnouncementFreesNoSecondSlot) {
   a->finish();
   dispatch.runGlobal();
 
-  EXPECT_THAT(started, ElementsAre("a", "b"));
-  EXPECT_THAT(queuedNames(), ElementsAre("b", "c"));
-}
-
-TEST_F(OperationQueueTest, OtherObserversHearASecondAnnouncement) {
-  const auto a = add("a");
-  const auto observer = std::make_shared<RecordingObserver>();
-  a->addObserver(observer);
-  dispatch.runGlobal();
-
-  a->finish();
-  a->finish();
-
   EXPECT_THAT(observer->seen, ElementsAre("a will isFinished", "a did isFinished",
                                           "a will isFinished", "a did isFinished"));
+  EXPECT_THAT(started, ElementsAre("a", "b"));
+  EXPECT_THAT(queuedNames(), ElementsAre("b", "c"));
 }
 
 TEST_F(OperationQueueTest, CancellingStartsAndRetiresNothing) {
@@ -537,31 +431,20 @@ TEST_F(OperationQueueTest, AnOperationMayBeAddedFromInsideAnAnnouncement) {
   EXPECT_THAT(queuedNames(), ElementsAre("b"));
 }
 
-TEST_F(OperationQueueTest, AnOperationThatFinishesWhileItWaitsIsNeverStarted) {
+TEST_F(OperationQueueTest, AnOperationThatFinishesWhileItWaitsIsNeverStartedAndFreesNoSlot) {
   queue->setMaxConcurrentOperationCount(1);
   const auto a = add("a");
-  const auto b = add("b");
-  dispatch.runGlobal();
-
-  b->finish();
-  a->finish();
-  dispatch.runGlobal();
-
-  EXPECT_THAT(started, ElementsAre("a"));
-  EXPECT_EQ(0u, queue->operationCount());
-}
-
-TEST_F(OperationQueueTest, AnOperationThatFinishesWhileItWaitsFreesNoSlot) {
-  queue->setMaxConcurrentOperationCount(1);
-  add("a");
   const auto b = add("b");
   add("c");
   dispatch.runGlobal();
 
   b->finish();
-
   EXPECT_EQ(0u, dispatch.globalCount());
   EXPECT_THAT(queuedNames(), ElementsAre("a", "c"));
+  a->finish();
+  dispatch.runGlobal();
+
+  EXPECT_THAT(started, ElementsAre("a", "c"));
 }
 
 TEST_F(OperationQueueTest, OwnsAnOperationUntilItRetires) {
