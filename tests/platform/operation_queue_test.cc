@@ -187,25 +187,17 @@ TEST_F(OperationQueueTest, ASuspendedQueueStartsNothingUntilItIsResumed) {
   EXPECT_THAT(started, ElementsAre("a", "b"));
 }
 
-TEST_F(OperationQueueTest, WhatRunsWhenTheQueueIsSuspendedCanFinish) {
+TEST_F(OperationQueueTest, WhatIsOnItsWayStartsAndFinishesInASuspendedQueue) {
   const auto a = add("a");
-  dispatch.runGlobal();
   queue->setSuspended(true);
+  dispatch.runGlobal();
+  EXPECT_THAT(started, ElementsAre("a"));
   add("b");
 
   a->finish();
 
   EXPECT_THAT(queuedNames(), ElementsAre("b"));
   EXPECT_EQ(0u, dispatch.globalCount());
-}
-
-TEST_F(OperationQueueTest, WhatIsOnItsWayToThePoolStartsInASuspendedQueue) {
-  add("a");
-  queue->setSuspended(true);
-
-  dispatch.runGlobal();
-
-  EXPECT_THAT(started, ElementsAre("a"));
 }
 
 TEST_F(OperationQueueTest, ResumingKeepsToTheLimit) {
@@ -251,26 +243,17 @@ TEST_F(OperationQueueTest, APriorityCountsAsItIsWhenASlotIsFree) {
   EXPECT_THAT(started, ElementsAre("running", "b"));
 }
 
-TEST_F(OperationQueueTest, AHighPriorityStopsNothingThatRuns) {
+TEST_F(OperationQueueTest, ListsOperationsInTheOrderOfAddingRunningOnesIncluded) {
   queue->setMaxConcurrentOperationCount(1);
-  add("a");
+  addWithPriority("a", -4);
+  addWithPriority("b", 0);
   dispatch.runGlobal();
 
   addWithPriority("urgent", 8);
 
   EXPECT_EQ(0u, dispatch.globalCount());
-}
-
-TEST_F(OperationQueueTest, ListsOperationsInTheOrderOfAddingRunningOnesIncluded) {
-  queue->setMaxConcurrentOperationCount(1);
-  addWithPriority("a", -4);
-  addWithPriority("b", 0);
-  addWithPriority("c", 8);
-
-  dispatch.runGlobal();
-
   EXPECT_THAT(started, ElementsAre("a"));
-  EXPECT_THAT(queuedNames(), ElementsAre("a", "b", "c"));
+  EXPECT_THAT(queuedNames(), ElementsAre("a", "b", "urgent"));
   EXPECT_EQ(3u, queue->operationCount());
 }
 
@@ -351,9 +334,9 @@ TEST_F(OperationQueueTest, ASecondAnnouncementIsHeardButFreesNoSecondSlot) {
   EXPECT_THAT(queuedNames(), ElementsAre("b", "c"));
 }
 
-TEST_F(OperationQueueTest, CancellingStartsAndRetiresNothing) {
+TEST_F(OperationQueueTest, CancellingRetiresNothingAndACancelledOperationIsStartedToo) {
   queue->setMaxConcurrentOperationCount(1);
-  add("a");
+  const auto a = add("a");
   const auto b = add("b");
   dispatch.runGlobal();
 
@@ -362,16 +345,9 @@ TEST_F(OperationQueueTest, CancellingStartsAndRetiresNothing) {
   EXPECT_TRUE(b->isCancelled());
   EXPECT_EQ(0u, dispatch.globalCount());
   EXPECT_THAT(queuedNames(), ElementsAre("a", "b"));
-}
-
-TEST_F(OperationQueueTest, ACancelledOperationIsStartedToo) {
-  const auto a = make("a");
-  a->cancel();
-
-  queue->addOperation(a);
+  a->finish();
   dispatch.runGlobal();
-
-  EXPECT_THAT(started, ElementsAre("a"));
+  EXPECT_THAT(started, ElementsAre("a", "b"));
 }
 
 TEST_F(OperationQueueTest, ACancelledOperationCountsInASuspendedQueueUntilItIsResumed) {

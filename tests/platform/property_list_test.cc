@@ -269,45 +269,26 @@ TEST(PropertyListTest, OfRepeatedKeysTheLastCounts) {
 }
 
 TEST(PropertyListTest, RefusesTheWholeFileForOneMalformedElement) {
-  constexpr std::string_view kBad[] = {"<integer></integer>",
-                                       "<integer>1.5</integer>",
-                                       "<integer>12a</integer>",
-                                       "<integer>--1</integer>",
-                                       "<integer>0x</integer>",
-                                       "<integer>0x1g</integer>",
-                                       "<integer>18446744073709551616</integer>",
-                                       "<integer>-9223372036854775809</integer>",
-                                       "<real></real>",
-                                       "<real>1,5</real>",
-                                       "<real>1.5x</real>",
-                                       "<real>+-1</real>",
-                                       "<real>0x1p3</real>",
-                                       "<real>nanny</real>",
-                                       "<real>1e999</real>",
-                                       "<date></date>",
-                                       "<date>2023-11-14</date>",
-                                       "<date>2023-11-14T22:13:20</date>",
-                                       "<date>2023-11-14T22:13:20Zx</date>",
-                                       "<date>2023-11-14 22:13:20Z</date>",
-                                       "<date>2023-11-31T22:13:20Z</date>",
-                                       "<date>2023-11-14T24:00:00Z</date>",
-                                       "<date>+023-11-14T22:13:20Z</date>",
-                                       "<data>YQ</data>",
-                                       "<data>YQ=</data>",
-                                       "<data>Y===</data>",
-                                       "<data>YQ==YQ==</data>",
-                                       "<data>Y*==</data>",
-                                       "<true>x</true>",
-                                       "<false> </false>",
-                                       "<string>a<b/></string>",
-                                       "<string>&unknown;</string>",
-                                       "<string>\xFF</string>",
-                                       "<string>&#0;</string>",
-                                       "<unknown/>",
-                                       "<key>a</key>",
-                                       "<set/>"};
-  for (const std::string_view element : kBad) {
-    EXPECT_EQ(std::nullopt, readRoot("<array>" + std::string(element) + "</array>")) << element;
+  const std::pair<std::string, std::vector<std::string>> bad[] = {
+      {"integer",
+       {"", "1.5", "12a", "--1", "0x", "0x1g", "18446744073709551616", "-9223372036854775809"}},
+      {"real", {"", "1,5", "1.5x", "+-1", "0x1p3", "nanny", "1e999"}},
+      {"date",
+       {"", "2023-11-14", "2023-11-14T22:13:20", "2023-11-14T22:13:20Zx", "2023-11-14 22:13:20Z",
+        "2023-11-31T22:13:20Z", "2023-11-14T24:00:00Z", "+023-11-14T22:13:20Z"}},
+      {"data", {"YQ", "YQ=", "Y===", "YQ==YQ==", "Y*=="}},
+      {"true", {"x"}},
+      {"false", {" "}},
+      {"string", {"a<b/>", "&unknown;", "\xFF", "&#0;"}},
+      {"key", {"a"}},
+      {"unknown", {""}},
+      {"set", {""}},
+  };
+  for (const auto& [tag, contents] : bad) {
+    for (const std::string& content : contents) {
+      const std::string element = "<" + tag + ">" + content + "</" + tag + ">";
+      EXPECT_EQ(std::nullopt, readRoot("<array>" + element + "</array>")) << element;
+    }
   }
 }
 

@@ -170,16 +170,6 @@ TEST_F(DispatchPosixRefusedTest, OneThreadIsMadeForAllTasksThatNeedOne) {
   EXPECT_EQ(1, started.load());
 }
 
-TEST_F(DispatchPosixRefusedTest, ATaskWaitsForTheCallThatGetsAThread) {
-  std::vector<int> order;
-  refusals = 1;
-
-  dispatch.mainAsync([&] { order.push_back(1); });
-  dispatch.mainSync([&] { order.push_back(2); });
-
-  EXPECT_THAT(order, ElementsAre(1, 2));
-}
-
 TEST_F(DispatchPosixRefusedTest, MainSyncAsksUntilItGetsAThread) {
   std::vector<int> order;
   refusals = 4;
