@@ -2,8 +2,6 @@
 
 #include <memory>
 #include <optional>
-#include <string>
-#include <vector>
 
 #include "config/ZLNReportingConfig.h"
 #include "platform/property_list.h"
@@ -56,13 +54,6 @@ class ConfigTest : public HostTest {
     const Value* value = entries.find(key);
     if (value == nullptr) return std::nullopt;
     return *value;
-  }
-
-  // The lines of the log since it was last asked.
-  std::vector<std::string> newLines() {
-    std::vector<std::string> lines = log().lines();
-    log().clear();
-    return lines;
   }
 };
 

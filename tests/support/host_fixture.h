@@ -3,6 +3,10 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <initializer_list>
+#include <string>
+#include <string_view>
+#include <vector>
 
 #include "support/process_state.h"
 #include "testkit/fake_environment.h"
@@ -21,6 +25,12 @@ class HostTest : public testing::Test {
   // The process-wide threshold of log lines.
   void setLevel(std::uint64_t level);
   FakeLog& log() { return env.log; }
+
+  // The lines logged since the last call, without the prefix that each must have, and with "0x*"
+  // for the address at the end of an object's text: "<ZLNReportAdAttempt: 0x*>".
+  std::vector<std::string> newLines();
+  // Compares newLines() to the letter.
+  void expectLines(std::initializer_list<std::string_view> expected, int line = __builtin_LINE());
 
   FakeEnvironment env;
 

@@ -31,54 +31,16 @@ TEST_F(ZLNReportOperationBaseTest, KeepsWhatItIsMadeWith) {
   EXPECT_EQ(report, operation->report());
   EXPECT_EQ(delegate, operation->delegate());
   EXPECT_TRUE(operation->validateResponse());
-  EXPECT_FALSE(operation->isExecuting());
-  EXPECT_FALSE(operation->isFinished());
 }
 
-TEST_F(ZLNReportOperationBaseTest, IsMadeAlsoOfNothing) {
+TEST_F(ZLNReportOperationBaseTest, IsMadeAlsoOfNothingAndGetsItLater) {
   const auto operation = ZLNReportOperationBase::initWithReport(nullptr, false, nullptr);
+  const auto report = adReport();
 
+  EXPECT_EQ("report operation with report (null), isExecuting 0", operation->description());
   EXPECT_EQ(nullptr, operation->report());
   EXPECT_EQ(nullptr, operation->delegate());
   EXPECT_FALSE(operation->validateResponse());
-}
-
-TEST_F(ZLNReportOperationBaseTest, KeepsTheReportAlive) {
-  std::weak_ptr<ZLNReportBase> report;
-  std::shared_ptr<ZLNReportOperationBase> operation;
-  {
-    const auto made = adReport();
-    report = made;
-    operation = ZLNReportOperationBase::initWithReport(made, true, delegate);
-  }
-
-  EXPECT_FALSE(report.expired());
-
-  operation.reset();
-
-  EXPECT_TRUE(report.expired());
-}
-
-TEST_F(ZLNReportOperationBaseTest, DoesNotKeepTheDelegateAlive) {
-  const auto operation = ZLNReportOperationBase::initWithReport(adReport(), true, delegate);
-
-  delegate.reset();
-
-  EXPECT_EQ(nullptr, operation->delegate());
-}
-
-TEST_F(ZLNReportOperationBaseTest, ADelegateInUseStaysAlive) {
-  const auto operation = ZLNReportOperationBase::initWithReport(adReport(), true, delegate);
-
-  const auto used = operation->delegate();
-  delegate.reset();
-
-  EXPECT_EQ(used, operation->delegate());
-}
-
-TEST_F(ZLNReportOperationBaseTest, ItsFieldsCanBeSet) {
-  const auto operation = ZLNReportOperationBase::initWithReport(nullptr, false, nullptr);
-  const auto report = adReport();
 
   operation->setReport(report);
   operation->setDelegate(delegate);
@@ -87,6 +49,30 @@ TEST_F(ZLNReportOperationBaseTest, ItsFieldsCanBeSet) {
   EXPECT_EQ(report, operation->report());
   EXPECT_EQ(delegate, operation->delegate());
   EXPECT_TRUE(operation->validateResponse());
+}
+
+TEST_F(ZLNReportOperationBaseTest, KeepsTheReportAlive) {
+  auto operation = ZLNReportOperationBase::initWithReport(adReport(), true, delegate);
+  const std::weak_ptr<ZLNReportBase> report = operation->report();
+
+  EXPECT_FALSE(report.expired());
+
+  operation.reset();
+
+  EXPECT_TRUE(report.expired());
+}
+
+TEST_F(ZLNReportOperationBaseTest, DoesNotKeepTheDelegateAliveUnlessItIsInUse) {
+  const auto operation = ZLNReportOperationBase::initWithReport(adReport(), true, delegate);
+
+  auto used = operation->delegate();
+  delegate.reset();
+
+  EXPECT_EQ(used, operation->delegate());
+
+  used.reset();
+
+  EXPECT_EQ(nullptr, operation->delegate());
 }
 
 TEST_F(ZLNReportOperationBaseTest, ItsTextNamesTheReportAndWhetherItIsExecuting) {
@@ -100,12 +86,6 @@ TEST_F(ZLNReportOperationBaseTest, ItsTextNamesTheReportAndWhetherItIsExecuting)
 
   EXPECT_EQ("report operation with report " + report->description() + ", isExecuting 1",
             operation->description());
-}
-
-TEST_F(ZLNReportOperationBaseTest, ItsTextShowsThatTheReportIsAbsent) {
-  const auto operation = ZLNReportOperationBase::initWithReport(nullptr, true, delegate);
-
-  EXPECT_EQ("report operation with report (null), isExecuting 0", operation->description());
 }
 
 }  // namespace

@@ -22,6 +22,7 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::Pair;
+using testing::SizeIs;
 using testing::StartsWith;
 
 // Notes every outcome as one line.
@@ -73,17 +74,45 @@ constexpr char kRejected[] =
 constexpr char kRejectedForGood[] =
     "permanent Error Domain=Zelnor Code=-16 \"server rejected report\" "
     "UserInfo={NSLocalizedDescription=server rejected report}";
+constexpr char kSent[] =
+    R"({"userId":"USER","country":"DE","type":"ReportTypeAdAttempt","device":"iPhone14,5",)"
+    R"("platform":"iOS","bundleId":"com.example.game",)"
+    R"("adEventId":"00000000-0000-4000-8000-000000000001","network":"net","adType":"banner",)"
+    R"("fill":false})";
+
+// One body for each branch of the reply; none stands for a transport error.
+constexpr const char* kEndings[] = {R"({"success":true})",
+                                    R"({"success":false})",
+                                    R"({"success":false,"errorIsPermanent":true})",
+                                    "",
+                                    "[]",
+                                    nullptr};
 
 class ZLNReportOperationPostTest : public ReportingTest {
  protected:
-  // Starts the operation of a new report; its request is number 0.
   void start(bool validateResponse = true) { start(adReport(), validateResponse); }
 
   void start(std::shared_ptr<ZLNReportBase> sent, bool validateResponse = true) {
     report = std::move(sent);
     operation = ZLNReportOperationPost::initWithReport(report, validateResponse, delegate);
+    finishes = std::make_shared<FinishCounter>();
     operation->addObserver(finishes);
     operation->start();
+  }
+
+  // Both answer the newest request.
+  void reply(std::string body, int status = 200) {
+    env.http.reply(env.http.requests().size() - 1, status, std::move(body));
+  }
+  void fail(const Error& error) { env.http.fail(env.http.requests().size() - 1, error); }
+
+  // One of kEndings.
+  void end(const char* body) {
+    if (body == nullptr) {
+      fail(Error{"NSURLErrorDomain", -1001, std::nullopt, {}});
+    } else {
+      reply(body);
+    }
   }
 
   void expectEndedOnce() const {
@@ -92,25 +121,41 @@ class ZLNReportOperationPostTest : public ReportingTest {
     EXPECT_EQ(1, finishes->count);
   }
 
+  // The end of the operation and what the delegate has been told of its report.
+  std::string takeOutcome() {
+    expectEndedOnce();
+    EXPECT_THAT(std::exchange(delegate->reports, {}), ElementsAre(report));
+    return std::exchange(delegate->outcomes, {}).at(0);
+  }
+
+  std::string outcomeOfReply(std::string body, int status = 200, bool validateResponse = true) {
+    start(validateResponse);
+    reply(std::move(body), status);
+    return takeOutcome();
+  }
+
+  std::string outcomeOfError(const Error& error, bool validateResponse = true) {
+    start(validateResponse);
+    fail(error);
+    return takeOutcome();
+  }
+
   std::shared_ptr<RecordingDelegate> delegate = std::make_shared<RecordingDelegate>();
-  const std::shared_ptr<FinishCounter> finishes = std::make_shared<FinishCounter>();
+  std::shared_ptr<FinishCounter> finishes;
   std::shared_ptr<ZLNReportBase> report;
   std::shared_ptr<ZLNReportOperationPost> operation;
 };
 
+// Sending.
+
 TEST_F(ZLNReportOperationPostTest, PostsTheReportAsCompactJson) {
   start();
 
-  ASSERT_EQ(1u, env.http.requests().size());
+  ASSERT_THAT(env.http.requests(), SizeIs(1));
   const HttpRequest& request = env.http.requests()[0];
   EXPECT_EQ("POST", request.method);
   EXPECT_EQ(kAdAttemptUrl, request.url);
-  EXPECT_EQ(
-      R"({"userId":"USER","country":"DE","type":"ReportTypeAdAttempt","device":"iPhone14,5",)"
-      R"("platform":"iOS","bundleId":"com.example.game",)"
-      R"("adEventId":"00000000-0000-4000-8000-000000000001","network":"net","adType":"banner",)"
-      R"("fill":false})",
-      request.body);
+  EXPECT_EQ(kSent, request.body);
   EXPECT_THAT(request.headers,
               ElementsAre(Pair("Content-Length", "228"), Pair("Content-Type", "application/json")));
 }
@@ -155,491 +200,265 @@ TEST_F(ZLNReportOperationPostTest, SaysWhatItPosts) {
 
   start();
 
-  EXPECT_EQ(
-      (std::vector<std::string>{
-          std::string("ZLN Session: posting report <ZLNReportAdAttempt: 0x*> to ") + kAdAttemptUrl,
-          R"(ZLN Session: sending report: {"userId":"USER","country":"DE",)"
-          R"("type":"ReportTypeAdAttempt","device":"iPhone14,5","platform":"iOS",)"
-          R"("bundleId":"com.example.game","adEventId":"00000000-0000-4000-8000-000000000001",)"
-          R"("network":"net","adType":"banner","fill":false})"}),
-      newLines());
+  expectLines({std::string("posting report <ZLNReportAdAttempt: 0x*> to ") + kAdAttemptUrl,
+               std::string("sending report: ") + kSent});
 }
 
-TEST_F(ZLNReportOperationPostTest, AtDebugTheTargetIsNotSaid) {
-  setLevel(3);
+TEST_F(ZLNReportOperationPostTest, SaysLessOfTheSendingBelowVerbose) {
+  for (const std::uint64_t level : {3u, 2u}) {
+    setLevel(level);
+    start();
+    EXPECT_THAT(newLines(), ElementsAre(StartsWith("sending report: "))) << level;
+  }
 
-  start();
-
-  EXPECT_THAT(newLines(), ElementsAre(StartsWith("ZLN Session: sending report: ")));
-}
-
-TEST_F(ZLNReportOperationPostTest, AtInfoTheSendingIsSaid) {
-  setLevel(2);
-
-  start();
-
-  EXPECT_THAT(newLines(), ElementsAre(StartsWith("ZLN Session: sending report: ")));
-}
-
-TEST_F(ZLNReportOperationPostTest, AtWarnNothingIsSaidOfTheSending) {
   setLevel(1);
-
   start();
 
-  EXPECT_THAT(newLines(), IsEmpty());
+  expectLines({});
 }
 
 TEST_F(ZLNReportOperationPostTest, WithoutAReportItFailsForGoodAndSendsNothing) {
   start(nullptr);
 
-  EXPECT_THAT(delegate->outcomes,
-              ElementsAre("permanent Error Domain=Zelnor Code=-13 \"No report to report\" "
-                          "UserInfo={NSLocalizedDescription=No report to report}"));
-  EXPECT_THAT(delegate->reports, ElementsAre(nullptr));
-  EXPECT_THAT(newLines(), ElementsAre("ZLN Session: report operation with no report"));
+  EXPECT_EQ(
+      "permanent Error Domain=Zelnor Code=-13 \"No report to report\" "
+      "UserInfo={NSLocalizedDescription=No report to report}",
+      takeOutcome());
+  expectLines({"report operation with no report"});
   EXPECT_THAT(env.http.requests(), IsEmpty());
-  expectEndedOnce();
 }
 
 TEST_F(ZLNReportOperationPostTest, AReportWithoutADictionaryFailsForGood) {
+  const std::string error =
+      "Error Domain=NSCocoaErrorDomain Code=3840 \"The data couldn’t be read because it isn’t in "
+      "the correct format.\" UserInfo={NSDebugDescription=Invalid top-level type in JSON write}";
+
   start(std::make_shared<OddReport>(std::nullopt));
 
-  EXPECT_THAT(
-      delegate->outcomes,
-      ElementsAre("permanent Error Domain=NSCocoaErrorDomain Code=3840 \"The data couldn’t be read "
-                  "because it isn’t in the correct format.\" "
-                  "UserInfo={NSDebugDescription=Invalid top-level type in JSON write}"));
-  EXPECT_THAT(delegate->reports, ElementsAre(report));
-  EXPECT_THAT(newLines(),
-              ElementsAre("ZLN Session: invalid super serialization (null) ((null))",
-                          "ZLN Session: unable to prepare report for transmission with Error "
-                          "Domain=NSCocoaErrorDomain Code=3840 \"The data couldn’t be read because "
-                          "it isn’t in the correct format.\" "
-                          "UserInfo={NSDebugDescription=Invalid top-level type in JSON write}"));
+  EXPECT_EQ("permanent " + error, takeOutcome());
+  expectLines({"invalid super serialization (null) ((null))",
+               "unable to prepare report for transmission with " + error});
   EXPECT_THAT(env.http.requests(), IsEmpty());
-  expectEndedOnce();
 }
 
-struct UnwritableValue {
-  const char* name;
-  Value value;
-};
+TEST_F(ZLNReportOperationPostTest, AReportThatJsonCannotHoldFailsForGood) {
+  for (const Value& value : {Value(Number::float64(std::nan(""))), Value(Number::float64(HUGE_VAL)),
+                             Value(Date{1700000000}), Value(Data{"net"})}) {
+    SCOPED_TRACE(value.description());
 
-class ZLNReportOperationPostUnwritableTest : public ZLNReportOperationPostTest,
-                                             public testing::WithParamInterface<UnwritableValue> {};
+    start(ZLNReportAdAttempt::initWithDictionary({{"network", value}}));
 
-INSTANTIATE_TEST_SUITE_P(Values, ZLNReportOperationPostUnwritableTest,
-                         testing::Values(UnwritableValue{"NotANumber",
-                                                         Number::float64(std::nan(""))},
-                                         UnwritableValue{"Infinity", Number::float64(HUGE_VAL)},
-                                         UnwritableValue{"Date", Date{1700000000}},
-                                         UnwritableValue{"Data", Data{"net"}}),
-                         [](const auto& parameter) { return parameter.param.name; });
-
-TEST_P(ZLNReportOperationPostUnwritableTest, AReportThatJsonCannotHoldFailsForGood) {
-  start(ZLNReportAdAttempt::initWithDictionary({{"network", GetParam().value}}));
-
-  EXPECT_THAT(delegate->outcomes,
-              ElementsAre(StartsWith("permanent Error Domain=NSCocoaErrorDomain Code=3840 ")));
-  EXPECT_THAT(delegate->reports, ElementsAre(report));
-  EXPECT_THAT(newLines(),
-              ElementsAre(StartsWith("ZLN Session: unable to prepare report for transmission with "
-                                     "Error Domain=NSCocoaErrorDomain Code=3840 ")));
-  EXPECT_THAT(env.http.requests(), IsEmpty());
-  expectEndedOnce();
-}
-
-struct TransportError {
-  const char* name;
-  Error error;
-  const char* outcome;
-  const char* line;
-};
-
-class ZLNReportOperationPostTransportErrorTest
-    : public ZLNReportOperationPostTest,
-      public testing::WithParamInterface<TransportError> {};
-
-INSTANTIATE_TEST_SUITE_P(
-    Errors, ZLNReportOperationPostTransportErrorTest,
-    testing::Values(
-        TransportError{
-            "TimedOut", Error{"NSURLErrorDomain", -1001, "The request timed out.", {}},
-            "temporary Error Domain=NSURLErrorDomain Code=-1001 \"The request timed out.\" "
-            "UserInfo={NSLocalizedDescription=The request timed out.}",
-            "ZLN Session: failed to submit report with Error Domain=NSURLErrorDomain Code=-1001 "
-            "\"The request timed out.\" UserInfo={NSLocalizedDescription=The request timed out.}"},
-        TransportError{"ConnectionLost", Error{"NSURLErrorDomain", -1005, std::nullopt, {}},
-                       "temporary Error Domain=NSURLErrorDomain Code=-1005 \"(null)\"",
-                       "ZLN Session: failed to submit report with Error Domain=NSURLErrorDomain "
-                       "Code=-1005 \"(null)\""},
-        TransportError{"BadServerResponse", Error{"NSURLErrorDomain", -1011, std::nullopt, {}},
-                       "permanent Error Domain=NSURLErrorDomain Code=-1011 \"(null)\"",
-                       "ZLN Session: failed to submit report with Error Domain=NSURLErrorDomain "
-                       "Code=-1011 \"(null)\""},
-        TransportError{"BadServerResponseOfAnotherDomain",
-                       Error{"SomeDomain", -1011, std::nullopt, {}},
-                       "permanent Error Domain=SomeDomain Code=-1011 \"(null)\"",
-                       "ZLN Session: failed to submit report with Error Domain=SomeDomain "
-                       "Code=-1011 \"(null)\""},
-        TransportError{"Cancelled", Error{"NSURLErrorDomain", -999, "cancelled", {}},
-                       "permanent Error Domain=NSURLErrorDomain Code=-999 \"cancelled\" "
-                       "UserInfo={NSLocalizedDescription=cancelled}",
-                       "ZLN Session: failed to submit report with Error Domain=NSURLErrorDomain "
-                       "Code=-999 \"cancelled\" UserInfo={NSLocalizedDescription=cancelled}"},
-        TransportError{"UnsupportedUrl", Error{"NSURLErrorDomain", -1002, std::nullopt, {}},
-                       "permanent Error Domain=NSURLErrorDomain Code=-1002 \"(null)\"",
-                       "ZLN Session: failed to submit report with Error Domain=NSURLErrorDomain "
-                       "Code=-1002 \"(null)\""},
-        TransportError{
-            "UserCancelled", Error{"NSCocoaErrorDomain", 3072, std::nullopt, {}},
-            "permanent Error Domain=NSCocoaErrorDomain Code=3072 \"The operation was cancelled.\"",
-            "ZLN Session: failed to submit report with Error Domain=NSCocoaErrorDomain Code=3072 "
-            "\"The operation was cancelled.\""}),
-    [](const auto& parameter) { return parameter.param.name; });
-
-TEST_P(ZLNReportOperationPostTransportErrorTest, IsSortedAndHandedOnAsItIs) {
-  start();
-
-  env.http.fail(0, GetParam().error);
-
-  EXPECT_THAT(delegate->outcomes, ElementsAre(GetParam().outcome));
-  EXPECT_THAT(delegate->reports, ElementsAre(report));
-  EXPECT_THAT(newLines(), ElementsAre(GetParam().line));
-  expectEndedOnce();
-}
-
-TEST_P(ZLNReportOperationPostTransportErrorTest, FailsAlsoWhenTheReplyDoesNotCount) {
-  start(false);
-
-  env.http.fail(0, GetParam().error);
-
-  EXPECT_THAT(delegate->outcomes, ElementsAre(GetParam().outcome));
-  expectEndedOnce();
-}
-
-struct ReplyRow {
-  const char* name;
-  int status;
-  std::string body;
-  const char* outcome;
-  // The lines at level error.
-  std::vector<std::string> lines;
-};
-
-class ZLNReportOperationPostReplyTest : public ZLNReportOperationPostTest,
-                                        public testing::WithParamInterface<ReplyRow> {};
-
-TEST_P(ZLNReportOperationPostReplyTest, IsSortedByItsBody) {
-  start();
-
-  env.http.reply(0, GetParam().status, GetParam().body);
-
-  EXPECT_THAT(delegate->outcomes, ElementsAre(GetParam().outcome));
-  EXPECT_THAT(delegate->reports, ElementsAre(report));
-  EXPECT_EQ(GetParam().lines, newLines());
-  expectEndedOnce();
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Accepted, ZLNReportOperationPostReplyTest,
-    testing::Values(
-        ReplyRow{"True", 200, R"({"success":true})", "delivered", {}},
-        ReplyRow{"TrueWithStatus500", 500, R"({"success":true})", "delivered", {}},
-        ReplyRow{"TrueWithStatus404", 404, R"({"success":true})", "delivered", {}},
-        ReplyRow{"One", 200, R"({"success":1})", "delivered", {}},
-        ReplyRow{"Negative", 200, R"({"success":-1})", "delivered", {}},
-        ReplyRow{"Half", 200, R"({"success":0.5})", "delivered", {}},
-        ReplyRow{"Beyond32Bits", 200, R"({"success":4294967296})", "delivered", {}},
-        ReplyRow{"WithTrailingComma", 200, R"({"success":true,})", "delivered", {}},
-        ReplyRow{"WithBlanks", 200, " { \"success\" : true } \r\n", "delivered", {}},
-        ReplyRow{"WithByteOrderMark", 200, "\xEF\xBB\xBF{\"success\":true}", "delivered", {}},
-        ReplyRow{"WithAnErrorThatDoesNotCount",
-                 200,
-                 R"({"error":"x","errorIsPermanent":true,"success":true})",
-                 "delivered",
-                 {}},
-        ReplyRow{"Huge",
-                 200,
-                 R"({"pad":")" + std::string(8 << 20, 'x') + R"(","success":true})",
-                 "delivered",
-                 {}}),
-    [](const auto& parameter) { return parameter.param.name; });
-
-constexpr char kRejectedLine[] = "ZLN Session: server rejected report <ZLNReportAdAttempt: 0x*>";
-
-INSTANTIATE_TEST_SUITE_P(
-    Rejected, ZLNReportOperationPostReplyTest,
-    testing::Values(
-        ReplyRow{"False", 200, R"({"success":false})", kRejected, {kRejectedLine}},
-        ReplyRow{"Zero", 200, R"({"success":0})", kRejected, {kRejectedLine}},
-        ReplyRow{"RealZero", 200, R"({"success":0.0})", kRejected, {kRejectedLine}},
-        ReplyRow{"TemporaryWithAText",
-                 200,
-                 R"({"success":false,"errorIsPermanent":false,"error":"bad data"})",
-                 kRejected,
-                 {kRejectedLine}},
-        ReplyRow{"PermanentByZero",
-                 200,
-                 R"({"success":false,"errorIsPermanent":0,"error":"x"})",
-                 kRejected,
-                 {kRejectedLine}},
-        ReplyRow{"PermanentByAText",
-                 200,
-                 R"({"success":false,"errorIsPermanent":"yes","error":"x"})",
-                 kRejected,
-                 {kRejectedLine}},
-        ReplyRow{"PermanentByNull",
-                 200,
-                 R"({"success":false,"errorIsPermanent":null})",
-                 kRejected,
-                 {kRejectedLine}},
-        ReplyRow{"Permanent",
-                 200,
-                 R"({"success":false,"errorIsPermanent":true})",
-                 kRejectedForGood,
-                 {kRejectedLine}},
-        ReplyRow{"PermanentByANumber",
-                 200,
-                 R"({"success":0,"errorIsPermanent":-0.5})",
-                 kRejectedForGood,
-                 {kRejectedLine}},
-        ReplyRow{"PermanentWithAText",
-                 200,
-                 R"({"success":false,"errorIsPermanent":true,"error":"bad data"})",
-                 "permanent Error Domain=Zelnor Code=-16 \"bad data\" "
-                 "UserInfo={NSLocalizedDescription=bad data}",
-                 {kRejectedLine}},
-        ReplyRow{"PermanentWithAnEmptyText",
-                 200,
-                 R"({"success":false,"errorIsPermanent":true,"error":""})",
-                 "permanent Error Domain=Zelnor Code=-16 \"\" UserInfo={NSLocalizedDescription=}",
-                 {kRejectedLine}},
-        ReplyRow{"PermanentWithANumber",
-                 200,
-                 R"({"success":false,"errorIsPermanent":true,"error":5})",
-                 kRejectedForGood,
-                 {kRejectedLine}}),
-    [](const auto& parameter) { return parameter.param.name; });
-
-INSTANTIATE_TEST_SUITE_P(
-    WithoutSuccess, ZLNReportOperationPostReplyTest,
-    testing::Values(
-        ReplyRow{"EmptyObject",
-                 200,
-                 "{}",
-                 kNoSuccess,
-                 {"ZLN Session: unexpected server response {\n}, expecting success code not "
-                  "(null)"}},
-        ReplyRow{"Text",
-                 200,
-                 R"({"success":"true"})",
-                 kNoSuccess,
-                 {"ZLN Session: unexpected server response {\n    success = true;\n}, expecting "
-                  "success code not true"}},
-        ReplyRow{"Null",
-                 200,
-                 R"({"success":null})",
-                 kNoSuccess,
-                 {"ZLN Session: unexpected server response {\n    success = \"<null>\";\n}, "
-                  "expecting success code not <null>"}},
-        ReplyRow{"List",
-                 200,
-                 R"({"success":[1]})",
-                 kNoSuccess,
-                 {"ZLN Session: unexpected server response {\n    success =     (\n        1\n    "
-                  ");\n}, expecting success code not (\n    1\n)"}},
-        ReplyRow{"OtherCase",
-                 200,
-                 R"({"Success":true})",
-                 kNoSuccess,
-                 {"ZLN Session: unexpected server response {\n    Success = 1;\n}, expecting "
-                  "success code not (null)"}},
-        ReplyRow{"PermanentAlone",
-                 200,
-                 R"({"errorIsPermanent":true})",
-                 kNoSuccess,
-                 {"ZLN Session: unexpected server response {\n    errorIsPermanent = 1;\n}, "
-                  "expecting success code not (null)"}},
-        ReplyRow{"EmptyArray",
-                 200,
-                 "[]",
-                 kNoSuccess,
-                 {"ZLN Session: unexpected server response (\n), expecting success code not "
-                  "(null)"}},
-        ReplyRow{"ArrayOfAnObject",
-                 200,
-                 R"([{"success":true}])",
-                 kNoSuccess,
-                 {"ZLN Session: unexpected server response (\n        {\n        success = 1;\n    "
-                  "}\n), expecting success code not (null)"}}),
-    [](const auto& parameter) { return parameter.param.name; });
-
-struct NotJsonRow {
-  const char* name;
-  int status;
-  std::string body;
-  const char* shownBody;
-};
-
-class ZLNReportOperationPostNotJsonTest : public ZLNReportOperationPostTest,
-                                          public testing::WithParamInterface<NotJsonRow> {};
-
-INSTANTIATE_TEST_SUITE_P(
-    Replies, ZLNReportOperationPostNotJsonTest,
-    testing::Values(
-        NotJsonRow{"Empty", 200, "", "{length = 0, bytes = 0x}"},
-        NotJsonRow{"EmptyWithStatus204", 204, "", "{length = 0, bytes = 0x}"},
-        NotJsonRow{"Page", 200, "<html>", "{length = 6, bytes = 0x3c68746d6c3e}"},
-        NotJsonRow{"BareText", 200, "\"true\"", "{length = 6, bytes = 0x227472756522}"},
-        NotJsonRow{"BareNumber", 200, "1", "{length = 1, bytes = 0x31}"},
-        NotJsonRow{"BareTrue", 200, "true", "{length = 4, bytes = 0x74727565}"},
-        NotJsonRow{"CutShort", 200, "{\"success\":true",
-                   "{length = 15, bytes = 0x7b2273756363657373223a74727565}"},
-        NotJsonRow{"MoreBehind", 200, "{\"success\":true}x",
-                   "{length = 17, bytes = 0x7b2273756363657373223a747275657d78}"},
-        NotJsonRow{"BrokenUtf8", 200, "{\"\xFF\":1}", "{length = 7, bytes = 0x7b22ff223a317d}"},
-        NotJsonRow{"DeeplyNested", 200, std::string(100000, '['),
-                   "{length = 100000, bytes = 0x5b5b5b5b 5b5b5b5b 5b5b5b5b 5b5b5b5b ... 5b5b5b5b "
-                   "5b5b5b5b }"},
-        NotJsonRow{"DeeplyNestedAndClosed", 200,
-                   std::string(100000, '[') + std::string(100000, ']'),
-                   "{length = 200000, bytes = 0x5b5b5b5b 5b5b5b5b 5b5b5b5b 5b5b5b5b ... 5d5d5d5d "
-                   "5d5d5d5d }"}),
-    [](const auto& parameter) { return parameter.param.name; });
-
-TEST_P(ZLNReportOperationPostNotJsonTest, IsATemporaryFailure) {
-  start();
-
-  env.http.reply(0, GetParam().status, GetParam().body);
-
-  EXPECT_THAT(delegate->outcomes, ElementsAre(kNotJson));
-  EXPECT_THAT(delegate->reports, ElementsAre(report));
-  EXPECT_THAT(newLines(),
-              ElementsAre(StartsWith(std::string("ZLN Session: unexpected server response from ") +
-                                     kAdAttemptUrl + ": " + GetParam().shownBody +
-                                     " / error Error Domain=NSCocoaErrorDomain Code=3840 ")));
-  expectEndedOnce();
-}
-
-TEST_P(ZLNReportOperationPostNotJsonTest, IsADeliveryWhenTheReplyDoesNotCount) {
-  start(false);
-
-  env.http.reply(0, GetParam().status, GetParam().body);
-
-  EXPECT_THAT(delegate->outcomes, ElementsAre("delivered"));
-  EXPECT_THAT(newLines(), IsEmpty());
-  expectEndedOnce();
-}
-
-TEST_F(ZLNReportOperationPostTest, ARejectionIsADeliveryWhenTheReplyDoesNotCount) {
-  start(false);
-
-  env.http.reply(0, R"({"success":false,"errorIsPermanent":true})");
-
-  EXPECT_THAT(delegate->outcomes, ElementsAre("delivered"));
-}
-
-TEST_F(ZLNReportOperationPostTest, SaysWhatItGotForADelivery) {
-  start();
-  setLevel(3);
-  log().clear();
-
-  env.http.reply(0, R"({"success":true})");
-
-  EXPECT_THAT(
-      newLines(),
-      ElementsAre(std::string("ZLN Session: report submitted; response "
-                              "<NSHTTPURLResponse: 0x*> { URL: ") +
-                  kAdAttemptUrl + " } { Status Code: 200, Headers {\n} } = {\"success\":true}"));
-}
-
-TEST_F(ZLNReportOperationPostTest, ADeliveryWhoseBodyIsNoTextShowsNone) {
-  start(false);
-  setLevel(3);
-  log().clear();
-
-  env.http.reply(0, 503, "\xFF");
-
-  EXPECT_THAT(newLines(),
-              ElementsAre(std::string("ZLN Session: report submitted; response "
-                                      "<NSHTTPURLResponse: 0x*> { URL: ") +
-                          kAdAttemptUrl + " } { Status Code: 503, Headers {\n} } = (null)"));
-}
-
-TEST_F(ZLNReportOperationPostTest, AtInfoADeliveryIsNotSaid) {
-  start();
-  setLevel(2);
-  log().clear();
-
-  env.http.reply(0, R"({"success":true})");
-
-  EXPECT_THAT(newLines(), IsEmpty());
-}
-
-TEST_F(ZLNReportOperationPostTest, TheDelegateIsToldWhileTheOperationIsExecuting) {
-  for (const char* body : {R"({"success":true})", R"({"success":false})",
-                           R"({"success":false,"errorIsPermanent":true})", "", "[]"}) {
-    bool wasExecuting = false;
-    bool wasFinished = true;
-    delegate->onOutcome = [&] {
-      wasExecuting = operation->isExecuting();
-      wasFinished = operation->isFinished();
-    };
-    start();
-
-    env.http.reply(env.http.requests().size() - 1, body);
-
-    EXPECT_TRUE(wasExecuting) << body;
-    EXPECT_FALSE(wasFinished) << body;
-    EXPECT_TRUE(operation->isFinished()) << body;
+    EXPECT_THAT(takeOutcome(), StartsWith("permanent Error Domain=NSCocoaErrorDomain Code=3840 "));
+    EXPECT_THAT(newLines(),
+                ElementsAre(StartsWith("unable to prepare report for transmission with Error "
+                                       "Domain=NSCocoaErrorDomain Code=3840 ")));
+    EXPECT_THAT(env.http.requests(), IsEmpty());
   }
 }
 
-TEST_F(ZLNReportOperationPostTest, TheDelegateIsToldOfATransportErrorWhileItIsExecuting) {
-  bool wasExecuting = false;
-  delegate->onOutcome = [&] { wasExecuting = operation->isExecuting(); };
-  start();
+// Transport errors.
 
-  env.http.fail(0, -1001);
-
-  EXPECT_TRUE(wasExecuting);
+TEST_F(ZLNReportOperationPostTest, ATransportErrorIsSortedAndHandedOnAsItIsWhateverReplyCounts) {
+  struct Row {
+    Error error;
+    std::string outcome;
+    std::string text;
+  };
+  const std::vector<Row> rows = {
+      {{"NSURLErrorDomain", -1001, "The request timed out.", {}},
+       "temporary ",
+       "Error Domain=NSURLErrorDomain Code=-1001 \"The request timed out.\" "
+       "UserInfo={NSLocalizedDescription=The request timed out.}"},
+      {{"NSURLErrorDomain", -1005, std::nullopt, {}},
+       "temporary ",
+       "Error Domain=NSURLErrorDomain Code=-1005 \"(null)\""},
+      {{"NSURLErrorDomain", -1011, std::nullopt, {}},
+       "permanent ",
+       "Error Domain=NSURLErrorDomain Code=-1011 \"(null)\""},
+      {{"SomeDomain", -1011, std::nullopt, {}},
+       "permanent ",
+       "Error Domain=SomeDomain Code=-1011 \"(null)\""},
+      {{"NSURLErrorDomain", -999, "cancelled", {}},
+       "permanent ",
+       "Error Domain=NSURLErrorDomain Code=-999 \"cancelled\" "
+       "UserInfo={NSLocalizedDescription=cancelled}"},
+      {{"NSURLErrorDomain", -1002, std::nullopt, {}},
+       "permanent ",
+       "Error Domain=NSURLErrorDomain Code=-1002 \"(null)\""},
+      {{"NSCocoaErrorDomain", 3072, std::nullopt, {}},
+       "permanent ",
+       "Error Domain=NSCocoaErrorDomain Code=3072 \"The operation was cancelled.\""}};
+  for (const auto& [error, outcome, text] : rows) {
+    for (const bool validateResponse : {true, false}) {
+      EXPECT_EQ(outcome + text, outcomeOfError(error, validateResponse));
+      expectLines({"failed to submit report with " + text});
+    }
+  }
 }
 
-TEST_F(ZLNReportOperationPostTest, TheDelegateIsToldOfAnEarlyFailureWhileItIsExecuting) {
-  bool wasExecuting = false;
-  delegate->onOutcome = [&] { wasExecuting = operation->isExecuting(); };
+// Replies, with the lines at level error.
+
+TEST_F(ZLNReportOperationPostTest, ANumberOtherThanZeroForSuccessIsADelivery) {
+  const std::string huge = R"({"pad":")" + std::string(8 << 20, 'x') + R"(","success":true})";
+  for (const std::string& body :
+       {std::string(R"({"success":true})"), std::string(R"({"success":1})"),
+        std::string(R"({"success":-1})"), std::string(R"({"success":0.5})"),
+        std::string(R"({"success":4294967296})"), std::string(R"({"success":true,})"),
+        std::string(" { \"success\" : true } \r\n"), std::string("\xEF\xBB\xBF{\"success\":true}"),
+        std::string(R"({"error":"x","errorIsPermanent":true,"success":true})"), huge}) {
+    EXPECT_EQ("delivered", outcomeOfReply(body)) << body.substr(0, 100);
+    expectLines({});
+  }
+}
+
+TEST_F(ZLNReportOperationPostTest, TheStatusDoesNotCount) {
+  for (const int status : {404, 500}) {
+    EXPECT_EQ("delivered", outcomeOfReply(R"({"success":true})", status));
+  }
+}
+
+TEST_F(ZLNReportOperationPostTest, ZeroForSuccessIsARejectionWithTheServersTextWhenPermanent) {
+  struct Row {
+    const char* body;
+    const char* outcome;
+  };
+  constexpr Row kRows[] = {
+      {R"({"success":false})", kRejected},
+      {R"({"success":0})", kRejected},
+      {R"({"success":0.0})", kRejected},
+      {R"({"success":false,"errorIsPermanent":false,"error":"bad data"})", kRejected},
+      {R"({"success":false,"errorIsPermanent":0,"error":"x"})", kRejected},
+      {R"({"success":false,"errorIsPermanent":"yes","error":"x"})", kRejected},
+      {R"({"success":false,"errorIsPermanent":null})", kRejected},
+      {R"({"success":false,"errorIsPermanent":true})", kRejectedForGood},
+      {R"({"success":0,"errorIsPermanent":-0.5})", kRejectedForGood},
+      {R"({"success":false,"errorIsPermanent":true,"error":"bad data"})",
+       "permanent Error Domain=Zelnor Code=-16 \"bad data\" "
+       "UserInfo={NSLocalizedDescription=bad data}"},
+      {R"({"success":false,"errorIsPermanent":true,"error":""})",
+       "permanent Error Domain=Zelnor Code=-16 \"\" UserInfo={NSLocalizedDescription=}"},
+      {R"({"success":false,"errorIsPermanent":true,"error":5})", kRejectedForGood}};
+  for (const auto& [body, outcome] : kRows) {
+    EXPECT_EQ(outcome, outcomeOfReply(body)) << body;
+    expectLines({"server rejected report <ZLNReportAdAttempt: 0x*>"});
+  }
+}
+
+TEST_F(ZLNReportOperationPostTest, WithoutANumberForSuccessAReplyIsATemporaryFailure) {
+  struct Row {
+    const char* body;
+    std::string shown;
+  };
+  const std::vector<Row> rows = {
+      {"{}", "{\n}, expecting success code not (null)"},
+      {R"({"success":"true"})", "{\n    success = true;\n}, expecting success code not true"},
+      {R"({"success":null})", "{\n    success = \"<null>\";\n}, expecting success code not <null>"},
+      {R"({"success":[1]})",
+       "{\n    success =     (\n        1\n    );\n}, expecting success code not (\n    1\n)"},
+      {R"({"Success":true})", "{\n    Success = 1;\n}, expecting success code not (null)"},
+      {R"({"errorIsPermanent":true})",
+       "{\n    errorIsPermanent = 1;\n}, expecting success code not (null)"},
+      {"[]", "(\n), expecting success code not (null)"},
+      {R"([{"success":true}])",
+       "(\n        {\n        success = 1;\n    }\n), expecting success code not (null)"}};
+  for (const auto& [body, shown] : rows) {
+    EXPECT_EQ(kNoSuccess, outcomeOfReply(body)) << body;
+    expectLines({"unexpected server response " + shown});
+  }
+}
+
+TEST_F(ZLNReportOperationPostTest, WhatIsNotJsonIsATemporaryFailure) {
+  struct Row {
+    std::string body;
+    const char* shown;
+  };
+  const std::string nested(100000, '[');
+  const std::vector<Row> rows = {
+      {"", "{length = 0, bytes = 0x}"},
+      {"<html>", "{length = 6, bytes = 0x3c68746d6c3e}"},
+      {"\"true\"", "{length = 6, bytes = 0x227472756522}"},
+      {"1", "{length = 1, bytes = 0x31}"},
+      {"true", "{length = 4, bytes = 0x74727565}"},
+      {"{\"success\":true", "{length = 15, bytes = 0x7b2273756363657373223a74727565}"},
+      {"{\"success\":true}x", "{length = 17, bytes = 0x7b2273756363657373223a747275657d78}"},
+      {"{\"\xFF\":1}", "{length = 7, bytes = 0x7b22ff223a317d}"},
+      {nested,
+       "{length = 100000, bytes = 0x5b5b5b5b 5b5b5b5b 5b5b5b5b 5b5b5b5b ... 5b5b5b5b 5b5b5b5b }"},
+      {nested + std::string(100000, ']'),
+       "{length = 200000, bytes = 0x5b5b5b5b 5b5b5b5b 5b5b5b5b 5b5b5b5b ... 5d5d5d5d 5d5d5d5d }"}};
+  for (const auto& [body, shown] : rows) {
+    for (const int status : {200, 204}) {
+      EXPECT_EQ(kNotJson, outcomeOfReply(body, status)) << shown;
+      EXPECT_THAT(newLines(),
+                  ElementsAre(StartsWith(std::string("unexpected server response from ") +
+                                         kAdAttemptUrl + ": " + shown +
+                                         " / error Error Domain=NSCocoaErrorDomain Code=3840 ")));
+    }
+  }
+}
+
+TEST_F(ZLNReportOperationPostTest, WhereTheReplyDoesNotCountAnyIsADelivery) {
+  for (const char* body :
+       {"", "<html>", "{\"\xFF\":1}", R"({"success":false,"errorIsPermanent":true})"}) {
+    EXPECT_EQ("delivered", outcomeOfReply(body, 204, false)) << body;
+    expectLines({});
+  }
+}
+
+TEST_F(ZLNReportOperationPostTest, ADeliveryIsSaidAtDebugWithItsBodyUnlessThatIsNoText) {
+  const std::string submitted =
+      std::string("report submitted; response <NSHTTPURLResponse: 0x*> { URL: ") + kAdAttemptUrl;
+  start(false);
+  setLevel(3);
+  newLines();
+
+  reply(R"({"success":true})");
+
+  expectLines({submitted + " } { Status Code: 200, Headers {\n} } = {\"success\":true}"});
+
+  start(false);
+  newLines();
+
+  reply("\xFF", 503);
+
+  expectLines({submitted + " } { Status Code: 503, Headers {\n} } = (null)"});
+
+  start();
+  newLines();
+  setLevel(2);
+
+  reply(R"({"success":true})");
+
+  expectLines({});
+}
+
+// The delegate.
+
+TEST_F(ZLNReportOperationPostTest, TheDelegateIsToldWhileTheOperationIsExecuting) {
+  std::vector<bool> flags;
+  delegate->onOutcome = [&] { flags = {operation->isExecuting(), operation->isFinished()}; };
+  for (const char* body : kEndings) {
+    start();
+    end(body);
+
+    EXPECT_THAT(std::exchange(flags, {}), ElementsAre(true, false));
+    expectEndedOnce();
+  }
 
   start(nullptr);
 
-  EXPECT_TRUE(wasExecuting);
+  EXPECT_THAT(flags, ElementsAre(true, false));
 }
 
 TEST_F(ZLNReportOperationPostTest, WithoutItsDelegateItCompletesAllTheSame) {
-  for (const char* body : {R"({"success":true})", R"({"success":false})",
-                           R"({"success":false,"errorIsPermanent":true})", "", "[]"}) {
+  for (const char* body : kEndings) {
     delegate = std::make_shared<RecordingDelegate>();
     start();
     delegate.reset();
+    end(body);
 
-    env.http.reply(env.http.requests().size() - 1, body);
-
-    EXPECT_TRUE(operation->isFinished()) << body;
-    EXPECT_FALSE(operation->isExecuting()) << body;
+    expectEndedOnce();
   }
-}
-
-TEST_F(ZLNReportOperationPostTest, WithoutItsDelegateATransportErrorCompletesIt) {
-  start();
-  delegate.reset();
-
-  env.http.fail(0, -1001);
-
-  expectEndedOnce();
-}
-
-TEST_F(ZLNReportOperationPostTest, WithoutItsDelegateAnEarlyFailureCompletesIt) {
-  delegate.reset();
 
   start(nullptr);
 
@@ -654,7 +473,7 @@ TEST_F(ZLNReportOperationPostTest, TheRequestKeepsTheOperationAlive) {
 
   EXPECT_FALSE(running.expired());
 
-  env.http.reply(0, R"({"success":true})");
+  reply(R"({"success":true})");
 
   EXPECT_THAT(delegate->outcomes, ElementsAre("delivered"));
   EXPECT_TRUE(running.expired());

@@ -9,25 +9,18 @@
 #include <utility>
 #include <vector>
 
-#include "config/ZLNReportingConfig.h"
 #include "platform/property_list.h"
 #include "reports/ZLNReportSessionStart.h"
 #include "reports/ZLNReportSessionStop.h"
-#include "support/endpoints.h"
 #include "tests/support/hooked_process.h"
-#include "tests/support/sent_reports.h"
-#include "tests/transport/reporting_test.h"
-#include "transport/ZLNReportingManager.h"
+#include "tests/transport/manager_fixture.h"
 
 namespace zln {
 namespace {
 
-using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
-using testing::UnorderedElementsAre;
-
-constexpr char kAccepted[] = R"({"success":true})";
+using testing::SizeIs;
 
 constexpr char kEmptyFile[] =
     R"(<?xml version="1.0" encoding="UTF-8"?>
@@ -52,68 +45,43 @@ constexpr unsigned char kBinaryFile[] = {
     0x00, 0x01, 0x01, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x0d, 0x00, 0x00, 0x00, 0x00, 0x00,
     0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x7e};
 
-const std::string kSaving =
-    std::string("ZLN Session: saving report <ZLNReportAdAttempt: 0x*> to ") + kAdAttemptUrl;
+constexpr char kNoSuper[] = "invalid super serialization (null) ((null))";
+constexpr char kNoStop[] = "unable to serialize report <ZLNReportSessionStop: 0x*>";
+const Dictionary kHolding{{kFailureLimit, Number::int32(1)}};
 
-// A place in the queue that is no report's.
-class ForeignOperation : public ZLNAsynchronousOperation {
- public:
-  std::string description() const override { return "foreign operation"; }
-};
-
-class ZLNReportingManagerFileTest : public ReportingTest {
+class ZLNReportingManagerFileTest : public ManagerTest {
  protected:
-  // The manager after its start-up task, its queue suspended, with the log empty and at verbose.
-  ZLNReportingManager& beginSuspended() {
-    putSettings({{"ConfigSerializationKeyTransmitReportsImmediately", Number::boolean(false)}});
-    return begin();
-  }
-
-  // Sends at once and holds a report after its first failure.
-  ZLNReportingManager& beginHolding() {
-    putSettings({{"ConfigSerializationKeyReportTemporaryFailureLimit", Number::int32(1)}});
-    return begin();
-  }
-
-  ZLNReportingManager& begin() {
-    ZLNReportingManager& begun = *ZLNReportingManager::sharedManager();
-    env.dispatch.runGlobal();
-    setLevel(4);
-    log().clear();
-    return begun;
-  }
-
-  // Has a report sent and held.
-  void hold(ZLNReportingManager& manager, const std::shared_ptr<ZLNReportBase>& report) {
-    manager.queueReportForTransmission(report);
-    env.dispatch.runGlobal();
-    env.http.fail(env.http.requests().size() - 1, -1001);
-  }
-
-  // Leaves a file behind as an earlier process would have.
-  void putReports(Array reports) {
+  // Begins with what an earlier process left behind.
+  void beginWith(Array reports, const Dictionary& settings = {}) {
     env.files.put(kReportsFile, *property_list::write(std::move(reports)));
+    putSettings(settings);
+    manager();
+    env.dispatch.runGlobal();
+  }
+
+  // Has a report sent and, under these settings, held.
+  void hold(const std::shared_ptr<ZLNReportBase>& report) {
+    manager().queueReportForTransmission(report);
+    env.dispatch.runGlobal();
+    timeOut();
   }
 
   static Dictionary storedAd(const std::string& network) {
     return Dictionary{{"type", "ReportTypeAdAttempt"}, {"network", network}};
   }
 
-  std::vector<std::string> storedNetworks() const {
+  static std::vector<std::string> queuedNetworks() {
     std::vector<std::string> networks;
-    for (const Dictionary& report : storedReports(env.files)) {
-      networks.push_back(textOf(report, "network"));
-    }
-    return networks;
-  }
-
-  static std::vector<std::string> networksIn(ZLNReportingManager& manager) {
-    std::vector<std::string> networks;
-    for (const auto& operation : manager.reportQueue().operations()) {
+    for (const auto& operation : manager().reportQueue().operations()) {
       const auto report = std::dynamic_pointer_cast<ZLNReportOperationBase>(operation)->report();
       networks.push_back(textOf(*report->toDictionary(), "network"));
     }
     return networks;
+  }
+
+  void expectQueuedAndStored(const std::vector<std::string>& networks) const {
+    EXPECT_EQ(networks, queuedNetworks());
+    EXPECT_EQ(networks, storedNetworks());
   }
 };
 
@@ -124,17 +92,22 @@ TEST_F(ZLNReportingManagerFileTest, LiesInTheReportingFolder) {
             ZLNReportingManager::savedReportsPath());
 }
 
-TEST_F(ZLNReportingManagerFileTest, NothingOwedIsAnEmptyArray) {
-  beginSuspended().saveReports();
+TEST_F(ZLNReportingManagerFileTest, NothingOwedIsAnEmptyArrayWhateverTheFileHeld) {
+  beginSuspended();
+  env.files.put(kReportsFile, "something else");
+
+  manager().saveReports();
 
   EXPECT_EQ(kEmptyFile, env.files.contents(kReportsFile));
-  EXPECT_THAT(newLines(), ElementsAre("ZLN Session: saved 0 reports"));
+  expectLines({"saved 0 reports"});
 }
 
-TEST_F(ZLNReportingManagerFileTest, IsAPropertyListOfTheDictionaries) {
-  ZLNReportingManager& manager = beginSuspended();
+TEST_F(ZLNReportingManagerFileTest, IsAPropertyListOfTheDictionariesWithoutTheFailureCount) {
+  beginSuspended();
+  const auto report = adReport();
+  report->setTemporaryFailureCount(2);
 
-  manager.queueReportForTransmission(adReport());
+  manager().queueReportForTransmission(report);
 
   EXPECT_EQ(R"(<?xml version="1.0" encoding="UTF-8"?>
 <!DOCTYPE plist PUBLIC "-//Apple//DTD PLIST 1.0//EN" "http://www.apple.com/DTDs/PropertyList-1.0.dtd">
@@ -168,46 +141,32 @@ TEST_F(ZLNReportingManagerFileTest, IsAPropertyListOfTheDictionaries) {
             env.files.contents(kReportsFile));
 }
 
-TEST_F(ZLNReportingManagerFileTest, TheFailureCountIsNotStored) {
-  ZLNReportingManager& manager = beginSuspended();
-  const auto report = adReport();
-  report->setTemporaryFailureCount(2);
-
-  manager.queueReportForTransmission(report);
-
-  EXPECT_THAT(keysOf(storedReports(env.files).at(0)),
-              ElementsAre("adEventId", "adType", "bundleId", "country", "device", "fill", "network",
-                          "platform", "type", "userId"));
-}
-
 TEST_F(ZLNReportingManagerFileTest, ListsHeldReportsBeforeQueuedOnesEachInTheirOrder) {
-  ZLNReportingManager& manager = beginHolding();
-  hold(manager, adReport("held first"));
-  hold(manager, adReport("held second"));
+  begin(kHolding);
+  hold(adReport("held first"));
+  hold(adReport("held second"));
 
-  manager.queueReportForTransmission(adReport("queued first"));
-  manager.queueReportForTransmission(adReport("queued second"));
+  queue("queued first");
+  queue("queued second");
 
   EXPECT_THAT(storedNetworks(),
               ElementsAre("held first", "held second", "queued first", "queued second"));
 }
 
 TEST_F(ZLNReportingManagerFileTest, ListsARunningReport) {
-  ZLNReportingManager& manager = begin();
-  manager.queueReportForTransmission(adReport());
-  env.dispatch.runGlobal();
+  begin();
+  send();
 
-  manager.saveReports();
+  manager().saveReports();
 
   EXPECT_EQ(1u, env.http.outstanding());
   EXPECT_THAT(storedNetworks(), ElementsAre("net"));
 }
 
 TEST_F(ZLNReportingManagerFileTest, LeavesADeliveredReportOutWhoseOperationIsStillInTheQueue) {
-  ZLNReportingManager& manager = begin();
-  manager.queueReportForTransmission(adReport("delivered"));
-  manager.queueReportForTransmission(adReport("other"));
-  env.dispatch.runGlobal();
+  begin();
+  send("delivered");
+  send("other");
 
   env.http.reply(0, kAccepted);
 
@@ -217,211 +176,173 @@ TEST_F(ZLNReportingManagerFileTest, LeavesADeliveredReportOutWhoseOperationIsSti
 }
 
 TEST_F(ZLNReportingManagerFileTest, LeavesOutOnlyTheSameObject) {
-  ZLNReportingManager& manager = beginSuspended();
+  beginSuspended();
   const auto report = ZLNReportAdAttempt::initWithDictionary(storedAd("same"));
   const auto twin = ZLNReportAdAttempt::initWithDictionary(storedAd("same"));
-  manager.queueReportForTransmission(report);
-  manager.queueReportForTransmission(twin);
+  manager().queueReportForTransmission(report);
+  manager().queueReportForTransmission(twin);
 
-  manager.saveReportsExcept({report});
+  manager().saveReportsExcept({report});
 
   EXPECT_THAT(storedNetworks(), ElementsAre("same"));
 }
 
 TEST_F(ZLNReportingManagerFileTest, LeavesOutSeveralAndSaysNothingOfThem) {
-  ZLNReportingManager& manager = beginSuspended();
-  const auto first = adReport("first");
-  const auto third = adReport("third");
-  manager.queueReportForTransmission(first);
-  manager.queueReportForTransmission(adReport("second"));
-  manager.queueReportForTransmission(third);
+  beginSuspended();
+  const auto first = queue("first");
+  queue("second");
+  const auto third = queue("third");
   newLines();
 
-  manager.saveReportsExcept({first, third});
+  manager().saveReportsExcept({first, third});
 
   EXPECT_THAT(storedNetworks(), ElementsAre("second"));
-  EXPECT_THAT(newLines(), ElementsAre(kSaving, "ZLN Session: saved 1 reports"));
+  expectLines({kSaving, "saved 1 reports"});
 }
 
 TEST_F(ZLNReportingManagerFileTest, AHeldReportIsWrittenAlsoWhenItIsToBeLeftOut) {
-  ZLNReportingManager& manager = beginHolding();
+  begin(kHolding);
   const auto report = adReport("held");
-  hold(manager, report);
+  hold(report);
   newLines();
 
-  manager.saveReportsExcept({report});
+  manager().saveReportsExcept({report});
 
   EXPECT_THAT(storedNetworks(), ElementsAre("held"));
-  EXPECT_THAT(newLines(), ElementsAre("ZLN Session: saved 1 reports"));
+  expectLines({"saved 1 reports"});
 }
 
 TEST_F(ZLNReportingManagerFileTest, AQueuedReportWithoutADictionaryIsLeftOutAndStaysQueued) {
-  ZLNReportingManager& manager = beginSuspended();
-  manager.queueReportForTransmission(std::make_shared<OddReport>(std::nullopt));
+  beginSuspended();
+  manager().queueReportForTransmission(std::make_shared<OddReport>(std::nullopt));
   newLines();
 
-  manager.queueReportForTransmission(adReport("sound"));
+  queue("sound");
 
-  EXPECT_THAT(newLines(),
-              ElementsAre("ZLN Session: queue report <ZLNReportAdAttempt: 0x*>",
-                          "ZLN Session: invalid super serialization (null) ((null))",
-                          "ZLN Session: unable to serialize report <ZLNReportSessionStop: 0x*>",
-                          kSaving, "ZLN Session: saved 1 reports"));
+  expectLines({kQueued, kNoSuper, kNoStop, kSaving, "saved 1 reports"});
   EXPECT_THAT(storedNetworks(), ElementsAre("sound"));
-  EXPECT_EQ(2u, manager.reportQueue().operationCount());
+  EXPECT_EQ(2u, manager().reportQueue().operationCount());
 }
 
 TEST_F(ZLNReportingManagerFileTest, AHeldReportWithoutADictionaryIsLeftOutAndStaysHeld) {
-  ZLNReportingManager& manager = beginHolding();
+  begin(kHolding);
   const auto report = std::make_shared<OddReport>(Dictionary{{"odd", "entry"}});
-  hold(manager, report);
-  hold(manager, adReport("sound"));
+  hold(report);
+  hold(adReport("sound"));
   newLines();
 
   report->base = std::nullopt;
-  manager.saveReports();
+  manager().saveReports();
 
-  EXPECT_THAT(newLines(),
-              ElementsAre("ZLN Session: invalid super serialization (null) ((null))",
-                          "ZLN Session: unable to serialize report <ZLNReportSessionStop: 0x*>",
-                          "ZLN Session: saved 1 reports"));
+  expectLines({kNoSuper, kNoStop, "saved 1 reports"});
   EXPECT_THAT(storedNetworks(), ElementsAre("sound"));
-  EXPECT_EQ(2u, manager.temporaryErrorReports().size());
+  EXPECT_THAT(manager().temporaryErrorReports(), SizeIs(2));
 }
 
 TEST_F(ZLNReportingManagerFileTest, AnOperationThatLostItsReportIsLeftOut) {
-  ZLNReportingManager& manager = beginSuspended();
-  manager.queueReportForTransmission(adReport());
-  const auto operation =
-      std::dynamic_pointer_cast<ZLNReportOperationBase>(manager.reportQueue().operations()[0]);
-  operation->setReport(nullptr);
+  beginSuspended();
+  queue();
+  firstOperation()->setReport(nullptr);
   newLines();
 
-  manager.saveReports();
+  manager().saveReports();
 
-  EXPECT_THAT(newLines(), ElementsAre("ZLN Session: unable to serialize report (null)",
-                                      "ZLN Session: saved 0 reports"));
+  expectLines({"unable to serialize report (null)", "saved 0 reports"});
 }
 
 TEST_F(ZLNReportingManagerFileTest, AnOperationOfAnotherKindIsSkipped) {
-  ZLNReportingManager& manager = beginSuspended();
-  manager.reportQueue().addOperation(std::make_shared<ForeignOperation>());
-  manager.queueReportForTransmission(adReport());
+  beginSuspended();
+  manager().reportQueue().addOperation(std::make_shared<ForeignOperation>());
 
-  EXPECT_THAT(newLines(),
-              ElementsAre("ZLN Session: queue report <ZLNReportAdAttempt: 0x*>",
-                          "ZLN Session: unexpected report in op queue: foreign operation", kSaving,
-                          "ZLN Session: saved 1 reports"));
+  queue();
+
+  expectLines(
+      {kQueued, "unexpected report in op queue: foreign operation", kSaving, "saved 1 reports"});
   EXPECT_THAT(storedNetworks(), ElementsAre("net"));
 }
 
 TEST_F(ZLNReportingManagerFileTest, AFailedWriteIsToldWithTheNumberAndLosesNothing) {
-  ZLNReportingManager& manager = beginSuspended();
-  manager.queueReportForTransmission(adReport("first"));
+  beginSuspended();
+  queue("first");
   env.files.failWrites();
   newLines();
 
-  EXPECT_TRUE(manager.queueReportForTransmission(adReport("second")));
+  EXPECT_TRUE(manager().queueReportForTransmission(adReport("second")));
 
-  EXPECT_THAT(newLines(),
-              ElementsAre("ZLN Session: queue report <ZLNReportAdAttempt: 0x*>", kSaving, kSaving,
-                          "ZLN Session: failed to save 2 pending reports!"));
+  expectLines({kQueued, kSaving, kSaving, "failed to save 2 pending reports!"});
   EXPECT_THAT(storedNetworks(), ElementsAre("first"));
-  EXPECT_EQ(2u, manager.reportQueue().operationCount());
+  EXPECT_EQ(2u, manager().reportQueue().operationCount());
 }
 
 TEST_F(ZLNReportingManagerFileTest, AFailedWriteIsAWarning) {
-  ZLNReportingManager& manager = beginSuspended();
+  beginSuspended();
   env.files.failWrites();
+
   setLevel(1);
+  manager().saveReports();
 
-  manager.saveReports();
+  expectLines({"failed to save 0 pending reports!"});
 
-  EXPECT_THAT(newLines(), ElementsAre("ZLN Session: failed to save 0 pending reports!"));
-}
-
-TEST_F(ZLNReportingManagerFileTest, AtErrorAFailedWriteIsNotSaid) {
-  ZLNReportingManager& manager = beginSuspended();
-  env.files.failWrites();
   setLevel(0);
+  manager().saveReports();
 
-  manager.saveReports();
-
-  EXPECT_THAT(newLines(), IsEmpty());
+  expectLines({});
 }
 
 TEST_F(ZLNReportingManagerFileTest, WhatCannotBeSavedIsAnError) {
-  putSettings({{"ConfigSerializationKeyTransmitReportsImmediately", Number::boolean(false)},
-               {"ConfigSerializationKeyReportTemporaryFailureLimit", Number::int32(1)}});
-  ZLNReportingManager& manager = begin();
+  beginSuspended(kHolding);
   const auto held = std::make_shared<OddReport>(Dictionary{});
-  manager.queueReportForTransmission(held);
-  manager.transmitPendingReports();
+  manager().queueReportForTransmission(held);
+  manager().transmitPendingReports();
   env.dispatch.runGlobal();
-  env.http.fail(0, -1001);
+  timeOut();
   held->base = std::nullopt;
-  manager.queueReportForTransmission(std::make_shared<OddReport>(std::nullopt));
-  manager.reportQueue().addOperation(std::make_shared<ForeignOperation>());
+  manager().queueReportForTransmission(std::make_shared<OddReport>(std::nullopt));
+  manager().reportQueue().addOperation(std::make_shared<ForeignOperation>());
   setLevel(0);
   newLines();
 
-  manager.saveReports();
+  manager().saveReports();
 
-  EXPECT_THAT(newLines(),
-              ElementsAre("ZLN Session: invalid super serialization (null) ((null))",
-                          "ZLN Session: unable to serialize report <ZLNReportSessionStop: 0x*>",
-                          "ZLN Session: invalid super serialization (null) ((null))",
-                          "ZLN Session: unable to serialize report <ZLNReportSessionStop: 0x*>",
-                          "ZLN Session: unexpected report in op queue: foreign operation"));
+  expectLines(
+      {kNoSuper, kNoStop, kNoSuper, kNoStop, "unexpected report in op queue: foreign operation"});
 }
 
 TEST_F(ZLNReportingManagerFileTest, WithoutItsFolderTheWriteFails) {
-  Error error;
-  env.files.remove("/support/com.zelnor.sdk/reporting", &error);
+  beginSuspended();
+  env.files.remove("/support/com.zelnor.sdk/reporting", nullptr);
 
-  beginSuspended().saveReports();
+  manager().saveReports();
 
-  EXPECT_THAT(newLines(), ElementsAre("ZLN Session: failed to save 0 pending reports!"));
+  expectLines({"failed to save 0 pending reports!"});
 }
 
 TEST_F(ZLNReportingManagerFileTest, AValueThatAPropertyListCannotHoldFailsTheWrite) {
-  ZLNReportingManager& manager = beginSuspended();
-  manager.queueReportForTransmission(adReport("first"));
+  beginSuspended();
+  queue("first");
 
-  manager.queueReportForTransmission(std::make_shared<OddReport>(Dictionary{{"odd", Null{}}}));
+  manager().queueReportForTransmission(std::make_shared<OddReport>(Dictionary{{"odd", Null{}}}));
 
-  EXPECT_THAT(log().lines(), Contains("ZLN Session: failed to save 2 pending reports!"));
+  EXPECT_TRUE(log().contains("ZLN Session: failed to save 2 pending reports!"));
   EXPECT_THAT(storedNetworks(), ElementsAre("first"));
-  EXPECT_EQ(2u, manager.reportQueue().operationCount());
-}
-
-TEST_F(ZLNReportingManagerFileTest, ASaveReplacesWhateverTheFileHeld) {
-  ZLNReportingManager& manager = beginSuspended();
-  env.files.put(kReportsFile, "something else");
-
-  manager.saveReports();
-
-  EXPECT_EQ(kEmptyFile, env.files.contents(kReportsFile));
+  EXPECT_EQ(2u, manager().reportQueue().operationCount());
 }
 
 TEST_F(ZLNReportingManagerFileTest, ASaveThatIsOvertakenLosesNothingOfTheLaterOne) {
   HookedProcess process(env);
   setLevel(4);
-  const auto manager = ZLNReportingManager::sharedManager();
-  manager->queueReportForTransmission(adReport("early"));
+  queue("early");
   // While the next save writes its snapshot down, another report is queued and saved.
-  process.when("ZLN Session: saving report",
-               [&] { manager->queueReportForTransmission(adReport("late")); });
+  process.when("ZLN Session: saving report", [&] { queue("late"); });
 
-  manager->saveReports();
+  manager().saveReports();
 
   EXPECT_THAT(storedNetworks(), ElementsAre("early", "late"));
 }
 
 TEST_F(ZLNReportingManagerFileTest, TheFileIsNeverDeleted) {
-  ZLNReportingManager& manager = begin();
-  manager.queueReportForTransmission(adReport());
-  env.dispatch.runGlobal();
+  begin();
+  send();
 
   env.http.reply(0, kAccepted);
 
@@ -430,21 +351,13 @@ TEST_F(ZLNReportingManagerFileTest, TheFileIsNeverDeleted) {
 }
 
 TEST_F(ZLNReportingManagerFileTest, WhatXmlCannotHoldIsStoredAsTheReplacementCharacter) {
-  ZLNReportingManager& manager = beginSuspended();
-  const std::string odd = std::string("\0\x01\x1f\t\n\"'<&>", 10) + "\u00e9\U0001F3AE\uFFFF";
+  const std::string longText(65536, 'x');
+  beginSuspended();
 
-  manager.queueReportForTransmission(adReport(odd));
+  queue(std::string("\0\x01\x1f\t\n\"'<&>", 10) + "\u00e9\U0001F3AE\uFFFF" + longText);
 
-  EXPECT_THAT(storedNetworks(), ElementsAre("\uFFFD\uFFFD\uFFFD\t\n\"'<&>\u00e9\U0001F3AE\uFFFD"));
-}
-
-TEST_F(ZLNReportingManagerFileTest, ALongTextComesBackWhole) {
-  ZLNReportingManager& manager = beginSuspended();
-  const std::string text = "<" + std::string(65536, 'x') + "\U0001F3AE>";
-
-  manager.queueReportForTransmission(adReport(text));
-
-  EXPECT_THAT(storedNetworks(), ElementsAre(text));
+  EXPECT_THAT(storedNetworks(),
+              ElementsAre("\uFFFD\uFFFD\uFFFD\t\n\"'<&>\u00e9\U0001F3AE\uFFFD" + longText));
 }
 
 // Loading.
@@ -452,146 +365,98 @@ TEST_F(ZLNReportingManagerFileTest, ALongTextComesBackWhole) {
 TEST_F(ZLNReportingManagerFileTest, WithoutAFileNothingIsLoadedAndNothingSaid) {
   setLevel(4);
 
-  ZLNReportingManager::sharedManager();
+  manager();
   newLines();
   env.dispatch.runGlobal();
 
-  EXPECT_THAT(newLines(), ElementsAre("ZLN Session: transmit reports"));
+  expectLines({"transmit reports"});
   EXPECT_EQ(std::nullopt, env.files.contents(kReportsFile));
 }
 
 TEST_F(ZLNReportingManagerFileTest, IsLoadedByTheStartUpTaskAndSentAtOnce) {
-  putReports({storedAd("stored")});
+  env.files.put(kReportsFile, *property_list::write(Array{storedAd("stored")}));
   setLevel(4);
 
-  const auto manager = ZLNReportingManager::sharedManager();
+  EXPECT_EQ(0u, manager().reportQueue().operationCount());
+
   newLines();
-
-  EXPECT_EQ(0u, manager->reportQueue().operationCount());
-
   env.dispatch.runGlobal();
 
-  EXPECT_EQ(
-      (std::vector<std::string>{
-          std::string("ZLN Session: recovered report <ZLNReportAdAttempt: 0x*> to ") +
-              kAdAttemptUrl,
-          "ZLN Session: queue report <ZLNReportAdAttempt: 0x*>", "ZLN Session: transmit reports",
-          "ZLN Session: manager background task started 1", kSaving, "ZLN Session: saved 1 reports",
-          "ZLN Session: transmit reports",
-          std::string("ZLN Session: posting report <ZLNReportAdAttempt: 0x*> to ") + kAdAttemptUrl,
-          R"(ZLN Session: sending report: {"userId":"USER","country":"DE",)"
-          R"("type":"ReportTypeAdAttempt","device":"iPhone14,5","platform":"iOS",)"
-          R"("bundleId":"com.example.game","network":"stored","adType":"unknown","fill":false})"}),
-      newLines());
-  EXPECT_EQ(1u, env.http.requests().size());
+  expectLines({std::string("recovered report <ZLNReportAdAttempt: 0x*> to ") + kAdAttemptUrl,
+               kQueued, "transmit reports", "manager background task started 1", kSaving,
+               "saved 1 reports", "transmit reports",
+               std::string("posting report <ZLNReportAdAttempt: 0x*> to ") + kAdAttemptUrl,
+               R"(sending report: {"userId":"USER","country":"DE","type":"ReportTypeAdAttempt",)"
+               R"("device":"iPhone14,5","platform":"iOS","bundleId":"com.example.game",)"
+               R"("network":"stored","adType":"unknown","fill":false})"});
+  EXPECT_THAT(env.http.requests(), SizeIs(1));
 }
 
 TEST_F(ZLNReportingManagerFileTest, AtDebugRecoveredReportsAreNotSaid) {
-  putReports({storedAd("stored")});
-  putSettings({{"ConfigSerializationKeyTransmitReportsImmediately", Number::boolean(false)}});
   setLevel(3);
 
-  ZLNReportingManager::sharedManager();
-  newLines();
-  env.dispatch.runGlobal();
+  beginWith({storedAd("stored")}, {{kTransmitImmediately, Number::boolean(false)}});
 
-  EXPECT_THAT(newLines(), ElementsAre("ZLN Session: queue report <ZLNReportAdAttempt: 0x*>",
-                                      "ZLN Session: saved 1 reports"));
-}
-
-TEST_F(ZLNReportingManagerFileTest, IsLoadedInItsOrder) {
-  putReports({storedAd("a"), storedAd("b"), storedAd("c"), storedAd("d")});
-
-  EXPECT_THAT(networksIn(beginSuspended()), ElementsAre("a", "b", "c", "d"));
+  expectLines({"Config is not stale. Update skipped.", kQueued, "saved 1 reports"});
 }
 
 TEST_F(ZLNReportingManagerFileTest, AnElementThatIsNoReportIsToldAndDropped) {
-  putReports(
-      {storedAd("a"), Dictionary{{"type", "ReportTypeOther"}}, storedAd("b"), storedAd("c")});
-  putSettings({{"ConfigSerializationKeyTransmitReportsImmediately", Number::boolean(false)}});
+  beginWith({storedAd("a"), Dictionary{{"type", "ReportTypeOther"}}, "text", Number::int64(3),
+             Array{}, storedAd("b"), storedAd("c"), storedAd("d")},
+            {{kTransmitImmediately, Number::boolean(false)}});
 
-  const auto manager = ZLNReportingManager::sharedManager();
-  env.dispatch.runGlobal();
-
-  EXPECT_THAT(newLines(), ElementsAre("ZLN Session: unknown report type ReportTypeOther",
-                                      "ZLN Session: unable to recover report from {\n    type = "
-                                      "ReportTypeOther;\n}"));
-  EXPECT_THAT(networksIn(*manager), ElementsAre("a", "b", "c"));
-  EXPECT_THAT(storedNetworks(), ElementsAre("a", "b", "c"));
-  EXPECT_EQ(3u, env.files.writeCount(kReportsFile));
-}
-
-TEST_F(ZLNReportingManagerFileTest, AnElementThatIsNoDictionaryIsToldAndDropped) {
-  putReports({"text", Number::int64(3), Array{}, storedAd("a")});
-
-  ZLNReportingManager& manager = *ZLNReportingManager::sharedManager();
-  env.dispatch.runGlobal();
-
-  EXPECT_THAT(newLines(), ElementsAre("ZLN Session: unable to recover report from text",
-                                      "ZLN Session: unable to recover report from 3",
-                                      "ZLN Session: unable to recover report from (\n)"));
-  EXPECT_THAT(networksIn(manager), ElementsAre("a"));
+  expectLines({"unknown report type ReportTypeOther",
+               "unable to recover report from {\n    type = ReportTypeOther;\n}",
+               "unable to recover report from text", "unable to recover report from 3",
+               "unable to recover report from (\n)"});
+  expectQueuedAndStored({"a", "b", "c", "d"});
+  EXPECT_EQ(4u, env.files.writeCount(kReportsFile));
 }
 
 TEST_F(ZLNReportingManagerFileTest, AFileOfInvalidElementsAloneStaysUntilTheNextSave) {
-  putReports({"text"});
-
-  ZLNReportingManager& manager = beginSuspended();
+  beginWith({"text"}, {{kTransmitImmediately, Number::boolean(false)}});
 
   EXPECT_EQ(0u, env.files.writeCount(kReportsFile));
 
-  manager.saveReports();
+  manager().saveReports();
 
   EXPECT_EQ(kEmptyFile, env.files.contents(kReportsFile));
 }
 
-struct UnreadableFile {
-  const char* name;
-  std::string bytes;
-};
+TEST_F(ZLNReportingManagerFileTest, AnUnreadableFileIsIgnoredWithoutAWordAndStays) {
+  std::string deeplyNested = "<plist version=\"1.0\">";
+  for (const char* tag : {"<array>", "</array>"}) {
+    for (int level = 0; level < 100000; ++level) deeplyNested += tag;
+  }
+  for (const std::string& bytes :
+       {std::string(), std::string("no property list"),
+        std::string(R"([{"type":"ReportTypeAdAttempt"}])"),
+        std::string(R"(<plist version="1.0"><dict/></plist>)"),
+        std::string(kEmptyFile).substr(0, 180), std::string("bplist00\xFF\xFF\xFF", 11),
+        deeplyNested + "</plist>"}) {
+    SCOPED_TRACE(bytes.substr(0, 50));
+    restart();
+    env.files.put(kReportsFile, bytes);
+    setLevel(4);
+    manager();
+    newLines();
 
-class ZLNReportingManagerUnreadableFileTest : public ZLNReportingManagerFileTest,
-                                              public testing::WithParamInterface<UnreadableFile> {};
+    env.dispatch.runGlobal();
 
-INSTANTIATE_TEST_SUITE_P(
-    Files, ZLNReportingManagerUnreadableFileTest,
-    testing::Values(UnreadableFile{"Empty", ""}, UnreadableFile{"Text", "no property list"},
-                    UnreadableFile{"Json", R"([{"type":"ReportTypeAdAttempt"}])"},
-                    UnreadableFile{"Dictionary", R"(<plist version="1.0"><dict/></plist>)"},
-                    UnreadableFile{"CutShort", std::string(kEmptyFile).substr(0, 180)},
-                    UnreadableFile{"BinaryRubbish", std::string("bplist00\xFF\xFF\xFF", 11)},
-                    UnreadableFile{"DeeplyNested",
-                                   [] {
-                                     std::string bytes = "<plist version=\"1.0\">";
-                                     for (int level = 0; level < 100000; ++level)
-                                       bytes += "<array>";
-                                     for (int level = 0; level < 100000; ++level)
-                                       bytes += "</array>";
-                                     return bytes + "</plist>";
-                                   }()}),
-    [](const auto& parameter) { return parameter.param.name; });
-
-TEST_P(ZLNReportingManagerUnreadableFileTest, IsIgnoredWithoutAWordAndStays) {
-  env.files.put(kReportsFile, GetParam().bytes);
-  setLevel(4);
-
-  const auto manager = ZLNReportingManager::sharedManager();
-  newLines();
-  env.dispatch.runGlobal();
-
-  EXPECT_THAT(newLines(), ElementsAre("ZLN Session: transmit reports"));
-  EXPECT_EQ(0u, manager->reportQueue().operationCount());
-  EXPECT_EQ(GetParam().bytes, env.files.contents(kReportsFile));
+    expectLines({"transmit reports"});
+    EXPECT_EQ(0u, manager().reportQueue().operationCount());
+    EXPECT_EQ(bytes, env.files.contents(kReportsFile));
+  }
 }
 
 TEST_F(ZLNReportingManagerFileTest, TheBinaryFormIsReadToo) {
   env.files.put(kReportsFile, std::string(std::begin(kBinaryFile), std::end(kBinaryFile)));
 
-  ZLNReportingManager& manager = *ZLNReportingManager::sharedManager();
+  manager();
   env.dispatch.runGlobal();
 
-  EXPECT_THAT(newLines(), ElementsAre("ZLN Session: unable to recover report from 3"));
-  ASSERT_EQ(1u, manager.reportQueue().operationCount());
+  expectLines({"unable to recover report from 3"});
+  ASSERT_THAT(env.http.requests(), SizeIs(1));
   EXPECT_EQ((Dictionary{{"type", "ReportTypeSessionStart"},
                         {"userId", "EARLIER"},
                         {"country", "FR"},
@@ -601,37 +466,31 @@ TEST_F(ZLNReportingManagerFileTest, TheBinaryFormIsReadToo) {
 }
 
 TEST_F(ZLNReportingManagerFileTest, AKindSwitchedOffMeanwhileIsNotTakenUp) {
-  putReports(
-      {Dictionary{{"type", "ReportTypeSessionStop"}, {"network", "dropped"}}, storedAd("kept")});
-  putSettings({{"ConfigSerializationKeySendStopSessionReports", Number::boolean(false)}});
+  beginWith(
+      {Dictionary{{"type", "ReportTypeSessionStop"}, {"network", "dropped"}}, storedAd("kept")},
+      {{"ConfigSerializationKeySendStopSessionReports", Number::boolean(false)}});
 
-  ZLNReportingManager& manager = *ZLNReportingManager::sharedManager();
-  env.dispatch.runGlobal();
-
-  EXPECT_THAT(networksIn(manager), ElementsAre("kept"));
-  EXPECT_THAT(storedNetworks(), ElementsAre("kept"));
+  expectQueuedAndStored({"kept"});
 }
 
 TEST_F(ZLNReportingManagerFileTest, IsReadOnceInAProcess) {
-  ZLNReportingManager& manager = beginSuspended();
-  putReports({storedAd("late")});
+  beginSuspended();
+  env.files.put(kReportsFile, *property_list::write(Array{storedAd("late")}));
 
   env.app.enterForeground();
   env.dispatch.runGlobal();
 
-  EXPECT_EQ(0u, manager.reportQueue().operationCount());
+  EXPECT_EQ(0u, manager().reportQueue().operationCount());
 }
 
 TEST_F(ZLNReportingManagerFileTest, AReportQueuedBeforeTheStoredOnesAreLoadedLosesNone) {
-  putReports({storedAd("stored")});
-  putSettings({{"ConfigSerializationKeyTransmitReportsImmediately", Number::boolean(false)}});
-  const auto manager = ZLNReportingManager::sharedManager();
+  env.files.put(kReportsFile, *property_list::write(Array{storedAd("stored")}));
+  putSettings({{kTransmitImmediately, Number::boolean(false)}});
 
-  manager->queueReportForTransmission(adReport("new"));
+  queue("new");
   env.dispatch.runGlobal();
 
-  EXPECT_THAT(networksIn(*manager), ElementsAre("new", "stored"));
-  EXPECT_THAT(storedNetworks(), ElementsAre("new", "stored"));
+  expectQueuedAndStored({"new", "stored"});
 }
 
 TEST_F(ZLNReportingManagerFileTest, StoredValuesOfAnyKindAreStoredAgainAsTheyAre) {
@@ -643,35 +502,31 @@ TEST_F(ZLNReportingManagerFileTest, StoredValuesOfAnyKindAreStoredAgainAsTheyAre
     reports.push_back(Dictionary{
         {"type", "ReportTypeAdAttempt"}, {"network", kind}, {"adType", kind}, {"adEventId", kind}});
   }
-  putReports(reports);
 
-  beginSuspended();
+  beginWith(reports, {{kTransmitImmediately, Number::boolean(false)}});
 
   const std::vector<Dictionary> stored = storedReports(env.files);
-  ASSERT_EQ(7u, stored.size());
+  ASSERT_THAT(stored, SizeIs(7));
   for (std::size_t index = 0; index < 7; ++index) {
-    EXPECT_EQ(kinds[index], *stored[index].find("network"));
-    EXPECT_EQ(kinds[index], *stored[index].find("adType"));
-    EXPECT_EQ(kinds[index], *stored[index].find("adEventId"));
+    for (const char* key : {"network", "adType", "adEventId"}) {
+      EXPECT_EQ(kinds[index], *stored[index].find(key)) << key;
+    }
   }
 }
 
 TEST_F(ZLNReportingManagerFileTest, AStoredDateCannotBeSentAndIsDropped) {
-  putReports({Dictionary{{"type", "ReportTypeAdAttempt"}, {"network", Date{1700000000}}}});
+  beginWith({Dictionary{{"type", "ReportTypeAdAttempt"}, {"network", Date{1700000000}}}});
 
-  ZLNReportingManager& manager = *ZLNReportingManager::sharedManager();
-  env.dispatch.runGlobal();
-
-  EXPECT_EQ(0u, manager.reportQueue().operationCount());
+  EXPECT_EQ(0u, manager().reportQueue().operationCount());
   EXPECT_THAT(env.http.requests(), IsEmpty());
   EXPECT_THAT(storedReports(env.files), IsEmpty());
 }
 
 TEST_F(ZLNReportingManagerFileTest, AUserIdentifierThatIsANumberIsStoredAndSent) {
   env.defaults.set("com.zelnor.sessionUserId", Number::int64(7));
+  begin();
 
-  begin().queueReportForTransmission(adReport());
-  env.dispatch.runGlobal();
+  send();
 
   EXPECT_EQ(7, numberOf(storedReports(env.files).at(0), "userId"));
   EXPECT_EQ(7, numberOf(sentReports(env.http).at(0).body, "userId"));
@@ -679,76 +534,75 @@ TEST_F(ZLNReportingManagerFileTest, AUserIdentifierThatIsANumberIsStoredAndSent)
 
 TEST_F(ZLNReportingManagerFileTest, AUserIdentifierThatIsADateIsStoredButCannotBeSent) {
   env.defaults.set("com.zelnor.sessionUserId", Date{1700000000});
-  ZLNReportingManager& manager = begin();
+  begin();
 
-  manager.queueReportForTransmission(adReport());
+  queue();
 
   EXPECT_EQ(Value(Date{1700000000}), *storedReports(env.files).at(0).find("userId"));
 
   env.dispatch.runGlobal();
 
-  EXPECT_EQ(0u, manager.reportQueue().operationCount());
+  EXPECT_EQ(0u, manager().reportQueue().operationCount());
   EXPECT_THAT(env.http.requests(), IsEmpty());
 }
 
 // From one process to the next.
 
 TEST_F(ZLNReportingManagerFileTest, APendingReportComesBackInTheNextProcess) {
-  begin().queueReportForTransmission(adReport("pending"));
+  begin();
+  queue("pending");
 
   restart();
-  ZLNReportingManager& manager = begin();
+  begin();
 
-  EXPECT_THAT(networksIn(manager), ElementsAre("pending"));
-  EXPECT_THAT(storedNetworks(), ElementsAre("pending"));
+  expectQueuedAndStored({"pending"});
 }
 
 TEST_F(ZLNReportingManagerFileTest, ADeliveredReportDoesNotComeBack) {
-  begin().queueReportForTransmission(adReport());
-  env.dispatch.runGlobal();
+  begin();
+  send();
   env.http.reply(0, kAccepted);
 
   restart();
+  begin();
 
-  EXPECT_EQ(0u, begin().reportQueue().operationCount());
+  EXPECT_EQ(0u, manager().reportQueue().operationCount());
 }
 
 TEST_F(ZLNReportingManagerFileTest, AHeldReportComesBackAsAPendingOneWithoutFailures) {
-  ZLNReportingManager& manager = begin();
-  const auto report = adReport("held");
-  manager.queueReportForTransmission(report);
-  for (std::size_t attempt = 0; attempt < 3; ++attempt) {
+  begin();
+  queue("held");
+  for (int attempt = 0; attempt < 3; ++attempt) {
     env.dispatch.runGlobal();
-    env.http.fail(attempt, -1001);
+    timeOut();
   }
-  ASSERT_THAT(manager.temporaryErrorReports(), ElementsAre(report));
+  ASSERT_THAT(manager().temporaryErrorReports(), SizeIs(1));
 
   restart();
-  ZLNReportingManager& next = begin();
+  begin();
 
-  EXPECT_THAT(next.temporaryErrorReports(), IsEmpty());
-  ASSERT_THAT(networksIn(next), ElementsAre("held"));
-  const auto operation = next.reportQueue().operations()[0];
-  EXPECT_EQ(0, std::dynamic_pointer_cast<ZLNReportOperationBase>(operation)
-                   ->report()
-                   ->temporaryFailureCount());
+  EXPECT_THAT(manager().temporaryErrorReports(), IsEmpty());
+  expectQueuedAndStored({"held"});
+  EXPECT_EQ(0, firstOperation()->report()->temporaryFailureCount());
 }
 
 TEST_F(ZLNReportingManagerFileTest, AReportListedTwiceComesBackTwice) {
-  begin().queueReportForTransmission(adReport());
-  env.dispatch.runGlobal();
-  env.http.fail(0, -1001);
+  begin();
+  send();
+  timeOut();
 
   restart();
+  begin();
 
-  EXPECT_THAT(networksIn(begin()), ElementsAre("net", "net"));
+  expectQueuedAndStored({"net", "net"});
 }
 
 TEST_F(ZLNReportingManagerFileTest, ASessionComesBackWithTimesOf128Seconds) {
   const auto session = ZLNSession::initWithStartTime(Date{1700000050});
   session->pause(Date{1700000100});
   session->stop(Date{1700000100});
-  begin().queueReportForTransmission(ZLNReportSessionStop::reportWithSession(session));
+  begin();
+  manager().queueReportForTransmission(ZLNReportSessionStop::reportWithSession(session));
 
   restart();
   begin();
@@ -762,62 +616,56 @@ TEST_F(ZLNReportingManagerFileTest, ASessionComesBackWithTimesOf128Seconds) {
 // Restoring what is held.
 
 TEST_F(ZLNReportingManagerFileTest, RestoringNothingSaysSoAndQueuesNothing) {
-  ZLNReportingManager& manager = beginSuspended();
+  beginSuspended();
 
-  manager.restoreTemporaryErrorReports();
+  manager().restoreTemporaryErrorReports();
 
-  EXPECT_THAT(newLines(), ElementsAre("ZLN Session: temporary error\"d reports restoring"));
-  EXPECT_EQ(0u, manager.reportQueue().operationCount());
+  expectLines({"temporary error\"d reports restoring"});
+  EXPECT_EQ(0u, manager().reportQueue().operationCount());
   EXPECT_EQ(std::nullopt, env.files.contents(kReportsFile));
 }
 
 TEST_F(ZLNReportingManagerFileTest, RestoringQueuesTheHeldReportsInTheirOrderWithoutFailures) {
-  ZLNReportingManager& manager = beginHolding();
+  begin(kHolding);
   const auto first = adReport("first");
   const auto second = adReport("second");
-  hold(manager, first);
-  hold(manager, second);
+  hold(first);
+  hold(second);
   newLines();
 
-  manager.restoreTemporaryErrorReports();
+  manager().restoreTemporaryErrorReports();
 
-  EXPECT_THAT(newLines(), ElementsAre("ZLN Session: temporary error\"d reports restoring",
-                                      "ZLN Session: queue report <ZLNReportAdAttempt: 0x*>",
-                                      "ZLN Session: transmit reports",
-                                      "ZLN Session: manager background task started 3", kSaving,
-                                      "ZLN Session: saved 1 reports",
-                                      "ZLN Session: queue report <ZLNReportAdAttempt: 0x*>",
-                                      "ZLN Session: transmit reports", kSaving, kSaving,
-                                      "ZLN Session: saved 2 reports"));
+  expectLines({"temporary error\"d reports restoring", kQueued, "transmit reports",
+               "manager background task started 3", kSaving, "saved 1 reports", kQueued,
+               "transmit reports", kSaving, kSaving, "saved 2 reports"});
   EXPECT_EQ(0, first->temporaryFailureCount());
   EXPECT_EQ(0, second->temporaryFailureCount());
-  EXPECT_THAT(manager.temporaryErrorReports(), IsEmpty());
-  EXPECT_THAT(networksIn(manager), ElementsAre("first", "second"));
+  EXPECT_THAT(manager().temporaryErrorReports(), IsEmpty());
+  expectQueuedAndStored({"first", "second"});
 }
 
 TEST_F(ZLNReportingManagerFileTest, EachReportThatIsRestoredIsSavedByItself) {
   HookedProcess process(env);
-  ZLNReportingManager& manager = beginHolding();
-  for (const char* network : {"first", "second"}) hold(manager, adReport(network));
+  begin(kHolding);
+  for (const char* network : {"first", "second"}) hold(adReport(network));
   std::vector<std::string> stored;
   process.when("ZLN Session: saved 1 reports", [&] { stored = storedNetworks(); });
 
-  manager.restoreTemporaryErrorReports();
+  manager().restoreTemporaryErrorReports();
 
   EXPECT_THAT(stored, ElementsAre("first"));
   EXPECT_THAT(storedNetworks(), ElementsAre("first", "second"));
 }
 
 TEST_F(ZLNReportingManagerFileTest, ARestoredReportOfAKindSwitchedOffIsDropped) {
-  ZLNReportingManager& manager = beginHolding();
-  hold(manager,
-       ZLNReportSessionStart::reportWithSession(ZLNSession::initWithStartTime(Date{1700000000})));
-  ZLNReportingConfig::sharedConfig()->setSendStartSessionReports(false);
+  begin(kHolding);
+  hold(ZLNReportSessionStart::reportWithSession(ZLNSession::initWithStartTime(Date{1700000000})));
+  settings().setSendStartSessionReports(false);
 
-  manager.restoreTemporaryErrorReports();
+  manager().restoreTemporaryErrorReports();
 
-  EXPECT_EQ(0u, manager.reportQueue().operationCount());
-  EXPECT_THAT(manager.temporaryErrorReports(), IsEmpty());
+  EXPECT_EQ(0u, manager().reportQueue().operationCount());
+  EXPECT_THAT(manager().temporaryErrorReports(), IsEmpty());
 }
 
 }  // namespace

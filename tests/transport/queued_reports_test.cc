@@ -20,19 +20,9 @@
 namespace zln {
 namespace {
 
-using testing::ElementsAre;
-using testing::IsEmpty;
+using testing::SizeIs;
 
 using Reports = std::vector<std::shared_ptr<ZLNReportBase>>;
-
-constexpr char kUnexpected[] = "ZLN Session: unexpected report in op queue: foreign operation";
-constexpr char kNoReport[] = "ZLN Session: unable to serialize report (null)";
-
-// A place in the queue that is no report's.
-class ForeignOperation : public ZLNAsynchronousOperation {
- public:
-  std::string description() const override { return "foreign operation"; }
-};
 
 class QueuedReportsTest : public ReportingTest {
  protected:
@@ -53,10 +43,7 @@ class QueuedReportsTest : public ReportingTest {
 
   // Lists the queue and ends the list; returns the dictionaries.
   std::vector<Dictionary> list(const Reports& left = {}) {
-    image.begin();
-    reports.follow(queue);
-    reports.list(left, image);
-    EXPECT_TRUE(image.finish());
+    EXPECT_TRUE(makeList(left));
     image.written();
     const std::optional<Value> root = property_list::read(image.text());
     std::vector<Dictionary> dictionaries;
@@ -64,18 +51,22 @@ class QueuedReportsTest : public ReportingTest {
     return dictionaries;
   }
 
-  std::vector<std::string> networks(const Reports& left = {}) {
-    std::vector<std::string> names;
-    for (const Dictionary& report : list(left)) names.push_back(textOf(report, "network"));
-    return names;
+  bool makeList(const Reports& left = {}) {
+    image.begin();
+    reports.follow(queue);
+    reports.list(left, image);
+    return image.finish();
+  }
+
+  void expectList(const std::vector<std::string>& networks, const Reports& left = {}) {
+    std::vector<std::string> listed;
+    for (const Dictionary& report : list(left)) listed.push_back(textOf(report, "network"));
+    EXPECT_EQ(networks, listed);
   }
 
   // How much of the text the next list, which is the same, takes over from the last one.
   std::size_t unchangedBytes() {
-    image.begin();
-    reports.follow(queue);
-    reports.list({}, image);
-    EXPECT_TRUE(image.finish());
+    EXPECT_TRUE(makeList());
     return image.unchanged().head;
   }
 
@@ -84,31 +75,29 @@ class QueuedReportsTest : public ReportingTest {
            property_list::kDocumentTail.size();
   }
 
+  const std::shared_ptr<ZLNSession> session = ZLNSession::initWithStartTime(Date{1000});
   OperationQueue queue{env.dispatch};
   QueuedReports reports;
   ReportFileImage image;
 };
 
 TEST_F(QueuedReportsTest, AnEmptyQueueListsNothing) {
-  EXPECT_THAT(networks(), IsEmpty());
+  expectList({});
 
   EXPECT_EQ(0u, image.count());
 }
 
-TEST_F(QueuedReportsTest, ListsTheReportsInTheOrderOfAdding) {
+TEST_F(QueuedReportsTest, ListsTheReportsInTheOrderOfAddingEachTime) {
   addAd("a");
   addAd("b");
+
+  expectList({"a", "b"});
+  expectList({"a", "b"});
+
   addAd("c");
+  addAd("d");
 
-  EXPECT_THAT(networks(), ElementsAre("a", "b", "c"));
-}
-
-TEST_F(QueuedReportsTest, ListsTheSameReportsAgain) {
-  addAd("a");
-  addAd("b");
-  list();
-
-  EXPECT_THAT(networks(), ElementsAre("a", "b"));
+  expectList({"a", "b", "c", "d"});
 }
 
 TEST_F(QueuedReportsTest, ListsARunningReport) {
@@ -116,51 +105,33 @@ TEST_F(QueuedReportsTest, ListsARunningReport) {
   addAd("a");
   env.dispatch.runGlobal();
 
-  EXPECT_THAT(networks(), ElementsAre("a"));
-}
-
-TEST_F(QueuedReportsTest, ListsBehindTheOthersWhatHasComeSince) {
-  addAd("a");
-  list();
-  addAd("b");
-  addAd("c");
-
-  EXPECT_THAT(networks(), ElementsAre("a", "b", "c"));
+  expectList({"a"});
 }
 
 // Departures.
 
-TEST_F(QueuedReportsTest, OneHasLeftFromTheFront) {
+TEST_F(QueuedReportsTest, OneHasLeftFromAnywhere) {
   const auto a = addAd("a");
-  addAd("b");
-  addAd("c");
+  const auto b = addAd("b");
+  const auto c = addAd("c");
+  const auto d = addAd("d");
   list();
 
   a->completeOperation();
 
-  EXPECT_THAT(networks(), ElementsAre("b", "c"));
-}
-
-TEST_F(QueuedReportsTest, OneHasLeftFromTheMiddle) {
-  addAd("a");
-  const auto b = addAd("b");
-  addAd("c");
-  list();
-
-  b->completeOperation();
-
-  EXPECT_THAT(networks(), ElementsAre("a", "c"));
-}
-
-TEST_F(QueuedReportsTest, OneHasLeftFromTheEnd) {
-  addAd("a");
-  addAd("b");
-  const auto c = addAd("c");
-  list();
+  expectList({"b", "c", "d"});
 
   c->completeOperation();
 
-  EXPECT_THAT(networks(), ElementsAre("a", "b"));
+  expectList({"b", "d"});
+
+  d->completeOperation();
+
+  expectList({"b"});
+
+  b->completeOperation();
+
+  expectList({});
 }
 
 TEST_F(QueuedReportsTest, AllHaveLeft) {
@@ -171,7 +142,7 @@ TEST_F(QueuedReportsTest, AllHaveLeft) {
   b->completeOperation();
   a->completeOperation();
 
-  EXPECT_THAT(networks(), IsEmpty());
+  expectList({});
 }
 
 // It may have come to be held, by someone who reads what is held before.
@@ -186,7 +157,7 @@ TEST_F(QueuedReportsTest, OneThatLeavesWhileTheListIsMadeIsListed) {
   EXPECT_TRUE(image.finish());
 
   EXPECT_EQ(2u, image.count());
-  EXPECT_THAT(networks(), ElementsAre("staying"));
+  expectList({"staying"});
 }
 
 TEST_F(QueuedReportsTest, OneHasComeAndLeftBetweenTwoLists) {
@@ -195,7 +166,7 @@ TEST_F(QueuedReportsTest, OneHasComeAndLeftBetweenTwoLists) {
 
   addAd("b")->completeOperation();
 
-  EXPECT_THAT(networks(), ElementsAre("a"));
+  expectList({"a"});
 }
 
 TEST_F(QueuedReportsTest, OthersComeWhenOneHasLeft) {
@@ -208,19 +179,19 @@ TEST_F(QueuedReportsTest, OthersComeWhenOneHasLeft) {
   addAd("d");
   addAd("e");
 
-  EXPECT_THAT(networks(), ElementsAre("a", "c", "d", "e"));
+  expectList({"a", "c", "d", "e"});
 }
 
 TEST_F(QueuedReportsTest, OthersComeAfterAListWithoutTheOneThatHasLeft) {
   const auto a = addAd("a");
-  addAd("b");
+  const auto b = addAd("b");
   list();
   a->completeOperation();
   list();
 
   addAd("c");
 
-  EXPECT_THAT(networks(), ElementsAre("b", "c"));
+  expectList({"b", "c"});
 }
 
 TEST_F(QueuedReportsTest, OthersComeAfterAllHaveLeft) {
@@ -229,7 +200,7 @@ TEST_F(QueuedReportsTest, OthersComeAfterAllHaveLeft) {
 
   addAd("b");
 
-  EXPECT_THAT(networks(), ElementsAre("b"));
+  expectList({"b"});
 }
 
 TEST_F(QueuedReportsTest, AReportThatHasLeftIsLetGo) {
@@ -251,37 +222,23 @@ TEST_F(QueuedReportsTest, AReportThatIsQueuedAgainIsListedInItsNewPlace) {
   a->completeOperation();
   add(a->report());
 
-  EXPECT_THAT(networks(), ElementsAre("b", "a"));
+  expectList({"b", "a"});
 }
 
 // Reports that are left out.
 
-TEST_F(QueuedReportsTest, ListsNothingOfWhatIsLeft) {
+TEST_F(QueuedReportsTest, ListsNothingOfWhatIsLeftWhichNeedNotBeInTheQueue) {
   const auto a = addAd("a");
   addAd("b");
   const auto c = addAd("c");
 
-  EXPECT_THAT(networks({c->report(), a->report()}), ElementsAre("b"));
-}
-
-TEST_F(QueuedReportsTest, AReportThatWasListedIsLeftOutNext) {
-  const auto a = addAd("a");
-  addAd("b");
-  list();
-
-  EXPECT_THAT(networks({a->report()}), ElementsAre("b"));
-}
-
-TEST_F(QueuedReportsTest, AReportThatWasLeftOutIsListedAgainInItsPlace) {
-  const auto a = addAd("a");
-  addAd("b");
-  list({a->report()});
-
-  EXPECT_THAT(networks(), ElementsAre("a", "b"));
+  expectList({"b"}, {c->report(), a->report()});
+  expectList({"a", "b", "c"}, {adReport("other")});
+  expectList({"b", "c"}, {a->report()});
+  expectList({"a", "b", "c"});
 }
 
 TEST_F(QueuedReportsTest, ASessionReportThatWasLeftOutIsListedAsItIsWhenItComesBack) {
-  const auto session = ZLNSession::initWithStartTime(Date{1000});
   const auto report = ZLNReportSessionStop::reportWithSession(session);
   add(report);
   list();
@@ -290,7 +247,7 @@ TEST_F(QueuedReportsTest, ASessionReportThatWasLeftOutIsListedAsItIsWhenItComesB
 
   const std::vector<Dictionary> listed = list();
 
-  ASSERT_EQ(1u, listed.size());
+  ASSERT_THAT(listed, SizeIs(1));
   EXPECT_EQ("while left", textOf(listed[0], "device"));
 }
 
@@ -298,28 +255,24 @@ TEST_F(QueuedReportsTest, AReportThatHasNoDictionaryIsNotToldOfWhileItIsLeft) {
   const auto odd = std::make_shared<OddReport>(std::nullopt);
   add(odd);
 
-  EXPECT_THAT(networks({odd}), IsEmpty());
+  expectList({}, {odd});
 
-  EXPECT_THAT(newLines(), IsEmpty());
-}
-
-TEST_F(QueuedReportsTest, WhatIsLeftNeedNotBeInTheQueue) {
-  addAd("a");
-
-  EXPECT_THAT(networks({adReport("other")}), ElementsAre("a"));
+  expectLines({});
 }
 
 // What cannot be listed.
 
-TEST_F(QueuedReportsTest, AnOperationOfAnotherKindIsToldOfEachTimeAndSkipped) {
+TEST_F(QueuedReportsTest, AnOperationWithoutAReportIsToldOfEachTimeAndSkipped) {
   addAd("a");
   queue.addOperation(std::make_shared<ForeignOperation>());
+  add(nullptr);
   addAd("b");
 
-  EXPECT_THAT(networks(), ElementsAre("a", "b"));
-  EXPECT_THAT(newLines(), ElementsAre(kUnexpected));
-  EXPECT_THAT(networks(), ElementsAre("a", "b"));
-  EXPECT_THAT(newLines(), ElementsAre(kUnexpected));
+  for (int times = 0; times < 2; ++times) {
+    expectList({"a", "b"});
+    expectLines(
+        {"unexpected report in op queue: foreign operation", "unable to serialize report (null)"});
+  }
 }
 
 TEST_F(QueuedReportsTest, AnOperationOfAnotherKindIsNotToldOfOnceItHasLeft) {
@@ -331,85 +284,48 @@ TEST_F(QueuedReportsTest, AnOperationOfAnotherKindIsNotToldOfOnceItHasLeft) {
   operation->completeOperation();
   list();
 
-  EXPECT_THAT(newLines(), IsEmpty());
+  expectLines({});
 }
 
-TEST_F(QueuedReportsTest, AnOperationWithoutAReportIsToldOfEachTimeAndSkipped) {
-  addAd("a");
-  add(nullptr);
-
-  EXPECT_THAT(networks(), ElementsAre("a"));
-  EXPECT_THAT(newLines(), ElementsAre(kNoReport));
-  EXPECT_THAT(networks(), ElementsAre("a"));
-  EXPECT_THAT(newLines(), ElementsAre(kNoReport));
-}
-
-TEST_F(QueuedReportsTest, AReportWithoutADictionaryIsToldOfEachTimeUntilItHasOne) {
+TEST_F(QueuedReportsTest, AReportIsToldOfEachTimeWhileItHasNoDictionary) {
   const auto odd = std::make_shared<OddReport>(std::nullopt);
   add(odd);
-  list();
-  newLines();
 
-  list();
-
-  EXPECT_THAT(newLines(),
-              ElementsAre("ZLN Session: invalid super serialization (null) ((null))",
-                          "ZLN Session: unable to serialize report <ZLNReportSessionStop: 0x*>"));
+  for (int times = 0; times < 2; ++times) {
+    expectList({});
+    expectLines({"invalid super serialization (null) ((null))",
+                 "unable to serialize report <ZLNReportSessionStop: 0x*>"});
+  }
 
   odd->base = Dictionary{{"network", "sound"}};
 
-  EXPECT_THAT(networks(), ElementsAre("sound"));
-  EXPECT_THAT(newLines(), IsEmpty());
-}
-
-TEST_F(QueuedReportsTest, AReportThatLosesItsDictionaryIsListedNoLonger) {
-  const auto odd = std::make_shared<OddReport>(Dictionary{{"network", "odd"}});
-  add(odd);
-  list();
+  expectList({"sound"});
+  expectLines({});
 
   odd->base = std::nullopt;
 
-  EXPECT_THAT(networks(), IsEmpty());
+  expectList({});
 }
 
 TEST_F(QueuedReportsTest, AReportThatTheFileCannotHoldIsListedSoThatTheListDoesNotFinish) {
   add(std::make_shared<OddReport>(Dictionary{{"odd", Null{}}}));
 
-  image.begin();
-  reports.follow(queue);
-  reports.list({}, image);
-
+  EXPECT_FALSE(makeList());
   EXPECT_EQ(1u, image.count());
-  EXPECT_FALSE(image.finish());
 }
 
 // Elements.
 
-TEST_F(QueuedReportsTest, ASessionReportIsMadeAnewAfterItsSessionHasChanged) {
-  const auto session = ZLNSession::initWithStartTime(Date{1000});
-  session->setDevice("before");
+TEST_F(QueuedReportsTest, ASessionReportIsMadeAnewAfterEachChangeOfItsSession) {
   add(ZLNReportSessionStop::reportWithSession(session));
-  EXPECT_EQ("before", textOf(list().at(0), "device"));
+  for (const char* device : {"before", "first", "second"}) {
+    session->setDevice(device);
 
-  session->setDevice("after");
-
-  EXPECT_EQ("after", textOf(list().at(0), "device"));
-}
-
-TEST_F(QueuedReportsTest, ASessionReportIsMadeAnewAfterEachChange) {
-  const auto session = ZLNSession::initWithStartTime(Date{1000});
-  add(ZLNReportSessionStop::reportWithSession(session));
-  list();
-
-  session->setDevice("first");
-  list();
-  session->setDevice("second");
-
-  EXPECT_EQ("second", textOf(list().at(0), "device"));
+    EXPECT_EQ(device, textOf(list().at(0), "device"));
+  }
 }
 
 TEST_F(QueuedReportsTest, AReportOfTheBeginningIsTheSameElementWhatsoeverTheSessionBecomes) {
-  const auto session = ZLNSession::initWithStartTime(Date{1000});
   const auto report = ZLNReportSessionStart::reportWithSession(session);
   const auto element = report->toElement();
 
@@ -420,7 +336,6 @@ TEST_F(QueuedReportsTest, AReportOfTheBeginningIsTheSameElementWhatsoeverTheSess
 }
 
 TEST_F(QueuedReportsTest, ASessionReportIsTheSameElementUntilItsSessionChanges) {
-  const auto session = ZLNSession::initWithStartTime(Date{1000});
   const auto report = ZLNReportSessionStop::reportWithSession(session);
   const auto element = report->toElement();
 
@@ -431,17 +346,11 @@ TEST_F(QueuedReportsTest, ASessionReportIsTheSameElementUntilItsSessionChanges) 
   EXPECT_NE(element, report->toElement());
 }
 
-TEST_F(QueuedReportsTest, AnUnchangedSessionReportIsTakenOverFromTheLastList) {
-  add(ZLNReportSessionStop::reportWithSession(ZLNSession::initWithStartTime(Date{1000})));
+TEST_F(QueuedReportsTest, ASessionReportIsTakenOverFromTheLastListUntilItsSessionChanges) {
+  add(ZLNReportSessionStop::reportWithSession(session));
   list();
 
   EXPECT_EQ(allBytesOfElements(), unchangedBytes());
-}
-
-TEST_F(QueuedReportsTest, AChangedSessionReportIsNotTakenOverFromTheLastList) {
-  const auto session = ZLNSession::initWithStartTime(Date{1000});
-  add(ZLNReportSessionStop::reportWithSession(session));
-  list();
 
   session->setDevice("other");
 
@@ -455,64 +364,44 @@ TEST_F(QueuedReportsTest, ASessionReportWithoutASessionIsTheSameElementForEver) 
 }
 
 TEST_F(QueuedReportsTest, AnAdReportIsTheSameElementForEver) {
+  const auto before = addAd("before");
   const auto report = adReport("a");
   const auto element = report->toElement();
   report->setTemporaryFailureCount(3);
   add(report);
   list();
+
+  EXPECT_EQ(allBytesOfElements(), unchangedBytes());
+  EXPECT_EQ(element, report->toElement());
+
+  before->completeOperation();
   list();
 
   EXPECT_EQ(element, report->toElement());
 }
 
-TEST_F(QueuedReportsTest, AdReportsAreTakenOverFromTheLastList) {
-  addAd("a");
-  addAd("b");
-  list();
-
-  EXPECT_EQ(allBytesOfElements(), unchangedBytes());
-}
-
-TEST_F(QueuedReportsTest, ReportsBehindOneThatHasLeftAreTheSameElements) {
-  const auto a = addAd("a");
-  const auto b = addAd("b");
-  list();
-  const auto element = b->report()->toElement();
-
-  a->completeOperation();
-  list();
-
-  EXPECT_EQ(element, b->report()->toElement());
-}
-
 // Lines.
 
 TEST_F(QueuedReportsTest, AtVerboseEachListedReportIsToldEachTime) {
-  setLevel(4);
   const auto left = addAd("a");
   addAd("b");
-  add(ZLNReportSessionStop::reportWithSession(ZLNSession::initWithStartTime(Date{1000})));
-  const std::string ad =
-      std::string("ZLN Session: saving report <ZLNReportAdAttempt: 0x*> to ") + kAdAttemptUrl;
+  add(ZLNReportSessionStop::reportWithSession(session));
+  const std::string ad = std::string("saving report <ZLNReportAdAttempt: 0x*> to ") + kAdAttemptUrl;
   const std::string stop =
-      std::string("ZLN Session: saving report <ZLNReportSessionStop: 0x*> to ") + kSessionStopUrl;
-  newLines();
+      std::string("saving report <ZLNReportSessionStop: 0x*> to ") + kSessionStopUrl;
 
   list();
 
-  EXPECT_THAT(newLines(), ElementsAre(ad, ad, stop));
+  expectLines({});
+
+  setLevel(4);
+  list();
+
+  expectLines({ad, ad, stop});
 
   list({left->report()});
 
-  EXPECT_THAT(newLines(), ElementsAre(ad, stop));
-}
-
-TEST_F(QueuedReportsTest, AtDebugListedReportsAreNotTold) {
-  addAd("a");
-
-  list();
-
-  EXPECT_THAT(newLines(), IsEmpty());
+  expectLines({ad, stop});
 }
 
 }  // namespace

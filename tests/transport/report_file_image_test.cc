@@ -46,11 +46,12 @@ constexpr char kTextOfTwo[] =
 </plist>
 )";
 
-// The bytes before the root element, those of the line that begins an array, and those of an
-// element with one letter.
-constexpr std::size_t kHead = 164;
-constexpr std::size_t kBegin = 8;
-constexpr std::size_t kLetter = 20;
+// Where the root element begins, and the first four elements with one letter.
+constexpr std::size_t kRoot = 164;
+constexpr std::size_t kFirst = 172;
+constexpr std::size_t kSecond = 192;
+constexpr std::size_t kThird = 212;
+constexpr std::size_t kFourth = 232;
 
 Element element(const std::string& name) {
   return std::make_shared<const ReportElement>(ReportElement{"\t<string>" + name + "</string>\n"});
@@ -85,28 +86,24 @@ class ReportFileImageTest : public testing::Test {
   const Element b = element("b");
   const Element c = element("c");
   const Element d = element("d");
+  // So long that a gap before it is not closed.
+  const Element last = element(std::string(20'000, 'x'));
   ReportFileImage image;
 };
 
-TEST_F(ReportFileImageTest, AnEmptyListIsAnEmptyArray) {
-  EXPECT_TRUE(list({}));
+TEST_F(ReportFileImageTest, ElementsStandInAnArrayInTheirOrder) {
+  struct Row {
+    List elements;
+    const char* text;
+  };
+  for (const auto& [elements, text] :
+       std::vector<Row>{{{}, kEmptyText}, {{a}, kTextOfOne}, {{a, b}, kTextOfTwo}}) {
+    EXPECT_TRUE(list(elements));
 
-  EXPECT_EQ(kEmptyText, image.text());
-  EXPECT_EQ(0u, image.count());
-}
-
-TEST_F(ReportFileImageTest, OneElementStandsInAnArray) {
-  EXPECT_TRUE(list({a}));
-
-  EXPECT_EQ(kTextOfOne, image.text());
-  EXPECT_EQ(1u, image.count());
-}
-
-TEST_F(ReportFileImageTest, TwoElementsStandInTheirOrder) {
-  EXPECT_TRUE(list({a, b}));
-
-  EXPECT_EQ(kTextOfTwo, image.text());
-  EXPECT_EQ(2u, image.count());
+    EXPECT_EQ(text, image.text());
+    EXPECT_EQ(elements.size(), image.count());
+    EXPECT_EQ(text, freshText(elements));
+  }
 }
 
 TEST_F(ReportFileImageTest, TheSameElementMayStandTwice) {
@@ -115,54 +112,36 @@ TEST_F(ReportFileImageTest, TheSameElementMayStandTwice) {
   EXPECT_EQ(freshText({element("a"), element("a")}), image.text());
 }
 
-TEST_F(ReportFileImageTest, TheSameListGivesTheSameText) {
-  write({a, b});
+// After a list that was written, the next one: its text, and where it begins to differ.
+TEST_F(ReportFileImageTest, AListFollowsAnotherOneAndTellsHowMuchIsUnchanged) {
+  struct Row {
+    List before;
+    List after;
+    std::size_t unchanged;
+  };
+  const std::vector<Row> rows = {{{}, {a}, kRoot},
+                                 {{a}, {}, kRoot},
+                                 {{a}, {a, b}, kSecond},
+                                 {{a, b}, {a, b}, kThird},
+                                 {{a, b}, {a, b, c}, kThird},
+                                 {{c, a, b}, {a, b}, kFirst},
+                                 {{a, c, b}, {a, b}, kSecond},
+                                 {{a, b, c}, {a, b}, kThird},
+                                 {{a, c}, {a, b}, kSecond},
+                                 {{a, b, c}, {a, d, c}, kSecond},
+                                 // Told apart by what they are and not by their text.
+                                 {{a, b}, {element("a"), b}, kRoot}};
+  for (std::size_t row = 0; row < rows.size(); ++row) {
+    SCOPED_TRACE(row);
+    image = ReportFileImage();
+    write(rows[row].before);
 
-  EXPECT_TRUE(list({a, b}));
+    EXPECT_TRUE(list(rows[row].after));
 
-  EXPECT_EQ(kTextOfTwo, image.text());
-  EXPECT_EQ(2u, image.count());
-}
-
-TEST_F(ReportFileImageTest, AnElementIsAppended) {
-  write({a});
-
-  EXPECT_TRUE(list({a, b}));
-
-  EXPECT_EQ(kTextOfTwo, image.text());
-}
-
-TEST_F(ReportFileImageTest, AnElementGoesFromTheFront) {
-  write({c, a, b});
-
-  EXPECT_TRUE(list({a, b}));
-
-  EXPECT_EQ(kTextOfTwo, image.text());
-  EXPECT_EQ(kHead + kBegin, image.unchanged().head);
-}
-
-TEST_F(ReportFileImageTest, AnElementGoesFromTheMiddle) {
-  write({a, c, b});
-
-  EXPECT_TRUE(list({a, b}));
-
-  EXPECT_EQ(kTextOfTwo, image.text());
-}
-
-TEST_F(ReportFileImageTest, AnElementGoesFromTheEnd) {
-  write({a, b, c});
-
-  EXPECT_TRUE(list({a, b}));
-
-  EXPECT_EQ(kTextOfTwo, image.text());
-}
-
-TEST_F(ReportFileImageTest, AnElementIsReplaced) {
-  write({a, c});
-
-  EXPECT_TRUE(list({a, b}));
-
-  EXPECT_EQ(kTextOfTwo, image.text());
+    EXPECT_EQ(freshText(rows[row].after), image.text());
+    EXPECT_EQ(rows[row].after.size(), image.count());
+    EXPECT_EQ(rows[row].unchanged, image.unchanged().head);
+  }
 }
 
 TEST_F(ReportFileImageTest, AnEmptyListGetsAnElementAndLosesItAgain) {
@@ -174,15 +153,6 @@ TEST_F(ReportFileImageTest, AnEmptyListGetsAnElementAndLosesItAgain) {
   write({});
 
   EXPECT_EQ(kEmptyText, image.text());
-}
-
-TEST_F(ReportFileImageTest, ElementsAreToldApartByWhatTheyAreAndNotByTheirText) {
-  write({a, b});
-
-  EXPECT_TRUE(list({element("a"), b}));
-
-  EXPECT_EQ(kTextOfTwo, image.text());
-  EXPECT_EQ(kHead, image.unchanged().head);
 }
 
 // Unchanged bytes.
@@ -199,68 +169,28 @@ TEST_F(ReportFileImageTest, NothingIsUnchangedBeforeAnythingIsWritten) {
   EXPECT_EQ(0u, image.unchanged().head);
 }
 
-TEST_F(ReportFileImageTest, AllElementsOfTheSameListAreUnchanged) {
-  write({a, b});
+TEST_F(ReportFileImageTest, UnchangedBytesAreThoseOfTheTextWrittenLastWhateverHasFailedSince) {
+  struct Row {
+    List written;
+    List failed;
+    List next;
+    std::size_t unchanged;
+  };
+  const std::vector<Row> rows = {{{a}, {a, b}, {a, b, c}, kSecond},
+                                 // What comes back had been cut.
+                                 {{a, b}, {a, c}, {a, b}, kSecond},
+                                 {{a, b}, {textless(), c, d}, {a, b}, kRoot}};
+  for (std::size_t row = 0; row < rows.size(); ++row) {
+    SCOPED_TRACE(row);
+    image = ReportFileImage();
+    write(rows[row].written);
+    list(rows[row].failed);
 
-  list({a, b});
+    EXPECT_TRUE(list(rows[row].next));
 
-  EXPECT_EQ(kHead + kBegin + 2 * kLetter, image.unchanged().head);
-}
-
-TEST_F(ReportFileImageTest, WhatStandsBeforeAnAppendedElementIsUnchanged) {
-  write({a, b});
-
-  list({a, b, c});
-
-  EXPECT_EQ(kHead + kBegin + 2 * kLetter, image.unchanged().head);
-}
-
-TEST_F(ReportFileImageTest, WhatStandsBeforeAnElementThatHasGoneIsUnchanged) {
-  write({a, b, c});
-
-  list({a, c});
-
-  EXPECT_EQ(kHead + kBegin + kLetter, image.unchanged().head);
-}
-
-TEST_F(ReportFileImageTest, WhatStandsBeforeAReplacedElementIsUnchanged) {
-  write({a, b, c});
-
-  list({a, d, c});
-
-  EXPECT_EQ(kHead + kBegin + kLetter, image.unchanged().head);
-}
-
-TEST_F(ReportFileImageTest, OnlyTheHeadIsUnchangedWhenTheFirstElementComesOrGoes) {
-  write({});
-
-  list({a});
-
-  EXPECT_EQ(kHead, image.unchanged().head);
-
-  image.written();
-  list({});
-
-  EXPECT_EQ(kHead, image.unchanged().head);
-}
-
-TEST_F(ReportFileImageTest, AfterAFailedWriteUnchangedBytesAreThoseOfTheTextWrittenLast) {
-  write({a});
-
-  list({a, b});
-  list({a, b, c});
-
-  EXPECT_EQ(kHead + kBegin + kLetter, image.unchanged().head);
-}
-
-TEST_F(ReportFileImageTest, WhatAFailedWriteHasCutIsNotUnchangedWhenItComesBack) {
-  write({a, b});
-
-  list({a, c});
-  list({a, b});
-
-  EXPECT_EQ(kTextOfTwo, image.text());
-  EXPECT_EQ(kHead + kBegin + kLetter, image.unchanged().head);
+    EXPECT_EQ(freshText(rows[row].next), image.text());
+    EXPECT_EQ(rows[row].unchanged, image.unchanged().head);
+  }
 }
 
 TEST_F(ReportFileImageTest, AWriteAfterAFailedOneMakesAllElementsUnchangedAgain) {
@@ -270,106 +200,78 @@ TEST_F(ReportFileImageTest, AWriteAfterAFailedOneMakesAllElementsUnchangedAgain)
   write({a, b});
   list({a, b, c});
 
-  EXPECT_EQ(kHead + kBegin + 2 * kLetter, image.unchanged().head);
+  EXPECT_EQ(kThird, image.unchanged().head);
 }
 
 // Elements without text.
 
-TEST_F(ReportFileImageTest, AListWithAnElementThatTheFileCannotHoldDoesNotFinish) {
-  EXPECT_FALSE(list({a, textless(), b}));
-
-  EXPECT_EQ(3u, image.count());
-}
-
-TEST_F(ReportFileImageTest, AnElementThatTheFileCannotHoldAloneDoesNotFinish) {
+TEST_F(ReportFileImageTest, AListDoesNotFinishUntilTheElementThatTheFileCannotHoldIsGone) {
   EXPECT_FALSE(list({textless()}));
-}
+  EXPECT_FALSE(list({a, textless(), b}));
+  EXPECT_EQ(3u, image.count());
 
-TEST_F(ReportFileImageTest, AListOfOldElementsAndOneThatTheFileCannotHoldDoesNotFinish) {
   write({a, b});
 
   EXPECT_FALSE(list({a, b, textless()}));
-}
-
-TEST_F(ReportFileImageTest, TheListFinishesAgainOnceTheElementThatTheFileCannotHoldIsGone) {
-  write({a, b});
-  list({a, textless(), b});
-
+  EXPECT_FALSE(list({a, textless(), b}));
   EXPECT_TRUE(list({a, b}));
-
   EXPECT_EQ(kTextOfTwo, image.text());
   EXPECT_EQ(2u, image.count());
 }
 
-TEST_F(ReportFileImageTest, UnchangedBytesStayRightAfterAListThatDidNotFinish) {
-  write({a, b});
-  list({textless(), c, d});
-
-  list({a, b});
-
-  EXPECT_EQ(kHead, image.unchanged().head);
-}
-
 // Long lists.
 
-// So many bytes that a gap before them is not closed.
-const std::string kLongName(20'000, 'x');
-
 TEST_F(ReportFileImageTest, BlanksTakeThePlaceOfAnElementThatMuchStandsBehind) {
-  const Element last = element(kLongName);
   write({a, b, last});
   const std::string before(image.text());
 
   EXPECT_TRUE(list({a, last}));
 
   std::string expected = before;
-  expected.replace(kHead + kBegin + kLetter, kLetter, std::string(kLetter - 1, ' ') + "\n");
+  expected.replace(kSecond, 20, std::string(19, ' ') + "\n");
   EXPECT_EQ(expected, image.text());
   EXPECT_EQ(2u, image.count());
-  EXPECT_EQ(kHead + kBegin + kLetter, image.unchanged().head);
-  EXPECT_EQ(before.size() - kHead - kBegin - 2 * kLetter, image.unchanged().tail);
+  EXPECT_EQ(kSecond, image.unchanged().head);
+  EXPECT_EQ(before.size() - kThird, image.unchanged().tail);
 }
 
 TEST_F(ReportFileImageTest, OfTwoGapsThatMeetOnlyTheNewOneIsWritten) {
-  const Element last = element(kLongName);
   write({a, b, c, last});
   write({b, c, last});
 
   list({c, last});
 
-  EXPECT_EQ(kHead + kBegin + kLetter, image.unchanged().head);
-  EXPECT_EQ(image.text().size() - kHead - kBegin - 2 * kLetter, image.unchanged().tail);
+  EXPECT_EQ(kSecond, image.unchanged().head);
+  EXPECT_EQ(image.text().size() - kThird, image.unchanged().tail);
 }
 
 TEST_F(ReportFileImageTest, TwoGapsOfAFailedWriteAreWrittenTogether) {
-  const Element last = element(kLongName);
   write({a, b, c, last});
 
   list({b, c, last});
   list({b, last});
 
-  EXPECT_EQ(kHead + kBegin, image.unchanged().head);
-  EXPECT_EQ(image.text().size() - kHead - kBegin - 3 * kLetter, image.unchanged().tail);
+  EXPECT_EQ(kFirst, image.unchanged().head);
+  EXPECT_EQ(image.text().size() - kFourth, image.unchanged().tail);
 }
 
 TEST_F(ReportFileImageTest, NothingAtTheEndIsUnchangedWhenTheSizeChanges) {
-  const Element last = element(kLongName);
   write({a, b, last});
 
   list({b, last, c});
 
-  EXPECT_EQ(kHead + kBegin, image.unchanged().head);
+  EXPECT_EQ(kFirst, image.unchanged().head);
   EXPECT_EQ(0u, image.unchanged().tail);
 }
 
 TEST_F(ReportFileImageTest, BlanksGoOnceTheyAreMoreThanTheElements) {
-  const Element last = element(kLongName);
-  write({element(kLongName), element(kLongName), a, last});
+  const std::string longName(20'000, 'x');
+  write({element(longName), element(longName), a, last});
 
   EXPECT_TRUE(list({a, last}));
 
   EXPECT_EQ(freshText({a, last}), image.text());
-  EXPECT_EQ(kHead + kBegin, image.unchanged().head);
+  EXPECT_EQ(kFirst, image.unchanged().head);
   EXPECT_EQ(0u, image.unchanged().tail);
 }
 
@@ -400,8 +302,9 @@ TEST_F(ReportFileImageTest, AListThatHasBecomeShortGetsFreshMemoryOnce) {
 }
 
 TEST_F(ReportFileImageTest, BlanksGoWithTheElementsBehindThem) {
-  write({a, b, element(kLongName)});
-  write({b, element(kLongName)});
+  const std::string longName(20'000, 'x');
+  write({a, b, element(longName)});
+  write({b, element(longName)});
 
   write({b});
 

@@ -1,19 +1,17 @@
 #pragma once
 
-#include <algorithm>
-#include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
-#include <string_view>
 #include <utility>
-#include <vector>
 
 #include "platform/property_list.h"
 #include "platform/value.h"
 #include "reports/ZLNReportAdAttempt.h"
 #include "reports/ZLNReportSessionStop.h"
 #include "tests/support/host_fixture.h"
+#include "transport/ZLNAsynchronousOperation.h"
 
 namespace zln {
 
@@ -30,6 +28,12 @@ class OddReport : public ZLNReportSessionStop {
 
  protected:
   std::optional<Value> superSerialization() const override { return base; }
+};
+
+// A place in the queue that is no report's.
+class ForeignOperation : public ZLNAsynchronousOperation {
+ public:
+  std::string description() const override { return "foreign operation"; }
 };
 
 // An installation with its folders, a user identifier and settings that are not stale. The first ad
@@ -53,30 +57,6 @@ class ReportingTest : public HostTest {
 
   static std::shared_ptr<ZLNReportAdAttempt> adReport(const std::string& network = "net") {
     return ZLNReportAdAttempt::reportWithNetwork(network, "banner", false);
-  }
-
-  // The lines of the log since it was last asked, with "0x*" in place of every address.
-  std::vector<std::string> newLines() {
-    std::vector<std::string> lines = log().lines();
-    log().clear();
-    for (std::string& line : lines) line = withoutAddresses(line);
-    return lines;
-  }
-
- private:
-  // An address is the last thing in the text of an object: "<ZLNReportAdAttempt: 0x5581f0>".
-  static std::string withoutAddresses(std::string_view line) {
-    std::string text;
-    while (!line.empty()) {
-      const std::size_t start = std::min(line.find("0x"), line.size());
-      const std::size_t end = line.find_first_not_of("0123456789abcdef", start + 2);
-      const bool isAddress = end != std::string_view::npos && line[end] == '>';
-      text += line.substr(0, start);
-      if (start == line.size()) break;
-      text += isAddress ? "0x*" : "0x";
-      line.remove_prefix(isAddress ? end : start + 2);
-    }
-    return text;
   }
 };
 
