@@ -7,7 +7,9 @@
 #include <functional>
 #include <limits>
 #include <memory>
+#include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "config/ZLNReportingConfig.h"
@@ -21,6 +23,16 @@ namespace {
 
 using testing::ElementsAre;
 using testing::IsEmpty;
+using testing::SizeIs;
+
+constexpr char kStarting[] = "Starting background task";
+constexpr char kStarted[] = "Started background task 1";
+constexpr char kFirstStep[] = "Time left: 999.000000";
+constexpr char kSending[] = "Sending stop report from background task 1";
+constexpr char kStopped[] = "Stopped background task 1";
+constexpr char kEnded[] = "end monitor background task 1";
+constexpr char kEndedOnDealloc[] = "end monitor background task (on dealloc) 1";
+constexpr char kKilled[] = "Background task is getting killed 1";
 
 // Counts how often it is told, and by whom.
 class Delegate : public ZLNSessionBackgroundMonitorDelegate {
@@ -37,12 +49,13 @@ class Delegate : public ZLNSessionBackgroundMonitorDelegate {
 
 class ZLNReportBackgroundMonitorTest : public HostTest {
  protected:
-  void SetUp() override { beginMonitoring(); }
+  ZLNReportBackgroundMonitorTest() { beginMonitoring(); }
 
   // The settings stand before the monitor reads them, so that the log holds its lines only.
   void beginMonitoring() {
     ZLNDirectories::makeDirectories();
     ZLNReportingConfig::sharedConfig();
+    newLines();
     setLevel(5);
   }
 
@@ -58,55 +71,64 @@ class ZLNReportBackgroundMonitorTest : public HostTest {
     env.dispatch.runGlobal();
   }
 
+  void makeMonitorAndGoToBackground() {
+    makeMonitor();
+    goToBackground();
+  }
+
+  // The same without a limit, in a process in which something happens when that line is logged.
+  void goToBackgroundActingAt(const std::string& beginning, std::function<void()> act) {
+    hooked.emplace(env);
+    beginMonitoring();
+    setLimit(0);
+    hooked->when("ZLN Session: " + beginning, std::move(act));
+    makeMonitorAndGoToBackground();
+  }
+
+  // How many steps a monitor made now waits.
+  double steps() {
+    const double before = env.clock.slept();
+    makeMonitorAndGoToBackground();
+    EXPECT_THAT(std::exchange(delegate->told, {}), ElementsAre(monitor.get()));
+    return env.clock.slept() - before;
+  }
+
+  std::optional<HookedProcess> hooked;
   std::shared_ptr<Delegate> delegate = std::make_shared<Delegate>();
   std::shared_ptr<ZLNReportBackgroundMonitor> monitor;
 };
 
-TEST_F(ZLNReportBackgroundMonitorTest, ANewMonitorIsArmed) {
+TEST_F(ZLNReportBackgroundMonitorTest, OnlyTheBackgroundStartsTheWorkerWhichRunsByItself) {
   makeMonitor();
 
   EXPECT_EQ(kBackgroundTaskInvalid, monitor->uploadTask());
   EXPECT_EQ(delegate, monitor->delegate());
-  EXPECT_EQ(0u, env.dispatch.globalCount());
-  EXPECT_EQ(0u, env.backgroundTasks.begun());
-  EXPECT_THAT(log().lines(), IsEmpty());
-}
-
-TEST_F(ZLNReportBackgroundMonitorTest, OnlyTheBackgroundStartsTheWorker) {
-  makeMonitor();
 
   env.app.resignActive();
   env.app.becomeActive();
   env.app.enterForeground();
   env.app.terminate();
+
   EXPECT_EQ(0u, env.dispatch.globalCount());
+  expectLines({"Config is not stale. Update skipped."});
 
   env.app.enterBackground();
+
   EXPECT_EQ(1u, env.dispatch.globalCount());
-}
-
-TEST_F(ZLNReportBackgroundMonitorTest, TheNotificationDoesNotWaitForTheWorker) {
-  makeMonitor();
-
-  env.app.enterBackground();
-
-  EXPECT_THAT(log().lines(), IsEmpty());
+  expectLines({});
   EXPECT_EQ(0u, env.backgroundTasks.begun());
 }
 
 TEST_F(ZLNReportBackgroundMonitorTest, WithTheDefaultLimitTheDelegateIsToldAfterSixtySteps) {
   env.backgroundTasks.remainingTime = 180.5;
-  makeMonitor();
 
-  goToBackground();
+  makeMonitorAndGoToBackground();
 
-  std::vector<std::string> expected = {"ZLN Session: Starting background task",
-                                       "ZLN Session: Started background task 1",
-                                       "ZLN Session: Time left: 999.000000"};
-  expected.insert(expected.end(), 59, "ZLN Session: Time left: 180.500000");
-  expected.push_back("ZLN Session: Sending stop report from background task 1");
-  expected.push_back("ZLN Session: Stopped background task 1");
-  EXPECT_EQ(expected, log().lines());
+  std::vector<std::string> expected = {kStarting, kStarted, kFirstStep};
+  expected.insert(expected.end(), 59, "Time left: 180.500000");
+  expected.push_back(kSending);
+  expected.push_back(kStopped);
+  EXPECT_EQ(expected, newLines());
   EXPECT_EQ(60.0, env.clock.slept());
   EXPECT_THAT(delegate->told, ElementsAre(monitor.get()));
   EXPECT_EQ(kBackgroundTaskInvalid, monitor->uploadTask());
@@ -117,201 +139,139 @@ TEST_F(ZLNReportBackgroundMonitorTest, TheTimeLeftIsAskedForAfterEachStep) {
   setLimit(3);
   env.backgroundTasks.remainingTime = 500;
   env.clock.at(1.5, [&] { env.backgroundTasks.remainingTime = 30.25; });
-  makeMonitor();
 
-  goToBackground();
+  makeMonitorAndGoToBackground();
 
-  EXPECT_THAT(
-      log().lines(),
-      ElementsAre("ZLN Session: Starting background task", "ZLN Session: Started background task 1",
-                  "ZLN Session: Time left: 999.000000", "ZLN Session: Time left: 500.000000",
-                  "ZLN Session: Time left: 30.250000",
-                  "ZLN Session: Sending stop report from background task 1",
-                  "ZLN Session: Stopped background task 1"));
+  expectLines({kStarting, kStarted, kFirstStep, "Time left: 500.000000", "Time left: 30.250000",
+               kSending, kStopped});
 }
 
 TEST_F(ZLNReportBackgroundMonitorTest, StepsAreSuperVerboseAndTheRestIsDebug) {
   setLimit(1);
-  setLevel(4);
-  makeMonitor();
+  for (const std::uint64_t level : {4u, 3u}) {
+    setLevel(level);
+    makeMonitorAndGoToBackground();
+    const std::string task = std::to_string(env.backgroundTasks.begun());
+    expectLines({kStarting, "Started background task " + task, "Stopped background task " + task});
+  }
 
-  goToBackground();
-
-  EXPECT_THAT(log().lines(), ElementsAre("ZLN Session: Starting background task",
-                                         "ZLN Session: Started background task 1",
-                                         "ZLN Session: Stopped background task 1"));
-}
-
-TEST_F(ZLNReportBackgroundMonitorTest, TheMonitorIsSilentBelowDebug) {
-  setLimit(1);
   setLevel(2);
-  makeMonitor();
+  delegate->told.clear();
+  makeMonitorAndGoToBackground();
 
-  goToBackground();
-
-  EXPECT_THAT(log().lines(), IsEmpty());
-  EXPECT_EQ(1u, delegate->told.size());
+  expectLines({});
+  EXPECT_THAT(delegate->told, SizeIs(1));
 }
 
-struct Limit {
-  const char* name;
-  float seconds;
-  double steps;
-};
+TEST_F(ZLNReportBackgroundMonitorTest, TheLimitDecidesHowManyStepsAreWaited) {
+  struct Row {
+    float limit;
+    double steps;
+  };
+  for (const auto& [limit, expected] :
+       std::vector<Row>{{-1.0f, 0},
+                        {0.0f, 0},
+                        {0.001f, 1},
+                        {1.0f, 1},
+                        {2.0f, 2},
+                        {2.5f, 3},
+                        {61.0f, 61},
+                        {std::numeric_limits<float>::quiet_NaN(), 0}}) {
+    setLimit(limit);
 
-class ZLNReportBackgroundMonitorLimitTest : public ZLNReportBackgroundMonitorTest,
-                                            public testing::WithParamInterface<Limit> {};
-
-TEST_P(ZLNReportBackgroundMonitorLimitTest, DecidesHowManyStepsAreWaited) {
-  setLimit(GetParam().seconds);
-  makeMonitor();
-
-  goToBackground();
-
-  EXPECT_EQ(GetParam().steps, env.clock.slept());
-  EXPECT_THAT(delegate->told, ElementsAre(monitor.get()));
+    EXPECT_EQ(expected, steps()) << limit;
+  }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Limits, ZLNReportBackgroundMonitorLimitTest,
-    testing::Values(Limit{"Negative", -1.0f, 0}, Limit{"Zero", 0.0f, 0},
-                    Limit{"AMillisecond", 0.001f, 1}, Limit{"One", 1.0f, 1}, Limit{"Two", 2.0f, 2},
-                    Limit{"TwoAndAHalf", 2.5f, 3}, Limit{"SixtyOne", 61.0f, 61},
-                    Limit{"NoNumber", std::numeric_limits<float>::quiet_NaN(), 0}),
-    [](const auto& parameter) { return std::string(parameter.param.name); });
 
 TEST_F(ZLNReportBackgroundMonitorTest, WithoutALimitTheDelegateIsToldAtOnce) {
   setLimit(0);
-  makeMonitor();
 
-  goToBackground();
+  makeMonitorAndGoToBackground();
 
-  EXPECT_THAT(log().lines(), ElementsAre("ZLN Session: Starting background task",
-                                         "ZLN Session: Started background task 1",
-                                         "ZLN Session: Sending stop report from background task 1",
-                                         "ZLN Session: Stopped background task 1"));
+  expectLines({kStarting, kStarted, kSending, kStopped});
   EXPECT_EQ(0.0, env.clock.slept());
   EXPECT_THAT(delegate->told, ElementsAre(monitor.get()));
 }
 
 TEST_F(ZLNReportBackgroundMonitorTest, EightSecondsLeftEndTheWaitAfterTheFirstStep) {
   env.backgroundTasks.remainingTime = 8;
-  makeMonitor();
 
-  goToBackground();
+  makeMonitorAndGoToBackground();
 
-  EXPECT_THAT(log().lines(), ElementsAre("ZLN Session: Starting background task",
-                                         "ZLN Session: Started background task 1",
-                                         "ZLN Session: Time left: 999.000000",
-                                         "ZLN Session: Sending stop report from background task 1",
-                                         "ZLN Session: Stopped background task 1"));
+  expectLines({kStarting, kStarted, kFirstStep, kSending, kStopped});
   EXPECT_EQ(1.0, env.clock.slept());
   EXPECT_THAT(delegate->told, ElementsAre(monitor.get()));
 }
 
-struct TimeLeft {
-  const char* name;
-  double seconds;
-  double steps;
-};
-
-class ZLNReportBackgroundMonitorTimeLeftTest : public ZLNReportBackgroundMonitorTest,
-                                               public testing::WithParamInterface<TimeLeft> {};
-
-TEST_P(ZLNReportBackgroundMonitorTimeLeftTest, EndsTheWaitAtTenSecondsOrLess) {
+TEST_F(ZLNReportBackgroundMonitorTest, TenSecondsOrLessLeftEndTheWait) {
+  struct Row {
+    double left;
+    double steps;
+  };
   setLimit(5);
-  env.backgroundTasks.remainingTime = GetParam().seconds;
-  makeMonitor();
+  for (const auto& [left, expected] :
+       std::vector<Row>{{10.001, 5},
+                        {10, 1},
+                        {0, 1},
+                        {-1, 1},
+                        {std::numeric_limits<double>::infinity(), 5},
+                        {std::numeric_limits<double>::quiet_NaN(), 1}}) {
+    env.backgroundTasks.remainingTime = left;
 
-  goToBackground();
-
-  EXPECT_EQ(GetParam().steps, env.clock.slept());
-  EXPECT_THAT(delegate->told, ElementsAre(monitor.get()));
+    EXPECT_EQ(expected, steps()) << left;
+  }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    TimesLeft, ZLNReportBackgroundMonitorTimeLeftTest,
-    testing::Values(TimeLeft{"MoreThanTen", 10.001, 5}, TimeLeft{"Ten", 10, 1},
-                    TimeLeft{"Zero", 0, 1}, TimeLeft{"Negative", -1, 1},
-                    TimeLeft{"Endless", std::numeric_limits<double>::infinity(), 5},
-                    TimeLeft{"NoNumber", std::numeric_limits<double>::quiet_NaN(), 1}),
-    [](const auto& parameter) { return std::string(parameter.param.name); });
 
 TEST_F(ZLNReportBackgroundMonitorTest, TimeThatRunsLowOnTheWayEndsTheWait) {
   env.backgroundTasks.remainingTime = 25;
   env.clock.at(14.5, [&] { env.backgroundTasks.remainingTime = 10; });
-  makeMonitor();
 
-  goToBackground();
-
-  EXPECT_EQ(15.0, env.clock.slept());
-  EXPECT_THAT(delegate->told, ElementsAre(monitor.get()));
+  EXPECT_EQ(15.0, steps());
 }
 
-TEST_F(ZLNReportBackgroundMonitorTest, ALimitThatIsChangedDuringTheWaitHasNoEffect) {
+TEST_F(ZLNReportBackgroundMonitorTest, TheLimitIsReadWhenTheWorkerBeginsAndNotAgain) {
+  setLimit(5);
+  makeMonitor();
+  env.app.enterBackground();
   setLimit(20);
   env.clock.at(3.5, [&] { setLimit(5); });
   env.clock.at(10.5, [&] { setLimit(100); });
-  makeMonitor();
-
-  goToBackground();
-
-  EXPECT_EQ(20.0, env.clock.slept());
-}
-
-TEST_F(ZLNReportBackgroundMonitorTest, TheLimitIsReadWhenTheWorkerBegins) {
-  setLimit(20);
-  makeMonitor();
-  env.app.enterBackground();
-  setLimit(2);
 
   env.dispatch.runGlobal();
 
-  EXPECT_EQ(2.0, env.clock.slept());
+  EXPECT_EQ(20.0, env.clock.slept());
 }
 
 TEST_F(ZLNReportBackgroundMonitorTest, TheTimeLeftIsAskedForOnTheMainThread) {
   env.clock.at(0.5,
                [&] { env.dispatch.mainAsync([&] { env.backgroundTasks.remainingTime = 8; }); });
-  makeMonitor();
-
-  goToBackground();
 
   // What waited on the main thread has run before the first answer.
-  EXPECT_EQ(1.0, env.clock.slept());
+  EXPECT_EQ(1.0, steps());
 }
 
-TEST_F(ZLNReportBackgroundMonitorTest, TheDelegateIsToldOnTheWorkersThread) {
+TEST_F(ZLNReportBackgroundMonitorTest, TheDelegateIsToldOnTheWorkersThreadWhileTheTaskIsOpen) {
   setLimit(0);
   bool waitingMainTaskRan = false;
+  std::vector<BackgroundTaskId> openWhenTold;
+  BackgroundTaskId taskWhenTold = 0;
   delegate->whenTold = [&] {
     env.dispatch.mainAsync([&] { waitingMainTaskRan = true; });
     // On the main thread this would not wait for the task before it.
     env.dispatch.mainSync([] {});
-  };
-  makeMonitor();
-
-  goToBackground();
-
-  EXPECT_TRUE(waitingMainTaskRan);
-}
-
-TEST_F(ZLNReportBackgroundMonitorTest, TheTaskIsOpenWhileTheDelegateIsTold) {
-  setLimit(0);
-  std::vector<BackgroundTaskId> openWhenTold;
-  BackgroundTaskId taskWhenTold = 0;
-  delegate->whenTold = [&] {
     openWhenTold = env.backgroundTasks.open();
     taskWhenTold = monitor->uploadTask();
   };
-  makeMonitor();
 
-  goToBackground();
+  makeMonitorAndGoToBackground();
 
+  EXPECT_TRUE(waitingMainTaskRan);
   EXPECT_THAT(openWhenTold, ElementsAre(1));
   EXPECT_EQ(1u, taskWhenTold);
   EXPECT_THAT(env.backgroundTasks.open(), IsEmpty());
 }
+
+// Cancellation.
 
 TEST_F(ZLNReportBackgroundMonitorTest, CancelDuringTheWaitEndsTheTaskAtOnceAndTellsNobody) {
   std::vector<BackgroundTaskId> openAfterCancel = {99};
@@ -320,15 +280,10 @@ TEST_F(ZLNReportBackgroundMonitorTest, CancelDuringTheWaitEndsTheTaskAtOnceAndTe
     openAfterCancel = env.backgroundTasks.open();
   });
   env.backgroundTasks.remainingTime = 500;
-  makeMonitor();
 
-  goToBackground();
+  makeMonitorAndGoToBackground();
 
-  EXPECT_THAT(
-      log().lines(),
-      ElementsAre("ZLN Session: Starting background task", "ZLN Session: Started background task 1",
-                  "ZLN Session: Time left: 999.000000", "ZLN Session: Time left: 500.000000",
-                  "ZLN Session: end monitor background task 1"));
+  expectLines({kStarting, kStarted, kFirstStep, "Time left: 500.000000", kEnded});
   EXPECT_THAT(openAfterCancel, IsEmpty());
   EXPECT_EQ(2.0, env.clock.slept());
   EXPECT_THAT(delegate->told, IsEmpty());
@@ -337,14 +292,13 @@ TEST_F(ZLNReportBackgroundMonitorTest, CancelDuringTheWaitEndsTheTaskAtOnceAndTe
 }
 
 TEST_F(ZLNReportBackgroundMonitorTest, CancelDuringTheLastStepTellsNobody) {
-  setLimit(3);
-  env.clock.at(2.5, [&] { monitor->cancel(); });
-  makeMonitor();
+  setLimit(1);
+  env.clock.at(0.5, [&] { monitor->cancel(); });
 
-  goToBackground();
+  makeMonitorAndGoToBackground();
 
   EXPECT_THAT(delegate->told, IsEmpty());
-  EXPECT_EQ(0u, log().count("ZLN Session: Sending stop report from background task 1"));
+  expectLines({kStarting, kStarted, kFirstStep, kEnded});
 }
 
 TEST_F(ZLNReportBackgroundMonitorTest, CancelWithoutATaskIsSilent) {
@@ -353,28 +307,12 @@ TEST_F(ZLNReportBackgroundMonitorTest, CancelWithoutATaskIsSilent) {
   monitor->cancel();
   monitor.reset();
 
-  EXPECT_THAT(log().lines(), IsEmpty());
+  expectLines({});
   EXPECT_THAT(env.backgroundTasks.ended(), IsEmpty());
 }
 
 TEST_F(ZLNReportBackgroundMonitorTest, CancelBeforeTheWorkerBeganLeavesItsTaskToTheDisposal) {
-  makeMonitor();
-  env.app.enterBackground();
-
-  monitor->cancel();
-  monitor.reset();
-  env.dispatch.runGlobal();
-
-  EXPECT_THAT(
-      log().lines(),
-      ElementsAre("ZLN Session: Starting background task", "ZLN Session: Started background task 1",
-                  "ZLN Session: end monitor background task (on dealloc) 1"));
-  EXPECT_EQ(0.0, env.clock.slept());
-  EXPECT_THAT(delegate->told, IsEmpty());
-  EXPECT_THAT(env.backgroundTasks.ended(), ElementsAre(1));
-}
-
-TEST_F(ZLNReportBackgroundMonitorTest, ATaskThatTheWorkerLeftOpenLivesAsLongAsTheMonitor) {
+  setLimit(0);
   makeMonitor();
   env.app.enterBackground();
 
@@ -386,7 +324,10 @@ TEST_F(ZLNReportBackgroundMonitorTest, ATaskThatTheWorkerLeftOpenLivesAsLongAsTh
 
   monitor.reset();
 
-  EXPECT_THAT(env.backgroundTasks.open(), IsEmpty());
+  expectLines({kStarting, kStarted, kEndedOnDealloc});
+  EXPECT_EQ(0.0, env.clock.slept());
+  EXPECT_THAT(delegate->told, IsEmpty());
+  EXPECT_THAT(env.backgroundTasks.ended(), ElementsAre(1));
 }
 
 TEST_F(ZLNReportBackgroundMonitorTest, ATaskThatTheWorkerLeftOpenIsEndedByCancel) {
@@ -397,170 +338,96 @@ TEST_F(ZLNReportBackgroundMonitorTest, ATaskThatTheWorkerLeftOpenIsEndedByCancel
 
   monitor->cancel();
 
-  EXPECT_THAT(log().lines(), ElementsAre("ZLN Session: Starting background task",
-                                         "ZLN Session: Started background task 1",
-                                         "ZLN Session: end monitor background task 1"));
+  expectLines({kStarting, kStarted, kEnded});
+  EXPECT_EQ(0.0, env.clock.slept());
   EXPECT_THAT(env.backgroundTasks.ended(), ElementsAre(1));
-}
-
-TEST_F(ZLNReportBackgroundMonitorTest, ACancelledMonitorTellsNobodyEvenWithoutALimit) {
-  setLimit(0);
-  makeMonitor();
-  env.app.enterBackground();
-
-  monitor->cancel();
-  env.dispatch.runGlobal();
-
-  EXPECT_THAT(delegate->told, IsEmpty());
 }
 
 TEST_F(ZLNReportBackgroundMonitorTest, CancelWhileTheDelegateIsToldLeavesNoTaskToStop) {
   setLimit(0);
   delegate->whenTold = [&] { monitor->cancel(); };
-  makeMonitor();
 
-  goToBackground();
+  makeMonitorAndGoToBackground();
 
-  EXPECT_THAT(log().lines(), ElementsAre("ZLN Session: Starting background task",
-                                         "ZLN Session: Started background task 1",
-                                         "ZLN Session: Sending stop report from background task 1",
-                                         "ZLN Session: end monitor background task 1",
-                                         "ZLN Session: Stopped background task 0"));
+  expectLines({kStarting, kStarted, kSending, kEnded, "Stopped background task 0"});
   EXPECT_THAT(env.backgroundTasks.open(), IsEmpty());
 }
 
-TEST_F(ZLNReportBackgroundMonitorTest, EndingTheTaskEndsTheWaitToo) {
-  env.clock.at(0.5, [&] { monitor->endTask(); });
-  makeMonitor();
-
-  goToBackground();
-
-  EXPECT_THAT(log().lines(), ElementsAre("ZLN Session: Starting background task",
-                                         "ZLN Session: Started background task 1",
-                                         "ZLN Session: Time left: 999.000000",
-                                         "ZLN Session: end monitor background task 1"));
-  EXPECT_THAT(delegate->told, IsEmpty());
-}
-
-TEST_F(ZLNReportBackgroundMonitorTest, ATaskIsEndedOnce) {
+TEST_F(ZLNReportBackgroundMonitorTest, EndingTheTaskEndsTheWaitTooAndATaskIsEndedOnce) {
   env.clock.at(0.5, [&] {
     monitor->endTask();
     monitor->endTask();
   });
-  makeMonitor();
 
-  goToBackground();
+  makeMonitorAndGoToBackground();
 
+  expectLines({kStarting, kStarted, kFirstStep, kEnded});
+  EXPECT_THAT(delegate->told, IsEmpty());
   EXPECT_THAT(env.backgroundTasks.ended(), ElementsAre(1));
-  EXPECT_EQ(1u, log().count("ZLN Session: end monitor background task 1"));
 }
+
+TEST_F(ZLNReportBackgroundMonitorTest, CancelBeforeTheTaskIsBegunLeavesItOpen) {
+  goToBackgroundActingAt(kStarting, [&] { monitor->cancel(); });
+
+  expectLines({kStarting, kStarted});
+  EXPECT_THAT(env.backgroundTasks.open(), ElementsAre(1));
+  EXPECT_THAT(delegate->told, IsEmpty());
+}
+
+TEST_F(ZLNReportBackgroundMonitorTest, CancelOnceTheTaskIsBegunEndsIt) {
+  goToBackgroundActingAt(kStarted, [&] { monitor->cancel(); });
+
+  expectLines({kStarting, kStarted, kEnded});
+  EXPECT_THAT(env.backgroundTasks.ended(), ElementsAre(1));
+  EXPECT_THAT(delegate->told, IsEmpty());
+}
+
+// Expiration.
 
 TEST_F(ZLNReportBackgroundMonitorTest, AnExpiredTaskIsForgottenNotEndedAndNobodyIsTold) {
   env.backgroundTasks.remainingTime = 500;
   env.clock.at(1.5, [&] { env.backgroundTasks.expire(1); });
-  makeMonitor();
 
-  goToBackground();
+  makeMonitorAndGoToBackground();
   monitor.reset();
 
-  EXPECT_THAT(
-      log().lines(),
-      ElementsAre("ZLN Session: Starting background task", "ZLN Session: Started background task 1",
-                  "ZLN Session: Time left: 999.000000", "ZLN Session: Time left: 500.000000",
-                  "ZLN Session: Background task is getting killed 1"));
+  expectLines({kStarting, kStarted, kFirstStep, "Time left: 500.000000", kKilled});
   EXPECT_EQ(2.0, env.clock.slept());
   EXPECT_THAT(delegate->told, IsEmpty());
   EXPECT_THAT(env.backgroundTasks.ended(), IsEmpty());
 }
 
 TEST_F(ZLNReportBackgroundMonitorTest, ExpirationDuringTheLastStepTellsNobody) {
-  setLimit(2);
-  env.backgroundTasks.remainingTime = 500;
-  env.clock.at(1.5, [&] { env.backgroundTasks.expire(1); });
-  makeMonitor();
+  setLimit(1);
+  env.clock.at(0.5, [&] { env.backgroundTasks.expire(1); });
 
-  goToBackground();
+  makeMonitorAndGoToBackground();
 
   EXPECT_THAT(delegate->told, IsEmpty());
-  EXPECT_FALSE(log().contains("ZLN Session: Stopped background task 0"));
+  expectLines({kStarting, kStarted, kFirstStep, kKilled});
 }
 
 TEST_F(ZLNReportBackgroundMonitorTest, CancelAfterExpirationEndsNothing) {
   env.clock.at(0.25, [&] { env.backgroundTasks.expire(1); });
   env.clock.at(0.5, [&] { monitor->cancel(); });
-  makeMonitor();
 
-  goToBackground();
+  makeMonitorAndGoToBackground();
 
-  EXPECT_THAT(log().lines(), ElementsAre("ZLN Session: Starting background task",
-                                         "ZLN Session: Started background task 1",
-                                         "ZLN Session: Time left: 999.000000",
-                                         "ZLN Session: Background task is getting killed 1"));
+  expectLines({kStarting, kStarted, kFirstStep, kKilled});
   EXPECT_THAT(env.backgroundTasks.ended(), IsEmpty());
 }
 
-TEST_F(ZLNReportBackgroundMonitorTest, CancelBeforeTheTaskIsBegunLeavesItOpen) {
-  HookedProcess process(env);
-  beginMonitoring();
-  process.when("ZLN Session: Starting background task", [&] { monitor->cancel(); });
-  makeMonitor();
-  log().clear();
-
-  goToBackground();
-
-  EXPECT_THAT(log().lines(), ElementsAre("ZLN Session: Starting background task",
-                                         "ZLN Session: Started background task 1"));
-  EXPECT_THAT(env.backgroundTasks.open(), ElementsAre(1));
-  EXPECT_THAT(delegate->told, IsEmpty());
-}
-
-TEST_F(ZLNReportBackgroundMonitorTest, CancelOnceTheTaskIsBegunEndsIt) {
-  HookedProcess process(env);
-  beginMonitoring();
-  process.when("ZLN Session: Started background task 1", [&] { monitor->cancel(); });
-  makeMonitor();
-  log().clear();
-
-  goToBackground();
-
-  EXPECT_THAT(log().lines(), ElementsAre("ZLN Session: Starting background task",
-                                         "ZLN Session: Started background task 1",
-                                         "ZLN Session: end monitor background task 1"));
-  EXPECT_THAT(env.backgroundTasks.ended(), ElementsAre(1));
-  EXPECT_THAT(delegate->told, IsEmpty());
-}
-
 TEST_F(ZLNReportBackgroundMonitorTest, ExpirationBeforeTheFirstStepEndsTheWait) {
-  HookedProcess process(env);
-  beginMonitoring();
-  setLimit(0);
-  process.when("ZLN Session: Started background task 1", [&] { env.backgroundTasks.expire(1); });
-  makeMonitor();
-  log().clear();
+  goToBackgroundActingAt(kStarted, [&] { env.backgroundTasks.expire(1); });
 
-  goToBackground();
-
-  EXPECT_THAT(log().lines(), ElementsAre("ZLN Session: Starting background task",
-                                         "ZLN Session: Started background task 1",
-                                         "ZLN Session: Background task is getting killed 1"));
+  expectLines({kStarting, kStarted, kKilled});
   EXPECT_THAT(delegate->told, IsEmpty());
 }
 
 TEST_F(ZLNReportBackgroundMonitorTest, ExpirationOnceTheTimeIsUpComesTooLate) {
-  HookedProcess process(env);
-  beginMonitoring();
-  setLimit(0);
-  process.when("ZLN Session: Sending stop report", [&] { env.backgroundTasks.expire(1); });
-  makeMonitor();
-  log().clear();
+  goToBackgroundActingAt(kSending, [&] { env.backgroundTasks.expire(1); });
 
-  goToBackground();
-
-  EXPECT_THAT(log().lines(), ElementsAre("ZLN Session: Starting background task",
-                                         "ZLN Session: Started background task 1",
-                                         "ZLN Session: Sending stop report from background task 1",
-                                         "ZLN Session: Background task is getting killed 1",
-                                         "ZLN Session: Stopped background task 0"));
+  expectLines({kStarting, kStarted, kSending, kKilled, "Stopped background task 0"});
   EXPECT_THAT(delegate->told, ElementsAre(monitor.get()));
 }
 
@@ -569,17 +436,13 @@ TEST_F(ZLNReportBackgroundMonitorTest, ExpirationWithoutATaskIsSilent) {
     monitor->setUploadTask(kBackgroundTaskInvalid);
     env.backgroundTasks.expire(1);
   });
-  makeMonitor();
 
-  goToBackground();
+  makeMonitorAndGoToBackground();
 
-  EXPECT_THAT(log().lines(), ElementsAre("ZLN Session: Starting background task",
-                                         "ZLN Session: Started background task 1",
-                                         "ZLN Session: Time left: 999.000000"));
+  expectLines({kStarting, kStarted, kFirstStep});
 }
 
 TEST_F(ZLNReportBackgroundMonitorTest, ExpirationAfterTheMonitorIsGoneIsSilent) {
-  setLimit(0);
   makeMonitor();
   env.app.enterBackground();
   monitor->cancel();
@@ -587,22 +450,22 @@ TEST_F(ZLNReportBackgroundMonitorTest, ExpirationAfterTheMonitorIsGoneIsSilent) 
   // Forgotten by the monitor, still open in the system.
   monitor->setUploadTask(kBackgroundTaskInvalid);
   monitor.reset();
-  log().clear();
+  newLines();
 
   env.backgroundTasks.expire(1);
 
-  EXPECT_THAT(log().lines(), IsEmpty());
+  expectLines({});
 }
+
+// What the system offers.
 
 TEST_F(ZLNReportBackgroundMonitorTest, WhenTheSystemRefusesATaskNobodyIsTold) {
   setLimit(0);
   env.backgroundTasks.nextInvalid = true;
-  makeMonitor();
 
-  goToBackground();
+  makeMonitorAndGoToBackground();
 
-  EXPECT_THAT(log().lines(), ElementsAre("ZLN Session: Starting background task",
-                                         "ZLN Session: Started background task 0"));
+  expectLines({kStarting, "Started background task 0"});
   EXPECT_THAT(delegate->told, IsEmpty());
   EXPECT_THAT(env.backgroundTasks.ended(), IsEmpty());
 }
@@ -611,11 +474,9 @@ TEST_F(ZLNReportBackgroundMonitorTest, WithoutMultitaskingSupportTheMonitorNever
   env.backgroundTasks.offersMultitasking = false;
   makeMonitor();
 
-  goToBackground();
+  env.app.enterBackground();
 
-  EXPECT_THAT(log().lines(), IsEmpty());
-  EXPECT_THAT(delegate->told, IsEmpty());
-  EXPECT_EQ(0u, env.backgroundTasks.begun());
+  EXPECT_EQ(0u, env.dispatch.globalCount());
 }
 
 TEST_F(ZLNReportBackgroundMonitorTest, WithoutBeginTheBackgroundStartsNothing) {
@@ -625,15 +486,13 @@ TEST_F(ZLNReportBackgroundMonitorTest, WithoutBeginTheBackgroundStartsNothing) {
   env.app.enterBackground();
 
   EXPECT_EQ(0u, env.dispatch.globalCount());
-  EXPECT_THAT(log().lines(), IsEmpty());
 }
 
 TEST_F(ZLNReportBackgroundMonitorTest, WithoutEndCancelLeavesTheTaskToTheDisposal) {
   env.backgroundTasks.offersEndTask = false;
   env.clock.at(0.5, [&] { monitor->cancel(); });
-  makeMonitor();
 
-  goToBackground();
+  makeMonitorAndGoToBackground();
 
   EXPECT_THAT(env.backgroundTasks.open(), ElementsAre(1));
   EXPECT_EQ(1u, monitor->uploadTask());
@@ -641,36 +500,23 @@ TEST_F(ZLNReportBackgroundMonitorTest, WithoutEndCancelLeavesTheTaskToTheDisposa
 
   monitor.reset();
 
-  EXPECT_THAT(
-      log().lines(),
-      ElementsAre("ZLN Session: Starting background task", "ZLN Session: Started background task 1",
-                  "ZLN Session: Time left: 999.000000",
-                  "ZLN Session: end monitor background task (on dealloc) 1"));
+  expectLines({kStarting, kStarted, kFirstStep, kEndedOnDealloc});
   EXPECT_THAT(env.backgroundTasks.ended(), ElementsAre(1));
 }
 
-TEST_F(ZLNReportBackgroundMonitorTest, TheDelegateIsHeldWeakly) {
-  makeMonitor();
-  const std::weak_ptr<Delegate> weak = delegate;
+// The delegate, and several workers.
 
-  delegate.reset();
-
-  EXPECT_TRUE(weak.expired());
-  EXPECT_EQ(nullptr, monitor->delegate());
-}
-
-TEST_F(ZLNReportBackgroundMonitorTest, WithoutADelegateTheTaskIsEndedAllTheSame) {
+TEST_F(ZLNReportBackgroundMonitorTest,
+       TheDelegateIsHeldWeaklyAndWithoutItTheTaskIsEndedAllTheSame) {
   setLimit(1);
-  env.clock.at(0.5, [&] { delegate.reset(); });
-  makeMonitor();
+  env.clock.at(0.5, [&] {
+    delegate.reset();
+    EXPECT_EQ(nullptr, monitor->delegate());
+  });
 
-  goToBackground();
+  makeMonitorAndGoToBackground();
 
-  EXPECT_THAT(log().lines(), ElementsAre("ZLN Session: Starting background task",
-                                         "ZLN Session: Started background task 1",
-                                         "ZLN Session: Time left: 999.000000",
-                                         "ZLN Session: Sending stop report from background task 1",
-                                         "ZLN Session: Stopped background task 1"));
+  expectLines({kStarting, kStarted, kFirstStep, kSending, kStopped});
   EXPECT_THAT(env.backgroundTasks.ended(), ElementsAre(1));
 }
 
@@ -698,7 +544,7 @@ TEST_F(ZLNReportBackgroundMonitorTest, TheWorkerKeepsTheMonitorUntilItReturns) {
 
   env.dispatch.runGlobal();
 
-  EXPECT_EQ(1u, delegate->told.size());
+  EXPECT_THAT(delegate->told, SizeIs(1));
   EXPECT_TRUE(weak.expired());
 }
 
@@ -719,7 +565,6 @@ TEST_F(ZLNReportBackgroundMonitorTest, EachTimeInTheBackgroundHasAWorkerAndATask
 
   env.dispatch.runGlobal();
 
-  EXPECT_EQ(2u, env.backgroundTasks.begun());
   EXPECT_THAT(env.backgroundTasks.ended(), ElementsAre(1, 2));
   EXPECT_THAT(delegate->told, ElementsAre(monitor.get(), monitor.get()));
 }
@@ -735,30 +580,25 @@ TEST_F(ZLNReportBackgroundMonitorTest, ASecondWorkerTakesTheFirstOnesTaskAway) {
   env.dispatch.runGlobal();
 
   // The first one finds no task and returns; its own stays open.
-  EXPECT_EQ(1u, delegate->told.size());
+  EXPECT_THAT(delegate->told, SizeIs(1));
   EXPECT_THAT(env.backgroundTasks.ended(), ElementsAre(2));
   EXPECT_THAT(env.backgroundTasks.open(), ElementsAre(1));
 }
 
-TEST_F(ZLNReportBackgroundMonitorTest, TheTextNamesTheMonitorAndItsTask) {
+TEST_F(ZLNReportBackgroundMonitorTest, TheTextNamesTheMonitorAndItsTaskAsA32BitInteger) {
   makeMonitor();
+  const std::string text =
+      "background task monitor " + addressText(monitor.get()) + " with task id ";
 
-  EXPECT_EQ("background task monitor " + addressText(monitor.get()) + " with task id 0",
-            monitor->description());
+  EXPECT_EQ(text + "0", monitor->description());
 
   monitor->setUploadTask(7);
 
-  EXPECT_EQ("background task monitor " + addressText(monitor.get()) + " with task id 7",
-            monitor->description());
-}
-
-TEST_F(ZLNReportBackgroundMonitorTest, TheTextShowsTheTaskAsA32BitInteger) {
-  makeMonitor();
+  EXPECT_EQ(text + "7", monitor->description());
 
   monitor->setUploadTask(std::numeric_limits<std::uint64_t>::max());
 
-  EXPECT_EQ("background task monitor " + addressText(monitor.get()) + " with task id -1",
-            monitor->description());
+  EXPECT_EQ(text + "-1", monitor->description());
 }
 
 }  // namespace

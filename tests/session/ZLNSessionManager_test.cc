@@ -3,9 +3,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <initializer_list>
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "config/ZLNReportingConfig.h"
@@ -24,10 +26,18 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::SizeIs;
 
+constexpr char kFirstSent[] = "com.zelnor.firstSessionSent";
+
+// The session of a test's process: new, after thirty seconds of use, and stopped then.
+constexpr char kNew[] = "session: [2023-11-14 22:13:20 +0000 - (null)] 0.000000 sec.";
+constexpr char kUsed[] = "session: [2023-11-14 22:13:20 +0000 - (null)] 30.000000 sec.";
+constexpr char kOver[] =
+    "session: [2023-11-14 22:13:20 +0000 - 2023-11-14 22:13:50 +0000] 30.000000 sec.";
+
 // The clock stands at 2023-11-14 22:13:20 when a test begins; all that is sent is accepted.
 class ZLNSessionManagerTest : public HostTest {
  protected:
-  void SetUp() override {
+  ZLNSessionManagerTest() {
     env.http.always([](const HttpRequest&) { return okReply("{\"success\":true}"); });
   }
 
@@ -47,8 +57,9 @@ class ZLNSessionManagerTest : public HostTest {
   // The same on an installation that has had its first session. Nothing has been sent yet by this
   // process but the start report.
   void startLater() {
-    env.defaults.set("com.zelnor.firstSessionSent", Number::boolean(true));
+    env.defaults.set(kFirstSent, Number::boolean(true));
     start();
+    session = manager->session();
   }
 
   void beginNextProcess() {
@@ -58,27 +69,57 @@ class ZLNSessionManagerTest : public HostTest {
     start();
   }
 
+  void useFor(double seconds) {
+    env.clock.advance(seconds);
+    env.app.resignActive();
+  }
+
+  void returnAt(double secondsSince1970) {
+    env.clock.set(secondsSince1970);
+    env.app.becomeActive();
+  }
+
   // The lines of sessions, their manager and its monitors: those of settings and sending are left
   // out.
-  std::vector<std::string> sessionLines() {
-    std::vector<std::string> found;
-    for (const std::string& line : log().lines()) {
-      bool isOther = false;
-      for (const char* other : {"Config ", "config params", "queue report ", "transmit reports",
-                                "saved ", "saving report ", "sending report", "posting report",
-                                "report ", "manager background task"}) {
-        isOther = isOther || line.starts_with(std::string("ZLN Session: ") + other);
-      }
-      if (!isOther) found.push_back(line);
+  void expectSessionLines(std::initializer_list<std::string_view> expected) {
+    std::vector<std::string> lines = newLines();
+    for (const char* other : {"Config ", "config params", "queue report ", "transmit reports",
+                              "saved ", "saving report ", "sending report", "posting report",
+                              "report ", "manager background task"}) {
+      std::erase_if(lines, [&](const std::string& line) { return line.starts_with(other); });
     }
-    return found;
+    EXPECT_EQ(std::vector<std::string>(expected.begin(), expected.end()), lines);
+  }
+
+  // Has everything sent, and compares the types of all session reports that were.
+  void expectSent(std::initializer_list<std::string> kinds) {
+    env.dispatch.runAll();
+    std::vector<std::string> types;
+    for (const std::string& kind : kinds) types.push_back("ReportTypeSession" + kind);
+    EXPECT_EQ(types, sentTypes(env.http));
+  }
+
+  Dictionary lastSent() const { return sentReports(env.http).back().body; }
+
+  void expectLastStop(double stopTime, double duration) const {
+    EXPECT_EQ(stopTime, numberOf(lastSent(), "stopTime"));
+    EXPECT_EQ(duration, numberOf(lastSent(), "totalDuration"));
+  }
+
+  // The session is the one that the test began with.
+  void expectSameSession(bool running) const {
+    EXPECT_EQ(session, manager->session());
+    EXPECT_EQ(running, session->running());
   }
 
   std::string currentMonitorText() { return manager->monitor()->description(); }
 
   std::shared_ptr<ZLNReportingConfig> config;
   std::shared_ptr<ZLNSessionManager> manager;
+  std::shared_ptr<ZLNSession> session;
 };
+
+// The first session.
 
 TEST_F(ZLNSessionManagerTest, TheSharedManagerIsAlwaysTheSame) {
   EXPECT_EQ(ZLNSessionManager::sharedManager(), ZLNSessionManager::sharedManager());
@@ -87,6 +128,7 @@ TEST_F(ZLNSessionManagerTest, TheSharedManagerIsAlwaysTheSame) {
 
 TEST_F(ZLNSessionManagerTest, TheFirstSessionWaitsForTheMainThread) {
   makeManager();
+  env.clock.advance(2.5);
 
   EXPECT_EQ(nullptr, manager->session());
   EXPECT_EQ(std::nullopt, manager->currentSessionId());
@@ -95,14 +137,6 @@ TEST_F(ZLNSessionManagerTest, TheFirstSessionWaitsForTheMainThread) {
 
   ASSERT_NE(nullptr, manager->session());
   EXPECT_TRUE(manager->session()->running());
-}
-
-TEST_F(ZLNSessionManagerTest, TheFirstSessionBeginsAtThatTime) {
-  makeManager();
-  env.clock.advance(2.5);
-
-  env.dispatch.runMain();
-
   EXPECT_EQ(Date{1700000002.5}, manager->session()->startTime());
 }
 
@@ -129,28 +163,29 @@ TEST_F(ZLNSessionManagerTest, TheFirstSessionOfAnInstallationSendsAFirstSessionR
 
   start();
 
-  const std::vector<SentReport> sent = sentReports(env.http);
-  ASSERT_THAT(sent, SizeIs(1));
-  EXPECT_EQ("https://session-first.invalid/session", sent[0].url);
-  const Dictionary& body = sent[0].body;
-  EXPECT_THAT(keysOf(body), ElementsAre("appVersion", "bundleId", "country", "device", "mwVersion",
-                                        "os", "platform", "reportingVersion", "sdkVersion",
-                                        "sessionId", "startTime", "type", "userId"));
-  EXPECT_EQ("ReportTypeSessionFirst", textOf(body, "type"));
-  EXPECT_EQ("00000000-0000-4000-8000-000000000001", textOf(body, "userId"));
-  EXPECT_EQ("00000000-0000-4000-8000-000000000002", textOf(body, "sessionId"));
-  EXPECT_EQ(1700000000.0, numberOf(body, "startTime"));
-  EXPECT_EQ("4.5.6", textOf(body, "mwVersion"));
-  EXPECT_EQ("DE", textOf(body, "country"));
+  expectSent({"First"});
+  EXPECT_EQ("https://session-first.invalid/session", sentReports(env.http)[0].url);
+  EXPECT_THAT(
+      keysOf(lastSent()),
+      ElementsAre("appVersion", "bundleId", "country", "device", "mwVersion", "os", "platform",
+                  "reportingVersion", "sdkVersion", "sessionId", "startTime", "type", "userId"));
+  EXPECT_EQ("00000000-0000-4000-8000-000000000001", textOf(lastSent(), "userId"));
+  EXPECT_EQ("00000000-0000-4000-8000-000000000002", textOf(lastSent(), "sessionId"));
+  EXPECT_EQ(1700000000.0, numberOf(lastSent(), "startTime"));
+  EXPECT_EQ("4.5.6", textOf(lastSent(), "mwVersion"));
+  EXPECT_EQ("DE", textOf(lastSent(), "country"));
 }
 
-TEST_F(ZLNSessionManagerTest, TheFirstSessionIsRememberedOnDisk) {
+TEST_F(ZLNSessionManagerTest, TheFirstSessionIsRememberedOnDiskForLaterProcesses) {
   start();
 
-  const auto& values = env.defaults.values();
-  ASSERT_TRUE(values.contains("com.zelnor.firstSessionSent"));
-  EXPECT_EQ(Value(Number::boolean(true)), values.at("com.zelnor.firstSessionSent"));
+  EXPECT_EQ(Value(Number::boolean(true)), env.defaults.get(kFirstSent));
   // Once for the user identifier and once for this.
+  EXPECT_EQ(2u, env.defaults.syncCount());
+
+  beginNextProcess();
+
+  expectSent({"First", "Start"});
   EXPECT_EQ(2u, env.defaults.syncCount());
 }
 
@@ -159,45 +194,33 @@ TEST_F(ZLNSessionManagerTest, EveryLaterSessionOfAProcessSendsAStartReport) {
   manager->stopSession();
 
   env.app.becomeActive();
-  env.dispatch.runAll();
 
-  EXPECT_THAT(sentTypes(env.http), ElementsAre("ReportTypeSessionFirst", "ReportTypeSessionStop",
-                                               "ReportTypeSessionStart"));
+  expectSent({"First", "Stop", "Start"});
   EXPECT_EQ("https://session-start.invalid/session", sentReports(env.http)[2].url);
-}
-
-TEST_F(ZLNSessionManagerTest, TheSessionsOfLaterProcessesSendStartReports) {
-  start();
-
-  beginNextProcess();
-
-  EXPECT_THAT(sentTypes(env.http), ElementsAre("ReportTypeSessionFirst", "ReportTypeSessionStart"));
-  EXPECT_EQ(2u, env.defaults.syncCount());
 }
 
 TEST_F(ZLNSessionManagerTest, WhateverStandsInItsPlaceTheFirstSessionIsRemembered) {
   for (const Value& value : {Value(Number::boolean(false)), Value("no"), Value(Array{})}) {
     SCOPED_TRACE(value.description());
-    env.defaults.set("com.zelnor.firstSessionSent", value);
+    env.defaults.set(kFirstSent, value);
 
     beginNextProcess();
 
     EXPECT_EQ("ReportTypeSessionStart", sentTypes(env.http).back());
-    EXPECT_EQ(value, env.defaults.get("com.zelnor.firstSessionSent"));
+    EXPECT_EQ(value, env.defaults.get(kFirstSent));
   }
 }
 
 TEST_F(ZLNSessionManagerTest, AFirstSessionReportThatIsSwitchedOffIsNeverOfferedAgain) {
   makeManager();
   config->setSendFirstSessionReports(false);
-  env.dispatch.runAll();
 
-  EXPECT_THAT(sentTypes(env.http), IsEmpty());
-  EXPECT_TRUE(env.defaults.values().contains("com.zelnor.firstSessionSent"));
+  expectSent({});
+  EXPECT_TRUE(env.defaults.values().contains(kFirstSent));
 
   beginNextProcess();
 
-  EXPECT_THAT(sentTypes(env.http), ElementsAre("ReportTypeSessionStart"));
+  expectSent({"Start"});
 }
 
 TEST_F(ZLNSessionManagerTest, WhatHappensWhileTheFirstSessionStartsIsNotFollowedYet) {
@@ -217,49 +240,37 @@ TEST_F(ZLNSessionManagerTest, TheFirstSessionIsRememberedOnlyOnceItsReportIsQueu
   setLevel(3);
   makeManager();
   bool rememberedWhenQueued = true;
-  process.when("ZLN Session: saved 1 reports", [&] {
-    rememberedWhenQueued = env.defaults.values().contains("com.zelnor.firstSessionSent");
-  });
+  process.when("ZLN Session: saved 1 reports",
+               [&] { rememberedWhenQueued = env.defaults.values().contains(kFirstSent); });
 
   env.dispatch.runMain();
 
   EXPECT_FALSE(rememberedWhenQueued);
-  EXPECT_TRUE(env.defaults.values().contains("com.zelnor.firstSessionSent"));
+  EXPECT_TRUE(env.defaults.values().contains(kFirstSent));
 }
 
-TEST_F(ZLNSessionManagerTest, AReportThatIsNotYetDeliveredIsStored) {
+TEST_F(ZLNSessionManagerTest, ANewSessionIsLoggedAndItsReportStoredUntilItIsDelivered) {
   makeManager();
+  setLevel(3);
 
   env.dispatch.runMain();
 
+  expectSessionLines({std::string("started new session ") + kNew});
   const std::vector<Dictionary> stored = storedReports(env.files);
   ASSERT_THAT(stored, SizeIs(1));
   EXPECT_EQ("ReportTypeSessionFirst", textOf(stored[0], "type"));
   EXPECT_EQ("00000000-0000-4000-8000-000000000002", textOf(stored[0], "sessionId"));
 }
 
-TEST_F(ZLNSessionManagerTest, ANewSessionIsLogged) {
-  makeManager();
-  setLevel(3);
-
-  env.dispatch.runMain();
-
-  EXPECT_THAT(sessionLines(),
-              ElementsAre("ZLN Session: started new session session: [2023-11-14 22:13:20 +0000 - "
-                          "(null)] 0.000000 sec."));
-}
-
 TEST_F(ZLNSessionManagerTest, StartingReplacesTheCurrentSessionWithoutStoppingIt) {
   startLater();
-  const auto first = manager->session();
 
   manager->startNewSession();
-  env.dispatch.runAll();
 
-  EXPECT_NE(first, manager->session());
-  EXPECT_TRUE(first->running());
-  EXPECT_EQ(std::nullopt, first->stopTime());
-  EXPECT_THAT(sentTypes(env.http), ElementsAre("ReportTypeSessionStart", "ReportTypeSessionStart"));
+  EXPECT_NE(session, manager->session());
+  EXPECT_TRUE(session->running());
+  EXPECT_EQ(std::nullopt, session->stopTime());
+  expectSent({"Start", "Start"});
 }
 
 TEST_F(ZLNSessionManagerTest, TheCurrentSessionsIdentifierIsGiven) {
@@ -272,24 +283,22 @@ TEST_F(ZLNSessionManagerTest, TheCurrentSessionsIdentifierIsGiven) {
   EXPECT_EQ(std::nullopt, manager->currentSessionId());
 }
 
+// Going and coming back.
+
 TEST_F(ZLNSessionManagerTest, ResigningActivePausesTheSessionAndMakesAMonitor) {
   startLater();
   setLevel(3);
-  env.clock.advance(30.5);
 
-  env.app.resignActive();
+  useFor(30);
 
-  EXPECT_FALSE(manager->session()->running());
-  EXPECT_EQ(Date{1700000030.5}, manager->session()->lastPauseTime());
-  EXPECT_EQ(30.5f, manager->session()->totalDuration());
+  expectSameSession(false);
+  EXPECT_EQ(Date{1700000030}, session->lastPauseTime());
+  EXPECT_EQ(30.0f, session->totalDuration());
   ASSERT_NE(nullptr, manager->monitor());
   EXPECT_EQ(manager, manager->monitor()->delegate());
-  EXPECT_THAT(sessionLines(),
-              ElementsAre("ZLN Session: paused session session: [2023-11-14 22:13:20 +0000 - "
-                          "(null)] 30.500000 sec.",
-                          "ZLN Session: paused session session: [2023-11-14 22:13:20 +0000 - "
-                          "(null)] 30.500000 sec., started monitor background task monitor " +
-                              addressText(manager->monitor().get()) + " with task id 0"));
+  const std::string paused = std::string("paused session ") + kUsed;
+  expectSessionLines({paused, paused + ", started monitor background task monitor " +
+                                  addressText(manager->monitor().get()) + " with task id 0"});
 }
 
 TEST_F(ZLNSessionManagerTest, EnteringTheBackgroundAlonePausesNothing) {
@@ -297,7 +306,7 @@ TEST_F(ZLNSessionManagerTest, EnteringTheBackgroundAlonePausesNothing) {
 
   env.app.enterBackground();
 
-  EXPECT_TRUE(manager->session()->running());
+  expectSameSession(true);
   EXPECT_EQ(nullptr, manager->monitor());
 }
 
@@ -307,280 +316,193 @@ TEST_F(ZLNSessionManagerTest, ComingToTheForegroundAloneResumesNothing) {
 
   env.app.enterForeground();
 
-  EXPECT_FALSE(manager->session()->running());
+  expectSameSession(false);
   EXPECT_NE(nullptr, manager->monitor());
 }
 
 TEST_F(ZLNSessionManagerTest, BecomingActiveResumesTheSessionAndCancelsTheMonitor) {
   startLater();
-  env.clock.advance(30);
-  env.app.resignActive();
+  useFor(30);
   const std::string monitor = currentMonitorText();
-  env.clock.advance(100);
   setLevel(3);
 
-  env.app.becomeActive();
+  returnAt(1700000130);
 
-  EXPECT_TRUE(manager->session()->running());
-  EXPECT_EQ(Date{1700000130}, manager->session()->lastResumeTime());
+  expectSameSession(true);
+  EXPECT_EQ(Date{1700000130}, session->lastResumeTime());
   EXPECT_EQ(nullptr, manager->monitor());
-  EXPECT_THAT(sessionLines(),
-              ElementsAre("ZLN Session: Session resumed, ending background task " + monitor,
-                          "ZLN Session: resumed session session: [2023-11-14 22:13:20 +0000 - "
-                          "(null)] 30.000000 sec."));
+  expectSessionLines({"Session resumed, ending background task " + monitor,
+                      std::string("resumed session ") + kUsed});
 }
 
 TEST_F(ZLNSessionManagerTest, TheFirstActivationIsAResumeOfTheRunningSession) {
-  makeManager();
-  env.dispatch.runMain();
-  const auto session = manager->session();
+  startLater();
   setLevel(3);
 
   env.app.becomeActive();
 
-  EXPECT_EQ(session, manager->session());
+  expectSameSession(true);
   EXPECT_EQ(Date{1700000000}, session->lastResumeTime());
-  EXPECT_THAT(sessionLines(),
-              ElementsAre("ZLN Session: resuming a running session?",
-                          "ZLN Session: resumed session session: [2023-11-14 22:13:20 +0000 - "
-                          "(null)] 0.000000 sec."));
+  expectSessionLines({"resuming a running session?", std::string("resumed session ") + kNew});
 }
 
 TEST_F(ZLNSessionManagerTest, ARunningSessionGoesOnHoweverOldItIs) {
   startLater();
-  const auto session = manager->session();
-  env.clock.advance(100000);
 
-  env.app.becomeActive();
+  returnAt(1700100000);
 
-  EXPECT_EQ(session, manager->session());
+  expectSameSession(true);
 }
 
-TEST_F(ZLNSessionManagerTest, After599SecondsTheSameSessionResumes) {
+TEST_F(ZLNSessionManagerTest, UpToTheLimitTheSameSessionResumes) {
   startLater();
-  const auto session = manager->session();
-  env.clock.advance(30);
-  env.app.resignActive();
-  env.clock.set(1700000030 + 599);
+  useFor(30);
 
-  env.app.becomeActive();
-  env.clock.advance(7);
-  env.app.resignActive();
-  env.dispatch.runAll();
+  returnAt(1700000030 + 599);
+  useFor(7);
+  returnAt(1700000636 + 600);
 
-  EXPECT_EQ(session, manager->session());
+  expectSameSession(true);
   EXPECT_EQ(37.0f, session->totalDuration());
-  EXPECT_THAT(sentTypes(env.http), ElementsAre("ReportTypeSessionStart"));
-}
-
-TEST_F(ZLNSessionManagerTest, AtTheLimitTheSameSessionResumes) {
-  startLater();
-  const auto session = manager->session();
-  env.app.resignActive();
-  env.clock.set(1700000600);
-
-  env.app.becomeActive();
-
-  EXPECT_EQ(session, manager->session());
-  EXPECT_TRUE(session->running());
+  expectSent({"Start"});
 }
 
 TEST_F(ZLNSessionManagerTest, After601SecondsTheOldSessionIsStoppedAtItsPauseAndANewOneStarts) {
   startLater();
-  const auto old = manager->session();
-  env.clock.advance(30);
-  env.app.resignActive();
-  env.clock.set(1700000030 + 601);
+  useFor(30);
+  const std::string monitor = currentMonitorText();
+  setLevel(3);
 
-  env.app.becomeActive();
-  env.dispatch.runAll();
+  returnAt(1700000030 + 601);
 
+  expectSessionLines({"Session resumed, ending background task " + monitor,
+                      std::string("Stopped session ") + kOver,
+                      "started new session session: [2023-11-14 22:23:51 +0000 - (null)] "
+                      "0.000000 sec."});
   ASSERT_NE(nullptr, manager->session());
-  EXPECT_NE(old, manager->session());
+  EXPECT_NE(session, manager->session());
   EXPECT_EQ(Date{1700000631}, manager->session()->startTime());
-  ASSERT_THAT(sentTypes(env.http), ElementsAre("ReportTypeSessionStart", "ReportTypeSessionStop",
-                                               "ReportTypeSessionStart"));
+  expectSent({"Start", "Stop", "Start"});
   const SentReport stop = sentReports(env.http)[1];
   EXPECT_EQ("https://session-stop.invalid/session", stop.url);
   EXPECT_EQ("00000000-0000-4000-8000-000000000002", textOf(stop.body, "sessionId"));
   EXPECT_EQ(1700000000.0, numberOf(stop.body, "startTime"));
   EXPECT_EQ(1700000030.0, numberOf(stop.body, "stopTime"));
   EXPECT_EQ(30.0, numberOf(stop.body, "totalDuration"));
-  const Dictionary next = sentReports(env.http)[2].body;
-  EXPECT_EQ("00000000-0000-4000-8000-000000000003", textOf(next, "sessionId"));
-  EXPECT_EQ(1700000631.0, numberOf(next, "startTime"));
+  EXPECT_EQ("00000000-0000-4000-8000-000000000003", textOf(lastSent(), "sessionId"));
+  EXPECT_EQ(1700000631.0, numberOf(lastSent(), "startTime"));
 }
 
-TEST_F(ZLNSessionManagerTest, TheChangeOfSessionsIsLoggedInOrder) {
-  startLater();
-  env.clock.advance(30);
-  env.app.resignActive();
-  const std::string monitor = currentMonitorText();
-  env.clock.set(1700000030 + 601);
-  setLevel(3);
-
-  env.app.becomeActive();
-
-  EXPECT_THAT(sessionLines(),
-              ElementsAre("ZLN Session: Session resumed, ending background task " + monitor,
-                          "ZLN Session: Stopped session session: [2023-11-14 22:13:20 +0000 - "
-                          "2023-11-14 22:13:50 +0000] 30.000000 sec.",
-                          "ZLN Session: started new session session: [2023-11-14 22:23:51 +0000 - "
-                          "(null)] 0.000000 sec."));
-}
-
+// The process stands still during the third step and goes on when the player returns.
 TEST_F(ZLNSessionManagerTest, ASuspensionInTheMiddleOfTheWaitCountsAsIdleTime) {
   startLater();
   env.app.resignActive();
   env.app.enterBackground();
-  // The process stands still during the third step and goes on when the player returns.
   env.clock.at(2.5, [&] {
-    env.clock.set(1700000601);
     env.app.enterForeground();
-    env.app.becomeActive();
+    returnAt(1700000601);
   });
 
-  env.dispatch.runAll();
-
+  expectSent({"Start", "Stop", "Start"});
   EXPECT_EQ(3.0, env.clock.slept());
   EXPECT_TRUE(manager->session()->running());
-  EXPECT_THAT(sentTypes(env.http), ElementsAre("ReportTypeSessionStart", "ReportTypeSessionStop",
-                                               "ReportTypeSessionStart"));
   EXPECT_EQ(1700000000.0, numberOf(sentReports(env.http)[1].body, "stopTime"));
 }
 
 TEST_F(ZLNSessionManagerTest, AShortSuspensionInTheMiddleOfTheWaitKeepsTheSession) {
   startLater();
-  const auto session = manager->session();
   env.app.resignActive();
   env.app.enterBackground();
   env.clock.at(2.5, [&] {
-    env.clock.set(1700000599);
     env.app.enterForeground();
-    env.app.becomeActive();
+    returnAt(1700000599);
   });
 
-  env.dispatch.runAll();
-
+  expectSent({"Start"});
   EXPECT_EQ(3.0, env.clock.slept());
-  EXPECT_EQ(session, manager->session());
-  EXPECT_TRUE(session->running());
-  EXPECT_THAT(sentTypes(env.http), ElementsAre("ReportTypeSessionStart"));
+  expectSameSession(true);
 }
 
 TEST_F(ZLNSessionManagerTest, TheInactivityLimitIsThatOfTheMomentOfReturn) {
   startLater();
-  const auto session = manager->session();
   env.app.resignActive();
-  env.clock.advance(11);
   config->setSessionInactivityTimeLimit(10);
 
-  env.app.becomeActive();
+  returnAt(1700000011);
 
   EXPECT_NE(session, manager->session());
 }
 
 TEST_F(ZLNSessionManagerTest, WithoutALimitAnyIdleTimeBeginsANewSession) {
   startLater();
-  const auto session = manager->session();
   config->setSessionInactivityTimeLimit(0);
 
   env.app.resignActive();
   env.app.becomeActive();
-  EXPECT_EQ(session, manager->session());
+
+  expectSameSession(true);
 
   env.app.resignActive();
-  env.clock.advance(0.5);
-  env.app.becomeActive();
+  returnAt(1700000000.5);
+
   EXPECT_NE(session, manager->session());
 }
 
+// The clock.
+
 TEST_F(ZLNSessionManagerTest, AClockSetBackBeforeTheStartBeginsANewSession) {
   startLater();
-  env.clock.advance(30);
-  env.app.resignActive();
+  useFor(30);
   const std::string monitor = currentMonitorText();
-  env.clock.set(1699999999);
   setLevel(3);
 
-  env.app.becomeActive();
-  const std::vector<std::string> lines = sessionLines();
-  env.dispatch.runAll();
+  returnAt(1699999999);
 
-  EXPECT_THAT(lines,
-              ElementsAre("ZLN Session: Session resumed, ending background task " + monitor,
-                          "ZLN Session: clock change detected (1)",
-                          "ZLN Session: Stopped session session: [2023-11-14 22:13:20 +0000 - "
-                          "2023-11-14 22:13:50 +0000] 30.000000 sec.",
-                          "ZLN Session: started new session session: [2023-11-14 22:13:19 +0000 - "
-                          "(null)] 0.000000 sec."));
-  EXPECT_THAT(sentTypes(env.http), ElementsAre("ReportTypeSessionStart", "ReportTypeSessionStop",
-                                               "ReportTypeSessionStart"));
+  expectSessionLines({"Session resumed, ending background task " + monitor,
+                      "clock change detected (1)", std::string("Stopped session ") + kOver,
+                      "started new session session: [2023-11-14 22:13:19 +0000 - (null)] "
+                      "0.000000 sec."});
+  expectSent({"Start", "Stop", "Start"});
 }
 
-TEST_F(ZLNSessionManagerTest, AClockChangeIsInformation) {
+TEST_F(ZLNSessionManagerTest, AClockChangeIsInformationAndCountsBeforeAMissingPauseTime) {
   startLater();
   env.app.resignActive();
+  session->setLastPauseTime(std::nullopt);
   env.clock.set(1699999999);
   setLevel(1);
 
   EXPECT_TRUE(manager->shouldStartNewSession());
-  EXPECT_THAT(log().lines(), IsEmpty());
+  expectLines({});
 
   setLevel(2);
 
   EXPECT_TRUE(manager->shouldStartNewSession());
-  EXPECT_THAT(log().lines(), ElementsAre("ZLN Session: clock change detected (1)"));
+  expectLines({"clock change detected (1)"});
 }
 
-TEST_F(ZLNSessionManagerTest, AClockSetBackToTheStartKeepsTheSession) {
+TEST_F(ZLNSessionManagerTest, AClockSetBackToTheStartOrBeforeThePauseKeepsTheSession) {
   startLater();
-  const auto session = manager->session();
-  env.clock.advance(30);
-  env.app.resignActive();
-  env.clock.set(1700000000);
+  for (const double now : {1700000000, 1700000010}) {
+    useFor(5000);
 
-  env.app.becomeActive();
+    returnAt(now);
 
-  EXPECT_EQ(session, manager->session());
-  EXPECT_TRUE(session->running());
-}
-
-TEST_F(ZLNSessionManagerTest, AClockSetBackBeforeThePauseKeepsTheSession) {
-  startLater();
-  const auto session = manager->session();
-  env.clock.advance(5000);
-  env.app.resignActive();
-  env.clock.set(1700000010);
-
-  env.app.becomeActive();
-
-  EXPECT_EQ(session, manager->session());
-  EXPECT_EQ(Date{1700000010}, session->lastResumeTime());
+    expectSameSession(true);
+    EXPECT_EQ(Date{now}, session->lastResumeTime());
+  }
 }
 
 TEST_F(ZLNSessionManagerTest, APausedSessionWithoutAPauseTimeIsResumedWithAWarning) {
   startLater();
   env.app.resignActive();
-  manager->session()->setLastPauseTime(std::nullopt);
-  env.clock.advance(100000);
+  session->setLastPauseTime(std::nullopt);
   setLevel(1);
 
-  env.app.becomeActive();
+  returnAt(1700100000);
 
-  EXPECT_TRUE(manager->session()->running());
-  EXPECT_THAT(log().lines(), ElementsAre("ZLN Session: session has no pause time to evaluate"));
-}
-
-TEST_F(ZLNSessionManagerTest, AStartInTheFutureCountsBeforeAMissingPauseTime) {
-  startLater();
-  env.app.resignActive();
-  manager->session()->setLastPauseTime(std::nullopt);
-  env.clock.set(1699999999);
-  setLevel(2);
-
-  EXPECT_TRUE(manager->shouldStartNewSession());
-  EXPECT_THAT(log().lines(), ElementsAre("ZLN Session: clock change detected (1)"));
+  expectSameSession(true);
+  expectLines({"session has no pause time to evaluate"});
 }
 
 TEST_F(ZLNSessionManagerTest, ARunningSessionIsNotComparedWithTheClock) {
@@ -589,47 +511,33 @@ TEST_F(ZLNSessionManagerTest, ARunningSessionIsNotComparedWithTheClock) {
   setLevel(2);
 
   EXPECT_FALSE(manager->shouldStartNewSession());
-  EXPECT_THAT(log().lines(), IsEmpty());
+  expectLines({});
 }
+
+// The time in the background.
 
 TEST_F(ZLNSessionManagerTest, WhenTheTimeInTheBackgroundIsUpTheSessionStopsAtItsPause) {
   startLater();
-  env.clock.advance(30);
-  env.app.resignActive();
+  useFor(30);
   env.app.enterBackground();
 
-  env.dispatch.runAll();
-
+  expectSent({"Start", "Stop"});
   EXPECT_EQ(60.0, env.clock.slept());
   EXPECT_EQ(nullptr, manager->session());
   EXPECT_EQ(nullptr, manager->monitor());
-  ASSERT_THAT(sentTypes(env.http), ElementsAre("ReportTypeSessionStart", "ReportTypeSessionStop"));
-  const Dictionary stop = sentReports(env.http)[1].body;
-  EXPECT_THAT(keysOf(stop),
+  EXPECT_THAT(keysOf(lastSent()),
               ElementsAre("appVersion", "bundleId", "country", "device", "mwVersion", "os",
                           "platform", "reportingVersion", "sdkVersion", "sessionId", "startTime",
                           "stopTime", "totalDuration", "type", "userId"));
-  EXPECT_EQ(1700000030.0, numberOf(stop, "stopTime"));
-  EXPECT_EQ(30.0, numberOf(stop, "totalDuration"));
-}
+  expectLastStop(1700000030, 30);
 
-TEST_F(ZLNSessionManagerTest, AfterTheTimeInTheBackgroundTheNextActivationStopsNothing) {
-  startLater();
-  env.app.resignActive();
-  env.app.enterBackground();
-  env.dispatch.runAll();
   setLevel(3);
-  log().clear();
-
   env.app.becomeActive();
-  const std::vector<std::string> lines = sessionLines();
-  env.dispatch.runAll();
 
-  EXPECT_THAT(lines,
-              ElementsAre("ZLN Session: started new session session: [2023-11-14 22:14:20 +0000 - "
-                          "(null)] 0.000000 sec."));
-  EXPECT_THAT(sentTypes(env.http), ElementsAre("ReportTypeSessionStart", "ReportTypeSessionStop",
-                                               "ReportTypeSessionStart"));
+  expectSessionLines(
+      {"started new session session: [2023-11-14 22:14:50 +0000 - (null)] "
+       "0.000000 sec."});
+  expectSent({"Start", "Stop", "Start"});
 }
 
 TEST_F(ZLNSessionManagerTest, TheStopReportIsQueuedWhileTheMonitorHoldsItsTask) {
@@ -649,23 +557,18 @@ TEST_F(ZLNSessionManagerTest, TheStopReportIsQueuedWhileTheMonitorHoldsItsTask) 
 
 TEST_F(ZLNSessionManagerTest, ReturningDuringTheWaitKeepsTheSession) {
   startLater();
-  const auto session = manager->session();
   env.app.resignActive();
   env.app.enterBackground();
   env.clock.at(59.5, [&] { env.app.becomeActive(); });
 
-  env.dispatch.runAll();
-
+  expectSent({"Start"});
   EXPECT_EQ(60.0, env.clock.slept());
-  EXPECT_EQ(session, manager->session());
-  EXPECT_TRUE(session->running());
-  EXPECT_THAT(sentTypes(env.http), ElementsAre("ReportTypeSessionStart"));
+  expectSameSession(true);
   EXPECT_THAT(env.backgroundTasks.open(), IsEmpty());
 }
 
 TEST_F(ZLNSessionManagerTest, ReturningBeforeTheWorkerBeganKeepsTheSessionAndTheTaskIsEnded) {
   startLater();
-  const auto session = manager->session();
   env.app.resignActive();
   env.app.enterBackground();
 
@@ -673,8 +576,7 @@ TEST_F(ZLNSessionManagerTest, ReturningBeforeTheWorkerBeganKeepsTheSessionAndThe
   env.dispatch.runAll();
 
   EXPECT_EQ(0.0, env.clock.slept());
-  EXPECT_EQ(session, manager->session());
-  EXPECT_TRUE(session->running());
+  expectSameSession(true);
   EXPECT_THAT(env.backgroundTasks.open(), IsEmpty());
 }
 
@@ -684,13 +586,10 @@ TEST_F(ZLNSessionManagerTest, AnExpiredTaskLeavesTheSessionPaused) {
   env.app.enterBackground();
   env.clock.at(5.5, [&] { env.backgroundTasks.expire(manager->monitor()->uploadTask()); });
 
-  env.dispatch.runAll();
-
+  expectSent({"Start"});
   EXPECT_EQ(6.0, env.clock.slept());
-  ASSERT_NE(nullptr, manager->session());
-  EXPECT_FALSE(manager->session()->running());
+  expectSameSession(false);
   EXPECT_NE(nullptr, manager->monitor());
-  EXPECT_THAT(sentTypes(env.http), ElementsAre("ReportTypeSessionStart"));
 }
 
 TEST_F(ZLNSessionManagerTest, AMonitorThatIsNotTheCurrentOneIsRefused) {
@@ -698,49 +597,33 @@ TEST_F(ZLNSessionManagerTest, AMonitorThatIsNotTheCurrentOneIsRefused) {
   env.app.resignActive();
   const auto old = manager->monitor();
   env.app.becomeActive();
+  const std::string refusal = "Unexpected monitor completion: background task monitor " +
+                              addressText(old.get()) + " with task id 0 (have ";
+
+  manager->reportBackgroundMonitorTimerExpired(old);
+
+  expectLines({refusal + "(null))"});
+  expectSameSession(true);
+
   env.app.resignActive();
   const auto current = manager->monitor();
-  const auto session = manager->session();
-  log().clear();
 
   manager->reportBackgroundMonitorTimerExpired(old);
 
-  EXPECT_THAT(
-      log().lines(),
-      ElementsAre("ZLN Session: Unexpected monitor completion: background task monitor " +
-                  addressText(old.get()) + " with task id 0 (have background task monitor " +
-                  addressText(current.get()) + " with task id 0)"));
-  EXPECT_EQ(session, manager->session());
+  expectLines(
+      {refusal + "background task monitor " + addressText(current.get()) + " with task id 0)"});
+  expectSameSession(false);
   EXPECT_EQ(std::nullopt, session->stopTime());
   EXPECT_EQ(current, manager->monitor());
-}
-
-TEST_F(ZLNSessionManagerTest, AMonitorThatFiresAfterItsCancellationIsRefused) {
-  startLater();
-  env.app.resignActive();
-  const auto old = manager->monitor();
-  env.app.becomeActive();
-  log().clear();
-
-  manager->reportBackgroundMonitorTimerExpired(old);
-
-  EXPECT_THAT(log().lines(),
-              ElementsAre("ZLN Session: Unexpected monitor completion: background task monitor " +
-                          addressText(old.get()) + " with task id 0 (have (null))"));
-  ASSERT_NE(nullptr, manager->session());
-  EXPECT_TRUE(manager->session()->running());
 }
 
 TEST_F(ZLNSessionManagerTest, AReturnAsTheMonitorFiresKeepsTheSession) {
   HookedProcess process(env);
   startLater();
-  const auto session = manager->session();
-  env.clock.advance(30);
-  env.app.resignActive();
+  useFor(30);
   const std::string monitor = addressText(manager->monitor().get());
   env.app.enterBackground();
   setLevel(5);
-  log().clear();
   // The worker has decided; the player is back before it tells the manager. The start report was
   // sent under task 1.
   process.when("ZLN Session: Sending stop report from background task 2", [&] {
@@ -750,19 +633,14 @@ TEST_F(ZLNSessionManagerTest, AReturnAsTheMonitorFiresKeepsTheSession) {
 
   env.dispatch.runAll();
 
-  EXPECT_THAT(sessionLines(),
-              ElementsAre("ZLN Session: Session resumed, ending background task background task "
-                          "monitor " +
-                              monitor + " with task id 2",
-                          "ZLN Session: end monitor background task 2",
-                          "ZLN Session: resumed session session: [2023-11-14 22:13:20 +0000 - "
-                          "(null)] 30.000000 sec.",
-                          "ZLN Session: Unexpected monitor completion: background task monitor " +
-                              monitor + " with task id 0 (have (null))",
-                          "ZLN Session: Stopped background task 0"));
-  EXPECT_EQ(session, manager->session());
-  EXPECT_TRUE(session->running());
-  EXPECT_THAT(sentTypes(env.http), ElementsAre("ReportTypeSessionStart"));
+  expectSessionLines({"Session resumed, ending background task background task monitor " + monitor +
+                          " with task id 2",
+                      "end monitor background task 2", std::string("resumed session ") + kUsed,
+                      "Unexpected monitor completion: background task monitor " + monitor +
+                          " with task id 0 (have (null))",
+                      "Stopped background task 0"});
+  expectSameSession(true);
+  expectSent({"Start"});
 }
 
 TEST_F(ZLNSessionManagerTest, AMonitorThatFiresLateLeavesItsSuccessorAlone) {
@@ -783,11 +661,10 @@ TEST_F(ZLNSessionManagerTest, AMonitorThatFiresLateLeavesItsSuccessorAlone) {
   env.dispatch.runAll();
 
   ASSERT_NE(nullptr, manager->monitor());
-  EXPECT_THAT(log().lines(),
-              ElementsAre("ZLN Session: Unexpected monitor completion: background task monitor " +
-                          old + " with task id 0 (have " + currentMonitorText() + ")"));
-  EXPECT_FALSE(manager->session()->running());
-  EXPECT_EQ(std::nullopt, manager->session()->stopTime());
+  expectLines({"Unexpected monitor completion: background task monitor " + old +
+               " with task id 0 (have " + currentMonitorText() + ")"});
+  expectSameSession(false);
+  EXPECT_EQ(std::nullopt, session->stopTime());
 }
 
 TEST_F(ZLNSessionManagerTest, AMonitorThatFiresTwiceIsRefusedTheSecondTime) {
@@ -798,49 +675,32 @@ TEST_F(ZLNSessionManagerTest, AMonitorThatFiresTwiceIsRefusedTheSecondTime) {
   env.app.enterBackground();
   env.app.enterBackground();
 
-  env.dispatch.runAll();
-
+  expectSent({"Start", "Stop"});
   // The start report was sent under task 1, the stop report under task 3.
-  EXPECT_THAT(log().lines(),
-              ElementsAre("ZLN Session: Unexpected monitor completion: background task monitor " +
-                          addressText(monitor.get()) + " with task id 4 (have (null))"));
-  EXPECT_THAT(sentTypes(env.http), ElementsAre("ReportTypeSessionStart", "ReportTypeSessionStop"));
+  expectLines({"Unexpected monitor completion: background task monitor " +
+               addressText(monitor.get()) + " with task id 4 (have (null))"});
 }
 
-TEST_F(ZLNSessionManagerTest, ResigningActiveTwiceReplacesTheMonitor) {
+TEST_F(ZLNSessionManagerTest, ResigningActiveTwiceReplacesTheMonitorWhichIsAnError) {
   startLater();
-  env.clock.advance(30);
-  env.app.resignActive();
+  useFor(30);
   const std::weak_ptr<ZLNReportBackgroundMonitor> old = manager->monitor();
-  env.clock.advance(10);
   setLevel(3);
 
-  env.app.resignActive();
+  useFor(10);
 
   EXPECT_TRUE(old.expired());
   ASSERT_NE(nullptr, manager->monitor());
-  EXPECT_EQ(Date{1700000030}, manager->session()->lastPauseTime());
-  EXPECT_THAT(
-      sessionLines(),
-      ElementsAre("ZLN Session: pausing a paused session?",
-                  "ZLN Session: paused session session: [2023-11-14 22:13:20 +0000 - (null)] "
-                  "30.000000 sec.",
-                  "ZLN Session: creating another background monitor while I already have one",
-                  "ZLN Session: paused session session: [2023-11-14 22:13:20 +0000 - (null)] "
-                  "30.000000 sec., started monitor " +
-                      currentMonitorText()));
-}
+  EXPECT_EQ(Date{1700000030}, session->lastPauseTime());
+  const std::string paused = std::string("paused session ") + kUsed;
+  expectSessionLines({"pausing a paused session?", paused,
+                      "creating another background monitor while I already have one",
+                      paused + ", started monitor " + currentMonitorText()});
 
-TEST_F(ZLNSessionManagerTest, ASecondMonitorIsAnError) {
-  startLater();
-  env.app.resignActive();
   setLevel(0);
-
   env.app.resignActive();
 
-  EXPECT_THAT(
-      log().lines(),
-      ElementsAre("ZLN Session: creating another background monitor while I already have one"));
+  expectLines({"creating another background monitor while I already have one"});
 }
 
 TEST_F(ZLNSessionManagerTest, TheReplacedMonitorIsCancelledInItsWait) {
@@ -863,22 +723,29 @@ TEST_F(ZLNSessionManagerTest, TheReplacedMonitorIsCancelledInItsWait) {
   EXPECT_EQ(4.0, env.clock.slept());
   EXPECT_NE(old, manager->monitor());
   EXPECT_NE(nullptr, manager->session());
-  EXPECT_EQ(0u, log().count("ZLN Session: Unexpected monitor completion"));
+  expectLines({"creating another background monitor while I already have one"});
 }
 
-TEST_F(ZLNSessionManagerTest, WithoutASessionResigningActiveMakesAMonitorAllTheSame) {
+// Without a session.
+
+TEST_F(ZLNSessionManagerTest, WithoutASessionResigningActiveMakesAMonitorAndTheReturnASession) {
   startLater();
   manager->stopSession();
   env.dispatch.runAll();
   setLevel(3);
-  log().clear();
 
   env.app.resignActive();
 
   ASSERT_NE(nullptr, manager->monitor());
-  EXPECT_THAT(sessionLines(), ElementsAre("ZLN Session: paused session (null)",
-                                          "ZLN Session: paused session (null), started monitor " +
-                                              currentMonitorText()));
+  const std::string monitor = currentMonitorText();
+  expectSessionLines(
+      {"paused session (null)", "paused session (null), started monitor " + monitor});
+
+  env.app.becomeActive();
+
+  expectSessionLines({"Session resumed, ending background task " + monitor,
+                      std::string("started new session ") + kNew});
+  expectSent({"Start", "Stop", "Start"});
 }
 
 TEST_F(ZLNSessionManagerTest, WithoutASessionAMonitorThatFiresStopsNothing) {
@@ -889,58 +756,41 @@ TEST_F(ZLNSessionManagerTest, WithoutASessionAMonitorThatFiresStopsNothing) {
   env.app.enterBackground();
   setLevel(3);
 
-  env.dispatch.runAll();
-
+  expectSent({"Start", "Stop"});
   EXPECT_EQ(nullptr, manager->monitor());
   EXPECT_EQ(1u, log().count("ZLN Session: Stopped session (null)"));
-  EXPECT_THAT(sentTypes(env.http), ElementsAre("ReportTypeSessionStart", "ReportTypeSessionStop"));
 }
 
-TEST_F(ZLNSessionManagerTest, WithoutASessionResumingIsLoggedAllTheSame) {
+TEST_F(ZLNSessionManagerTest, WithoutASessionResumingAndTerminationAreLoggedAllTheSame) {
   startLater();
   manager->stopSession();
   setLevel(3);
-  log().clear();
 
   manager->resumeSession();
 
-  EXPECT_THAT(log().lines(), ElementsAre("ZLN Session: resumed session (null)"));
+  expectLines({"resumed session (null)"});
+
+  env.app.terminate();
+
+  expectLines({"Stopped session (null)"});
+  EXPECT_EQ(nullptr, manager->session());
+  expectSent({"Start", "Stop"});
 }
 
-TEST_F(ZLNSessionManagerTest, WithoutASessionBecomingActiveStartsOneAndStopsNothing) {
-  startLater();
-  manager->stopSession();
-  env.dispatch.runAll();
-  setLevel(3);
-  log().clear();
-
-  env.app.becomeActive();
-  const std::vector<std::string> lines = sessionLines();
-  env.dispatch.runAll();
-
-  EXPECT_THAT(lines,
-              ElementsAre("ZLN Session: started new session session: [2023-11-14 22:13:20 +0000 - "
-                          "(null)] 0.000000 sec."));
-  EXPECT_THAT(sentTypes(env.http), ElementsAre("ReportTypeSessionStart", "ReportTypeSessionStop",
-                                               "ReportTypeSessionStart"));
-}
+// Stopping.
 
 TEST_F(ZLNSessionManagerTest, TerminationStopsAPausedSessionAtItsPause) {
   startLater();
-  env.clock.advance(30);
-  env.app.resignActive();
+  useFor(30);
   env.clock.advance(5);
   setLevel(3);
 
   env.app.terminate();
-  const std::vector<std::string> lines = sessionLines();
-  env.dispatch.runAll();
 
   EXPECT_EQ(nullptr, manager->session());
-  EXPECT_THAT(lines, ElementsAre("ZLN Session: Stopped session session: [2023-11-14 22:13:20 +0000 "
-                                 "- 2023-11-14 22:13:50 +0000] 30.000000 sec."));
-  ASSERT_THAT(sentTypes(env.http), ElementsAre("ReportTypeSessionStart", "ReportTypeSessionStop"));
-  EXPECT_EQ(1700000030.0, numberOf(sentReports(env.http)[1].body, "stopTime"));
+  expectSessionLines({std::string("Stopped session ") + kOver});
+  expectSent({"Start", "Stop"});
+  expectLastStop(1700000030, 30);
 }
 
 TEST_F(ZLNSessionManagerTest, TerminationStopsASessionThatWasNeverPausedAtItsStart) {
@@ -948,105 +798,63 @@ TEST_F(ZLNSessionManagerTest, TerminationStopsASessionThatWasNeverPausedAtItsSta
   env.clock.advance(30);
 
   env.app.terminate();
-  env.dispatch.runAll();
 
-  ASSERT_THAT(sentTypes(env.http), ElementsAre("ReportTypeSessionStart", "ReportTypeSessionStop"));
-  const Dictionary stop = sentReports(env.http)[1].body;
-  EXPECT_EQ(1700000000.0, numberOf(stop, "stopTime"));
-  EXPECT_EQ(0.0, numberOf(stop, "totalDuration"));
-}
-
-TEST_F(ZLNSessionManagerTest, TerminationStoresTheStopReportBeforeItReturns) {
-  startLater();
-
-  env.app.terminate();
-
+  // Before it returns.
   const std::vector<Dictionary> stored = storedReports(env.files);
   ASSERT_THAT(stored, SizeIs(1));
   EXPECT_EQ("ReportTypeSessionStop", textOf(stored[0], "type"));
-}
-
-TEST_F(ZLNSessionManagerTest, TerminationWithoutASessionSendsNothing) {
-  startLater();
-  manager->stopSession();
-  setLevel(3);
-  log().clear();
-
-  env.app.terminate();
-  const std::vector<std::string> lines = sessionLines();
-  env.dispatch.runAll();
-
-  EXPECT_THAT(lines, ElementsAre("ZLN Session: Stopped session (null)"));
-  EXPECT_EQ(nullptr, manager->session());
-  EXPECT_THAT(sentTypes(env.http), ElementsAre("ReportTypeSessionStart", "ReportTypeSessionStop"));
+  expectSent({"Start", "Stop"});
+  expectLastStop(1700000000, 0);
 }
 
 TEST_F(ZLNSessionManagerTest, StoppingARunningSessionPausesItAtItsOldPause) {
   startLater();
-  env.clock.advance(30);
-  env.app.resignActive();
-  env.clock.advance(10);
-  env.app.becomeActive();
+  useFor(30);
+  returnAt(1700000040);
   env.clock.advance(160);
 
   manager->stopSession();
-  env.dispatch.runAll();
 
-  ASSERT_THAT(sentTypes(env.http), ElementsAre("ReportTypeSessionStart", "ReportTypeSessionStop"));
-  const Dictionary stop = sentReports(env.http)[1].body;
-  EXPECT_EQ(1700000030.0, numberOf(stop, "stopTime"));
-  EXPECT_EQ(20.0, numberOf(stop, "totalDuration"));
+  expectSent({"Start", "Stop"});
+  expectLastStop(1700000030, 20);
 }
 
 TEST_F(ZLNSessionManagerTest, ASessionWithImplausibleTimesIsDroppedWithoutAReport) {
   startLater();
-  env.clock.advance(30);
-  env.app.resignActive();
-  env.clock.advance(70);
-  env.app.becomeActive();
+  useFor(30);
+  returnAt(1700000100);
   setLevel(3);
-  log().clear();
 
   manager->stopSession();
-  const std::vector<std::string> lines = sessionLines();
-  env.dispatch.runAll();
 
-  EXPECT_THAT(lines,
-              ElementsAre("ZLN Session: invalid session2: [2023-11-14 22:13:20 +0000 - 2023-11-14 "
-                          "22:13:50 +0000], 30.000000, -40.000000 sec.",
-                          "ZLN Session: Stopped session session: [2023-11-14 22:13:20 +0000 - "
-                          "2023-11-14 22:13:50 +0000] -40.000000 sec."));
+  expectSessionLines(
+      {"invalid session2: [2023-11-14 22:13:20 +0000 - 2023-11-14 22:13:50 +0000], "
+       "30.000000, -40.000000 sec.",
+       "Stopped session session: [2023-11-14 22:13:20 +0000 - 2023-11-14 22:13:50 "
+       "+0000] -40.000000 sec."});
   EXPECT_EQ(nullptr, manager->session());
-  EXPECT_THAT(sentTypes(env.http), ElementsAre("ReportTypeSessionStart"));
+  expectSent({"Start"});
 }
 
-TEST_F(ZLNSessionManagerTest, StoppingTwiceSendsOneReport) {
-  startLater();
-
-  manager->stopSession();
-  manager->stopSession();
-  env.dispatch.runAll();
-
-  EXPECT_THAT(sentTypes(env.http), ElementsAre("ReportTypeSessionStart", "ReportTypeSessionStop"));
-}
-
-TEST_F(ZLNSessionManagerTest, StoppingLeavesTheMonitor) {
+TEST_F(ZLNSessionManagerTest, StoppingTwiceSendsOneReportAndLeavesTheMonitor) {
   startLater();
   env.app.resignActive();
   const auto monitor = manager->monitor();
 
   manager->stopSession();
+  manager->stopSession();
 
   EXPECT_EQ(monitor, manager->monitor());
+  expectSent({"Start", "Stop"});
 }
+
+// The description.
 
 TEST_F(ZLNSessionManagerTest, TheDescriptionShowsTheSession) {
   ZLNReportingUtils::setMarlwickVersion("4.5.6");
   startLater();
-  env.clock.advance(30.25);
-  env.app.resignActive();
-  env.clock.advance(10.5);
-  env.app.becomeActive();
+  useFor(30.25);
+  returnAt(1700000040.75);
   env.clock.advance(4);
 
   EXPECT_EQ(
@@ -1065,9 +873,9 @@ TEST_F(ZLNSessionManagerTest, TheDescriptionShowsTheSession) {
 TEST_F(ZLNSessionManagerTest, TheDescriptionShowsAbsentDatesAsZeroAndAbsentTextsAsNull) {
   ZLNReportingUtils::setMarlwickVersion(std::nullopt);
   startLater();
-  manager->session()->setLastPauseTime(std::nullopt);
-  manager->session()->setLastResumeTime(std::nullopt);
-  manager->session()->setStopTime(Date{1700000099});
+  session->setLastPauseTime(std::nullopt);
+  session->setLastResumeTime(std::nullopt);
+  session->setStopTime(Date{1700000099});
 
   EXPECT_EQ(
       "Start: 1700000000.000000\n"

@@ -127,7 +127,7 @@ TEST_F(ZLNSessionManagerUserIdTest, NothingIsLogged) {
 
   userId();
 
-  EXPECT_THAT(log().lines(), IsEmpty());
+  expectLines({});
 }
 
 TEST_F(ZLNSessionManagerUserIdTest, ThreadsThatAskAtTheSameTimeGetOneManagerAndOneIdentifier) {
