@@ -1,6 +1,5 @@
 #pragma once
 
-#include <memory>
 #include <optional>
 
 #include "config/ZLNReportingConfig.h"
@@ -13,6 +12,19 @@ namespace zln {
 class ConfigTest : public HostTest {
  protected:
   static constexpr char kSettingsFile[] = "/support/com.zelnor.sdk/data/config.dat";
+  static constexpr char kImmediately[] = "ConfigSerializationKeyTransmitReportsImmediately";
+  static constexpr char kOnBackgrounding[] =
+      "ConfigSerializationKeyTransmitReportsOnApplicationBackgrounding";
+  static constexpr char kOnForegrounding[] =
+      "ConfigSerializationKeyTransmitReportsOnApplicationForegrounding";
+  static constexpr char kFailureLimit[] = "ConfigSerializationKeyReportTemporaryFailureLimit";
+  static constexpr char kInactivityLimit[] = "ConfigSerializationKeySessionInactivityTimeLimit";
+  static constexpr char kUpdateInterval[] = "ConfigSerializationKeyConfigUpdateInterval";
+  static constexpr char kBackgroundTimeout[] =
+      "ConfigSerializationKeyUserSessionBackgroundTimeoutSeconds";
+  static constexpr char kSendStart[] = "ConfigSerializationKeySendStartSessionReports";
+  static constexpr char kSendStop[] = "ConfigSerializationKeySendStopSessionReports";
+  static constexpr char kSendFirst[] = "ConfigSerializationKeySendFirstSessionReports";
 
   ConfigTest() { env.files.makeFolder("/support/com.zelnor.sdk/data"); }
 
@@ -26,7 +38,7 @@ class ConfigTest : public HostTest {
   ZLNReportingConfig& beginFresh() {
     putSettings({});
     ZLNReportingConfig& config = begin();
-    log().clear();
+    newLines();
     return config;
   }
 

@@ -1,9 +1,9 @@
 #include "reports/ZLNReportFactory.h"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <string>
+#include <vector>
 
 #include "support/endpoints.h"
 #include "tests/reports/reports_in_tests.h"
@@ -12,109 +12,67 @@
 namespace zln {
 namespace {
 
-using testing::ElementsAre;
-using testing::IsEmpty;
-
 class ZLNReportFactoryTest : public HostTest {
  protected:
   ZLNReportFactoryTest() { env.defaults.set("com.zelnor.sessionUserId", "USER"); }
 };
 
-TEST_F(ZLNReportFactoryTest, AnEmptyDictionaryYieldsNothing) {
-  EXPECT_EQ(nullptr, ZLNReportFactory::newReportFromDictionary({}));
-  EXPECT_THAT(log().lines(),
-              ElementsAre("ZLN Session: invalid report type value: (null) ((null))"));
+TEST_F(ZLNReportFactoryTest, WithoutOneOfTheTypesLetterForLetterThereIsNoReport) {
+  struct Row {
+    Dictionary stored;
+    const char* line;
+  };
+  const std::vector<Row> rows = {
+      {{}, "invalid report type value: (null) ((null))"},
+      {{{"type", "ReportTypeOther"}}, "unknown report type ReportTypeOther"},
+      {{{"type", "reportTypeAdAttempt"}}, "unknown report type reportTypeAdAttempt"},
+      {{{"type", "ReportTypeSession"}}, "unknown report type ReportTypeSession"},
+      {{{"type", "ReportTypeAdAttempt "}}, "unknown report type ReportTypeAdAttempt "},
+      {{{"type", ""}}, "unknown report type "},
+      {{{"type", Number::int64(3)}}, "invalid report type value: 3 (__NSCFNumber)"},
+      {{{"type", Number::float64(0.5)}}, "invalid report type value: 0.5 (__NSCFNumber)"},
+      {{{"type", Number::boolean(true)}}, "invalid report type value: 1 (__NSCFBoolean)"},
+      {{{"type", Date{1700000000}}},
+       "invalid report type value: 2023-11-14 22:13:20 +0000 (__NSDate)"},
+      {{{"type", Data{"ab"}}},
+       "invalid report type value: {length = 2, bytes = 0x6162} (NSConcreteData)"},
+      {{{"type", Array{"ReportTypeAdAttempt"}}},
+       "invalid report type value: (\n    ReportTypeAdAttempt\n) (__NSArrayM)"},
+      {{{"type", Dictionary{}}}, "invalid report type value: {\n} (__NSDictionaryM)"},
+      {{{"type", Null{}}}, "invalid report type value: <null> (NSNull)"}};
+  for (const auto& [stored, line] : rows) {
+    EXPECT_EQ(nullptr, ZLNReportFactory::newReportFromDictionary(stored));
+    expectLines({line});
+  }
 }
 
-TEST_F(ZLNReportFactoryTest, AnUnknownTypeYieldsNothing) {
-  EXPECT_EQ(nullptr, ZLNReportFactory::newReportFromDictionary({{"type", "ReportTypeOther"}}));
-  EXPECT_THAT(log().lines(), ElementsAre("ZLN Session: unknown report type ReportTypeOther"));
-}
-
-TEST_F(ZLNReportFactoryTest, TheLettersCaseCounts) {
-  EXPECT_EQ(nullptr, ZLNReportFactory::newReportFromDictionary({{"type", "reportTypeAdAttempt"}}));
-  EXPECT_THAT(log().lines(), ElementsAre("ZLN Session: unknown report type reportTypeAdAttempt"));
-}
-
-TEST_F(ZLNReportFactoryTest, APartOfATypeIsUnknown) {
-  EXPECT_EQ(nullptr, ZLNReportFactory::newReportFromDictionary({{"type", "ReportTypeSession"}}));
-  EXPECT_EQ(nullptr, ZLNReportFactory::newReportFromDictionary({{"type", "ReportTypeAdAttempt "}}));
-  EXPECT_EQ(nullptr, ZLNReportFactory::newReportFromDictionary({{"type", ""}}));
-  EXPECT_THAT(log().lines(), ElementsAre("ZLN Session: unknown report type ReportTypeSession",
-                                         "ZLN Session: unknown report type ReportTypeAdAttempt ",
-                                         "ZLN Session: unknown report type "));
-}
-
-struct TypeRow {
-  const char* type;
-  const char* className;
-  const char* url;
-};
-
-class ZLNReportFactoryTypeTest : public ZLNReportFactoryTest,
-                                 public testing::WithParamInterface<TypeRow> {};
-
-INSTANTIATE_TEST_SUITE_P(
-    Types, ZLNReportFactoryTypeTest,
-    testing::Values(TypeRow{"ReportTypeSessionStart", "ZLNReportSessionStart", kSessionStartUrl},
-                    TypeRow{"ReportTypeSessionStop", "ZLNReportSessionStop", kSessionStopUrl},
-                    TypeRow{"ReportTypeSessionFirst", "ZLNReportSessionFirst", kSessionFirstUrl},
-                    TypeRow{"ReportTypeAdAttempt", "ZLNReportAdAttempt", kAdAttemptUrl},
-                    TypeRow{"ReportTypeAdZoneAttempt", "ZLNReportAdZoneAttempt",
-                            kAdZoneAttemptUrl}),
-    [](const auto& parameter) { return std::string(parameter.param.type); });
-
-TEST_P(ZLNReportFactoryTypeTest, MakesTheKindOfTheType) {
+TEST_F(ZLNReportFactoryTest, MakesTheKindOfTheType) {
+  struct Row {
+    const char* type;
+    const char* className;
+    const char* url;
+  };
+  constexpr Row kRows[] = {
+      {"ReportTypeSessionStart", "ZLNReportSessionStart", kSessionStartUrl},
+      {"ReportTypeSessionStop", "ZLNReportSessionStop", kSessionStopUrl},
+      {"ReportTypeSessionFirst", "ZLNReportSessionFirst", kSessionFirstUrl},
+      {"ReportTypeAdAttempt", "ZLNReportAdAttempt", kAdAttemptUrl},
+      {"ReportTypeAdZoneAttempt", "ZLNReportAdZoneAttempt", kAdZoneAttemptUrl}};
   setLevel(5);
-  const Dictionary stored{{"type", GetParam().type},
-                          {"userId", "EARLIER"},
-                          {"sessionId", "SESSION"},
-                          {"startTime", Number::int64(1700000000)}};
+  for (const auto& [type, className, url] : kRows) {
+    const auto report =
+        ZLNReportFactory::newReportFromDictionary({{"type", type},
+                                                   {"userId", "EARLIER"},
+                                                   {"sessionId", "SESSION"},
+                                                   {"startTime", Number::int64(1700000000)}});
 
-  const auto report = ZLNReportFactory::newReportFromDictionary(stored);
-
-  ASSERT_NE(nullptr, report);
-  EXPECT_STREQ(GetParam().className, report->className());
-  EXPECT_EQ(GetParam().url, report->urlString());
-  EXPECT_EQ(Value("EARLIER"), report->userId());
-  EXPECT_EQ(Value(GetParam().type), valueIn(*report, "type"));
-  EXPECT_THAT(log().lines(), IsEmpty());
-}
-
-struct InvalidType {
-  const char* name;
-  Value type;
-  const char* line;
-};
-
-class ZLNReportFactoryInvalidTypeTest : public ZLNReportFactoryTest,
-                                        public testing::WithParamInterface<InvalidType> {};
-
-INSTANTIATE_TEST_SUITE_P(
-    Kinds, ZLNReportFactoryInvalidTypeTest,
-    testing::Values(
-        InvalidType{"Integer", Number::int64(3),
-                    "ZLN Session: invalid report type value: 3 (__NSCFNumber)"},
-        InvalidType{"Real", Number::float64(0.5),
-                    "ZLN Session: invalid report type value: 0.5 (__NSCFNumber)"},
-        InvalidType{"Boolean", Number::boolean(true),
-                    "ZLN Session: invalid report type value: 1 (__NSCFBoolean)"},
-        InvalidType{"Date", Date{1700000000},
-                    "ZLN Session: invalid report type value: 2023-11-14 22:13:20 +0000 (__NSDate)"},
-        InvalidType{"Data", Data{"ab"},
-                    "ZLN Session: invalid report type value: {length = 2, bytes = 0x6162} "
-                    "(NSConcreteData)"},
-        InvalidType{"Array", Array{"ReportTypeAdAttempt"},
-                    "ZLN Session: invalid report type value: (\n    ReportTypeAdAttempt\n) "
-                    "(__NSArrayM)"},
-        InvalidType{"Dictionary", Dictionary{},
-                    "ZLN Session: invalid report type value: {\n} (__NSDictionaryM)"},
-        InvalidType{"Null", Null{}, "ZLN Session: invalid report type value: <null> (NSNull)"}),
-    [](const auto& parameter) { return parameter.param.name; });
-
-TEST_P(ZLNReportFactoryInvalidTypeTest, YieldsNothing) {
-  EXPECT_EQ(nullptr, ZLNReportFactory::newReportFromDictionary({{"type", GetParam().type}}));
-  EXPECT_THAT(log().lines(), ElementsAre(GetParam().line));
+    ASSERT_NE(nullptr, report) << type;
+    EXPECT_STREQ(className, report->className());
+    EXPECT_EQ(url, report->urlString());
+    EXPECT_EQ(Value("EARLIER"), report->userId());
+    EXPECT_EQ(Value(type), valueIn(*report, "type"));
+    expectLines({});
+  }
 }
 
 }  // namespace
