@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <optional>
+#include <string>
 
 #include "tests/support/host_fixture.h"
 
@@ -11,17 +12,12 @@ namespace {
 
 class ZLNReportingUtilsTest : public HostTest {};
 
-TEST_F(ZLNReportingUtilsTest, TheDeviceNameIsTheMachine) {
-  env.device.machineName = "iPhone99,1";
+TEST_F(ZLNReportingUtilsTest, TheDeviceNameIsTheMachineAskedForEachTime) {
+  for (const char* machine : {"iPhone99,1", "iPhone99,2", ""}) {
+    env.device.machineName = machine;
 
-  EXPECT_EQ("iPhone99,1", ZLNReportingUtils::getDeviceName());
-}
-
-TEST_F(ZLNReportingUtilsTest, TheDeviceNameIsAskedAnewEachTime) {
-  ZLNReportingUtils::getDeviceName();
-  env.device.machineName = "iPhone99,2";
-
-  EXPECT_EQ("iPhone99,2", ZLNReportingUtils::getDeviceName());
+    EXPECT_EQ(machine, ZLNReportingUtils::getDeviceName());
+  }
 }
 
 TEST_F(ZLNReportingUtilsTest, AMachineThatIsNotUtf8IsNoDeviceName) {
@@ -30,32 +26,16 @@ TEST_F(ZLNReportingUtilsTest, AMachineThatIsNotUtf8IsNoDeviceName) {
   EXPECT_EQ(std::nullopt, ZLNReportingUtils::getDeviceName());
 }
 
-TEST_F(ZLNReportingUtilsTest, AnEmptyMachineIsAnEmptyDeviceName) {
-  env.device.machineName = "";
-
-  EXPECT_EQ("", ZLNReportingUtils::getDeviceName());
-}
-
-TEST_F(ZLNReportingUtilsTest, TheEngineVersionIsZeroUntilItIsSet) {
+TEST_F(ZLNReportingUtilsTest, TheEngineVersionIsTheLastOneSetOfTheProcess) {
   EXPECT_EQ("0.0.0", ZLNReportingUtils::getMarlwickVersion());
-}
 
-TEST_F(ZLNReportingUtilsTest, TheEngineVersionIsTheLastOneSet) {
-  ZLNReportingUtils::setMarlwickVersion("1.0");
-  ZLNReportingUtils::setMarlwickVersion("2.0");
+  for (const std::optional<std::string>& version :
+       {std::optional<std::string>("1.0"), std::optional<std::string>("2.0"),
+        std::optional<std::string>()}) {
+    ZLNReportingUtils::setMarlwickVersion(version);
 
-  EXPECT_EQ("2.0", ZLNReportingUtils::getMarlwickVersion());
-}
-
-TEST_F(ZLNReportingUtilsTest, AnAbsentEngineVersionIsKeptAsAbsent) {
-  ZLNReportingUtils::setMarlwickVersion("1.0");
-  ZLNReportingUtils::setMarlwickVersion(std::nullopt);
-
-  EXPECT_EQ(std::nullopt, ZLNReportingUtils::getMarlwickVersion());
-}
-
-TEST_F(ZLNReportingUtilsTest, TheEngineVersionDoesNotOutliveTheProcess) {
-  ZLNReportingUtils::setMarlwickVersion("1.0");
+    EXPECT_EQ(version, ZLNReportingUtils::getMarlwickVersion());
+  }
 
   restart();
 
@@ -67,30 +47,20 @@ TEST_F(ZLNReportingUtilsTest, TheReportingVersionIsThatOfTheLibraryNotOfTheAppli
   env.device.libraryVersion = "7.0.0";
 
   EXPECT_EQ("7.0.0", ZLNReportingUtils::getReportingVersion());
-}
 
-TEST_F(ZLNReportingUtilsTest, ALibraryThatNamesNoVersionHasNone) {
   env.device.libraryVersion = std::nullopt;
 
   EXPECT_EQ(std::nullopt, ZLNReportingUtils::getReportingVersion());
 }
 
-TEST_F(ZLNReportingUtilsTest, TheLibraryIsOffAtFirst) {
+TEST_F(ZLNReportingUtilsTest, OnceEnabledTheLibraryStaysOnInItsProcess) {
   EXPECT_FALSE(ZLNReportingUtils::isEnabled());
-}
 
-TEST_F(ZLNReportingUtilsTest, OnceEnabledTheLibraryStaysOn) {
-  ZLNReportingUtils::enable();
+  for (int times = 0; times < 2; ++times) {
+    ZLNReportingUtils::enable();
 
-  EXPECT_TRUE(ZLNReportingUtils::isEnabled());
-
-  ZLNReportingUtils::enable();
-
-  EXPECT_TRUE(ZLNReportingUtils::isEnabled());
-}
-
-TEST_F(ZLNReportingUtilsTest, EachProcessIsOffAtFirst) {
-  ZLNReportingUtils::enable();
+    EXPECT_TRUE(ZLNReportingUtils::isEnabled());
+  }
 
   restart();
 
