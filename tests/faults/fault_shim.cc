@@ -113,11 +113,19 @@ int failureFor(Call call, bool isHit) {
   return lasting;
 }
 
-int failureFor(Call call) { return failureFor(call, isStruck(call)); }
-
 int failed(int failure) {
   errno = failure;
   return -1;
+}
+
+// Whether a call that changes files is to fail, with errno set: it is struck, or the disk cannot do
+// such a thing.
+bool isRefused(bool isOurs, Call call, Disk unable = Disk::kOrdinary, int unableFailure = 0) {
+  if (!isOurs) return false;
+  int failure = failureFor(call, isStruck(call));
+  if (failure == 0 && plan->disk == unable) failure = unableFailure;
+  if (failure != 0) errno = failure;
+  return failure != 0;
 }
 
 // The number of bytes that the struck call writes.
@@ -142,9 +150,7 @@ ssize_t writeThrough(int file, std::size_t size, Step step) {
 int openThrough(int folder, const char* path, int flags, mode_t mode) {
   const bool isWritten =
       ((flags & O_ACCMODE) != O_RDONLY || (flags & O_CREAT) != 0) && isBelowHome(folder, path);
-  if (isWritten) {
-    if (const int failure = failureFor(Call::kOpen); failure != 0) return failed(failure);
-  }
+  if (isRefused(isWritten, Call::kOpen)) return -1;
   const long file = syscall(SYS_openat, folder, path, flags, mode);
   watch(file, isWritten);
   return static_cast<int>(file);
@@ -187,9 +193,7 @@ int openat(int folder, const char* path, int flags, ...) {
 int mkostemp(char* path, int flags) {
   static const auto real = reinterpret_cast<int (*)(char*, int)>(dlsym(RTLD_NEXT, "mkostemp"));
   const bool isWritten = isBelowHome(AT_FDCWD, path);
-  if (isWritten) {
-    if (const int failure = failureFor(Call::kOpen); failure != 0) return failed(failure);
-  }
+  if (isRefused(isWritten, Call::kOpen)) return -1;
   const int file = real(path, flags);
   watch(file, isWritten);
   return file;
@@ -206,19 +210,18 @@ ssize_t pwrite(int file, const void* bytes, size_t size, off_t at) {
 }
 
 int ftruncate(int file, off_t size) noexcept {
-  if (isWatchedFile(file)) {
-    if (const int failure = failureFor(Call::kTruncate); failure != 0) return failed(failure);
-  }
+  if (isRefused(isWatchedFile(file), Call::kTruncate)) return -1;
   return static_cast<int>(syscall(SYS_ftruncate, file, size));
 }
 
 // The file is closed also when that fails.
 int close(int file) {
   if (!isWatchedFile(file)) return static_cast<int>(syscall(SYS_close, file));
-  const int failure = failureFor(Call::kClose);
+  const bool isFailing = isRefused(true, Call::kClose);
+  const int failure = errno;
   watch(file, false);
   const long result = syscall(SYS_close, file);
-  return failure != 0 ? failed(failure) : static_cast<int>(result);
+  return isFailing ? failed(failure) : static_cast<int>(result);
 }
 
 // All that is asked for here takes a number or nothing.
@@ -241,59 +244,42 @@ int flock(int file, int operation) noexcept {
 }
 
 int rename(const char* from, const char* to) noexcept {
-  if (isBelowHome(AT_FDCWD, to)) {
-    if (const int failure = failureFor(Call::kRename); failure != 0) return failed(failure);
-  }
+  if (isRefused(isBelowHome(AT_FDCWD, to), Call::kRename)) return -1;
   return static_cast<int>(syscall(SYS_rename, from, to));
 }
 
 int renameat2(int fromFolder, const char* from, int toFolder, const char* to,
               unsigned flags) noexcept {
-  if (isBelowHome(toFolder, to)) {
-    if (const int failure = failureFor(Call::kExchange); failure != 0) return failed(failure);
-    if (plan->disk == Disk::kNoExchange) return failed(EINVAL);
-  }
+  if (isRefused(isBelowHome(toFolder, to), Call::kExchange, Disk::kNoExchange, EINVAL)) return -1;
   return static_cast<int>(syscall(SYS_renameat2, fromFolder, from, toFolder, to, flags));
 }
 
 int unlinkat(int folder, const char* path, int flags) noexcept {
-  if (isBelowHome(folder, path)) {
-    if (const int failure = failureFor(Call::kUnlink); failure != 0) return failed(failure);
-  }
+  if (isRefused(isBelowHome(folder, path), Call::kUnlink)) return -1;
   return static_cast<int>(syscall(SYS_unlinkat, folder, path, flags));
 }
 
 int unlink(const char* path) noexcept { return unlinkat(AT_FDCWD, path, 0); }
 
 int link(const char* from, const char* to) noexcept {
-  if (isBelowHome(AT_FDCWD, to)) {
-    if (const int failure = failureFor(Call::kLink); failure != 0) return failed(failure);
-    if (plan->disk == Disk::kNoLinks) return failed(EPERM);
-  }
+  if (isRefused(isBelowHome(AT_FDCWD, to), Call::kLink, Disk::kNoLinks, EPERM)) return -1;
   return static_cast<int>(syscall(SYS_link, from, to));
 }
 
 int mkdir(const char* path, mode_t mode) noexcept {
-  if (isBelowHome(AT_FDCWD, path)) {
-    if (const int failure = failureFor(Call::kMakeFolder); failure != 0) return failed(failure);
-  }
+  if (isRefused(isBelowHome(AT_FDCWD, path), Call::kMakeFolder)) return -1;
   return static_cast<int>(syscall(SYS_mkdir, path, mode));
 }
 
 int setxattr(const char* path, const char* name, const void* value, size_t size,
              int flags) noexcept {
-  if (isBelowHome(AT_FDCWD, path)) {
-    if (const int failure = failureFor(Call::kAttribute); failure != 0) return failed(failure);
-    if (plan->disk == Disk::kNoAttributes) return failed(ENOTSUP);
-  }
+  if (isRefused(isBelowHome(AT_FDCWD, path), Call::kAttribute, Disk::kNoAttributes, ENOTSUP))
+    return -1;
   return static_cast<int>(syscall(SYS_setxattr, path, name, value, size, flags));
 }
 
 int fsync(int file) {
-  if (isWatchedFile(file)) {
-    if (const int failure = failureFor(Call::kFlush); failure != 0) return failed(failure);
-    if (plan->disk == Disk::kNoFlush) return failed(EIO);
-  }
+  if (isRefused(isWatchedFile(file), Call::kFlush, Disk::kNoFlush, EIO)) return -1;
   return static_cast<int>(syscall(SYS_fsync, file));
 }
 

@@ -9,25 +9,21 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
-#include <charconv>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <map>
-#include <mutex>
 #include <optional>
 #include <random>
 #include <sstream>
 #include <string>
-#include <string_view>
 #include <thread>
-#include <tuple>
 #include <utility>
 #include <vector>
 
 #include "tests/faults/answering_server.h"
 #include "tests/faults/playthrough.h"
+#include "tests/support/command_line.h"
 
 namespace zln::faults {
 namespace {
@@ -40,6 +36,11 @@ constexpr std::array kFaultNames = {
     "ENOSPC", "EROFS", "EACCES",        "full from here on", "read-only from here on"};
 constexpr std::array kDiskNames = {"ordinary", "no exchange", "no leases",     "busy leases",
                                    "no locks", "no links",    "no attributes", "no flush"};
+
+// Without the one of the quiet trials.
+constexpr Disk kDisks[] = {Disk::kOrdinary,    Disk::kNoExchange, Disk::kNoLeases,
+                           Disk::kBusyLeases,  Disk::kNoLocks,    Disk::kNoLinks,
+                           Disk::kNoAttributes};
 
 constexpr int kErrorsOnly = 1;
 constexpr int kAllSteps = 4;
@@ -64,63 +65,54 @@ struct Options {
 
 // One row of the table.
 struct Row {
-  Disk disk;
-  Fault fault;
   int played = 0;
   int struck = 0;
   int failed = 0;
   int lost = 0;
 };
+using Rows = std::map<std::pair<Disk, Fault>, Row>;
 
 using Calls = std::array<std::uint32_t, kCallKinds>;
 
-// Plays trials, several at a time.
-class Series {
- public:
-  explicit Series(const Options& options) : options_(options) {}
+void tell(const Trial& trial, const Outcome& outcome) {
+  std::string text = "FAILED " + nameOf(trial) + "\n";
+  for (const std::string& wrong : outcome.wrongs) text += "       " + wrong + "\n";
+  std::fputs(text.c_str(), stdout);
+  std::fflush(stdout);
+}
 
-  // The outcomes in the order of the trials.
-  std::vector<Outcome> play(const std::vector<Trial>& trials, int level) const {
-    std::vector<Outcome> outcomes(trials.size());
-    std::atomic<std::size_t> next{0};
-    std::vector<std::thread> players;
-    for (unsigned job = 0; job < options_.jobs; ++job) {
-      players.emplace_back([&] {
-        AnsweringServer server;
-        for (std::size_t index = next++; index < trials.size(); index = next++) {
-          outcomes[index] =
-              Playthrough(server, trials[index], ZLN_GAME_PROGRAM, ZLN_PRELOAD, level).play();
-          if (!outcomes[index].wrongs.empty()) tell(trials[index], outcomes[index]);
-        }
-      });
-    }
-    for (std::thread& player : players) player.join();
-    return outcomes;
+// Plays trials, several at a time. The outcomes are in the order of the trials.
+std::vector<Outcome> play(const std::vector<Trial>& trials, unsigned jobs, int level) {
+  std::vector<Outcome> outcomes(trials.size());
+  std::atomic<std::size_t> next{0};
+  std::vector<std::thread> players;
+  for (unsigned job = 0; job < jobs; ++job) {
+    players.emplace_back([&] {
+      AnsweringServer server;
+      for (std::size_t index = next++; index < trials.size(); index = next++) {
+        outcomes[index] = playThrough(server, trials[index], level);
+        if (!outcomes[index].wrongs.empty()) tell(trials[index], outcomes[index]);
+      }
+    });
   }
-
- private:
-  static void tell(const Trial& trial, const Outcome& outcome) {
-    std::string text = "FAILED " + nameOf(trial) + "\n";
-    for (const std::string& wrong : outcome.wrongs) text += "       " + wrong + "\n";
-    std::fputs(text.c_str(), stdout);
-    std::fflush(stdout);
-  }
-
-  const Options& options_;
-};
-
-bool isWrite(Call call) { return call == Call::kWrite; }
+  for (std::thread& player : players) player.join();
+  return outcomes;
+}
 
 bool isOfWritesOnly(Fault fault) { return fault == Fault::kKillHalf || fault == Fault::kShorten; }
 
-// How often each kind of call is made on a disk when nothing fails, at most.
-Calls countCalls(const Series& series, Disk disk, bool& isRight) {
-  Calls most{};
-  for (const Outcome& outcome :
-       series.play(std::vector<Trial>(2, Trial{.disk = disk}), kErrorsOnly)) {
-    if (!outcome.wrongs.empty()) isRight = false;
+// How often each kind of call is made on each disk when nothing fails, at most. Absent when
+// something is wrong even so.
+std::optional<std::map<Disk, Calls>> countCalls(unsigned jobs) {
+  std::vector<Trial> trials;
+  for (const Disk disk : kDisks) trials.insert(trials.end(), 2, Trial{.disk = disk});
+  const std::vector<Outcome> outcomes = play(trials, jobs, kErrorsOnly);
+  std::map<Disk, Calls> most;
+  for (std::size_t index = 0; index < trials.size(); ++index) {
+    if (!outcomes[index].wrongs.empty()) return std::nullopt;
+    Calls& calls = most[trials[index].disk];
     for (std::size_t kind = 0; kind < kCallKinds; ++kind) {
-      most[kind] = std::max(most[kind], outcome.calls[kind]);
+      calls[kind] = std::max(calls[kind], outcomes[index].calls[kind]);
     }
   }
   return most;
@@ -131,7 +123,7 @@ void addTrials(std::vector<Trial>& trials, Disk disk, Fault fault, const Calls& 
   for (std::size_t kind = 1; kind < kCallKinds; ++kind) {
     const Call call = static_cast<Call>(kind);
     // Flushing has trials of its own, in which the game is quiet for so long.
-    if (call == Call::kFlush || (isOfWritesOnly(fault) && !isWrite(call))) continue;
+    if (call == Call::kFlush || (isOfWritesOnly(fault) && call != Call::kWrite)) continue;
     for (std::uint32_t ordinal = 1; ordinal <= calls[kind]; ++ordinal) {
       trials.push_back({.disk = disk, .fault = fault, .call = call, .ordinal = ordinal});
     }
@@ -184,30 +176,11 @@ void printCalls(const std::map<Disk, Calls>& calls) {
   std::printf("\n\n");
 }
 
-std::vector<Row> rowsOf(const std::vector<Trial>& trials, const std::vector<Outcome>& outcomes) {
-  std::map<std::pair<Disk, Fault>, Row> rows;
-  for (std::size_t index = 0; index < trials.size(); ++index) {
-    const auto [disk, fault] = std::pair(trials[index].disk, trials[index].fault);
-    Row& row = rows.try_emplace({disk, fault}, Row{.disk = disk, .fault = fault}).first->second;
-    ++row.played;
-    if (outcomes[index].isStruck || fault == Fault::kNone) ++row.struck;
-    if (!outcomes[index].wrongs.empty()) ++row.failed;
-    row.lost += outcomes[index].lostInTakingUp;
-  }
-  std::vector<Row> list;
-  for (const auto& [key, row] : rows) list.push_back(row);
-  return list;
-}
-
-Row sumOf(const std::vector<Row>& rows) {
-  Row sum{};
-  for (const Row& row : rows) {
-    sum.played += row.played;
-    sum.struck += row.struck;
-    sum.failed += row.failed;
-    sum.lost += row.lost;
-  }
-  return sum;
+void add(Row& row, const Trial& trial, const Outcome& outcome) {
+  ++row.played;
+  if (outcome.isStruck || trial.fault == Fault::kNone) ++row.struck;
+  if (!outcome.wrongs.empty()) ++row.failed;
+  row.lost += outcome.lostInTakingUp;
 }
 
 void printRow(const char* disk, const char* fault, const Row& row) {
@@ -216,11 +189,16 @@ void printRow(const char* disk, const char* fault, const Row& row) {
 }
 
 // True when all is well.
-bool printRows(const std::vector<Row>& rows) {
+bool printRows(const std::vector<Trial>& trials, const std::vector<Outcome>& outcomes) {
+  Rows rows;
+  Row sum;
+  for (std::size_t index = 0; index < trials.size(); ++index) {
+    const Trial& trial = trials[index];
+    for (Row* row : {&rows[{trial.disk, trial.fault}], &sum}) add(*row, trial, outcomes[index]);
+  }
   std::printf("%-16s%-24s%8s%8s%14s%8s%8s\n", "disk", "fault", "played", "struck", "not reached",
               "lost", "failed");
-  for (const Row& row : rows) printRow(nameOf(row.disk), nameOf(row.fault), row);
-  const Row sum = sumOf(rows);
+  for (const auto& [kind, row] : rows) printRow(nameOf(kind.first), nameOf(kind.second), row);
   printRow("", "all", sum);
   const bool isOftenMissed = (sum.played - sum.struck) * 100 > sum.played * kMostMissedInHundred;
   if (isOftenMissed) std::printf("\nToo many calls were not reached.\n");
@@ -232,34 +210,20 @@ bool printRows(const std::vector<Row>& rows) {
 
 int playAll(const Options& options) {
   std::printf("seed %u, one trial in %zu\n\n", options.seed, options.every);
-  const Series series(options);
-  std::map<Disk, Calls> calls;
-  bool isRight = true;
-  for (const Disk disk : {Disk::kOrdinary, Disk::kNoExchange, Disk::kNoLeases, Disk::kBusyLeases,
-                          Disk::kNoLocks, Disk::kNoLinks, Disk::kNoAttributes}) {
-    calls[disk] = countCalls(series, disk, isRight);
-  }
-  printCalls(calls);
-  if (!isRight) return EXIT_FAILURE;
-  const std::vector<Trial> trials = chosen(allTrials(calls), options);
-  const std::vector<Outcome> outcomes = series.play(trials, kErrorsOnly);
-  return printRows(rowsOf(trials, outcomes)) ? EXIT_SUCCESS : EXIT_FAILURE;
+  const auto calls = countCalls(options.jobs);
+  if (!calls) return EXIT_FAILURE;
+  printCalls(*calls);
+  const std::vector<Trial> trials = chosen(allTrials(*calls), options);
+  const std::vector<Outcome> outcomes = play(trials, options.jobs, kErrorsOnly);
+  return printRows(trials, outcomes) ? EXIT_SUCCESS : EXIT_FAILURE;
 }
 
 int playOne(const Options& options) {
-  const Outcome outcome = Series(options).play({*options.trial}, kAllSteps).front();
+  const Outcome outcome = play({*options.trial}, 1, kAllSteps).front();
   std::printf("%s\n%s: %s, %s\n", outcome.log.c_str(), nameOf(*options.trial).c_str(),
               outcome.isStruck ? "struck" : "not reached",
               outcome.wrongs.empty() ? "passed" : "failed");
   return outcome.wrongs.empty() ? EXIT_SUCCESS : EXIT_FAILURE;
-}
-
-// Options.
-
-template <typename Number>
-bool readNumber(std::string_view text, Number& number) {
-  const auto [end, failure] = std::from_chars(text.data(), text.data() + text.size(), number);
-  return failure == std::errc() && end == text.data() + text.size();
 }
 
 template <typename Kind, typename Names>
@@ -278,40 +242,24 @@ bool readTrial(const std::string& text, std::optional<Trial>& trial) {
   std::getline(parts, call, ',');
   std::getline(parts, ordinal);
   trial.emplace();
-  if (!readName(disk, kDiskNames, trial->disk) || !readName(fault, kFaultNames, trial->fault) ||
-      !readName(call, kCallNames, trial->call) || !readNumber(ordinal, trial->ordinal)) {
-    return false;
-  }
+  const bool isRead =
+      readName(disk, kDiskNames, trial->disk) && readName(fault, kFaultNames, trial->fault) &&
+      readName(call, kCallNames, trial->call) && CommandLine::readNumber(ordinal, trial->ordinal);
   trial->isQuiet = trial->call == Call::kFlush || trial->disk == Disk::kNoFlush;
-  return true;
-}
-
-bool readOption(const std::string& name, const std::string& value, Options& options) {
-  if (name == "--every") return readNumber(value, options.every) && options.every > 0;
-  if (name == "--seed") return readNumber(value, options.seed);
-  if (name == "--jobs") return readNumber(value, options.jobs) && options.jobs > 0;
-  return name == "--trial" && readTrial(value, options.trial);
-}
-
-std::optional<Options> readOptions(int count, char** words) {
-  Options options;
-  for (int index = 1; index < count; index += 2) {
-    if (index + 1 == count || !readOption(words[index], words[index + 1], options)) {
-      return std::nullopt;
-    }
-  }
-  return options;
+  return isRead;
 }
 
 }  // namespace
 }  // namespace zln::faults
 
 int main(int count, char** words) {
-  const auto options = zln::faults::readOptions(count, words);
-  if (!options) {
-    std::fputs("usage: faults [--every K] [--seed N] [--jobs N] [--trial DISK,FAULT,CALL,N]\n",
-               stderr);
-    return 2;
-  }
-  return options->trial ? zln::faults::playOne(*options) : zln::faults::playAll(*options);
+  using namespace zln::faults;
+  Options options;
+  zln::CommandLine("faults [--every K] [--seed N] [--jobs N] [--trial DISK,FAULT,CALL,N]")
+      .option("--every", options.every)
+      .option("--seed", options.seed)
+      .option("--jobs", options.jobs)
+      .option("--trial", [&](const auto& text) { return readTrial(text, options.trial); })
+      .read(count, words);
+  return options.trial ? playOne(options) : playAll(options);
 }

@@ -7,17 +7,29 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <map>
+#include <memory>
+#include <set>
+#include <stdexcept>
 #include <thread>
-#include <utility>
+
+#include "tests/faults/shared_plan.h"
+#include "tests/support/child_process.h"
+#include "tests/support/connect_proxy.h"
+#include "tests/support/installation_files.h"
+#include "tests/support/report_identity.h"
+#include "tests/support/temporary_folder.h"
 
 namespace zln::faults {
 namespace {
 
 using std::chrono::steady_clock;
+using Identities = std::set<ReportIdentity>;
 
+constexpr int kLives = 3;
 // Far more than anything takes that does not hang, under a sanitizer on a busy machine.
 constexpr auto kPatience = std::chrono::seconds(60);
-constexpr auto kPollPause = std::chrono::microseconds(300);
+constexpr auto kPollPause = std::chrono::microseconds(500);
 constexpr int kLooks = 4;
 constexpr int kExitCode = 7;
 constexpr std::size_t kLogEnd = 4000;
@@ -27,12 +39,6 @@ constexpr char kFirst[] = "ReportTypeSessionFirst";
 std::string contentsOf(const std::string& path) {
   std::ifstream file(path, std::ios::binary);
   return {std::istreambuf_iterator<char>(file), {}};
-}
-
-std::string textIn(const nlohmann::json& body, const char* key) { return body.value(key, ""); }
-
-std::string identityIn(const nlohmann::json& body) {
-  return identityOf(textIn(body, "type"), textIn(body, "adEventId"), textIn(body, "sessionId"));
 }
 
 bool isSessionStart(const nlohmann::json& body) {
@@ -45,368 +51,391 @@ bool isLasting(Fault fault) {
   return fault == Fault::kFullFromHere || fault == Fault::kReadOnlyFromHere;
 }
 
+class Playthrough {
+ public:
+  Playthrough(AnsweringServer& server, const Trial& trial, int level)
+      : server_(server), trial_(trial), level_(level), proxy_(server.port()) {
+    plan_->call = trial.call;
+    plan_->ordinal = trial.ordinal;
+    plan_->fault = trial.fault;
+    plan_->disk = trial.disk;
+    plan_->part = trial.part;
+    std::filesystem::create_directory(home_);
+  }
+
+  Outcome play() {
+    server_.forget();
+    playLife(1, [this] { trial_.isQuiet ? quietLife() : firstLife(); });
+    playLife(2, [this] { secondLife(); });
+    outcome_.isStruck = plan_->isStruck;
+    std::copy(std::begin(plan_->calls), std::end(plan_->calls), outcome_.calls.begin());
+    plan_->fault = Fault::kNone;
+    plan_->disk = Disk::kOrdinary;
+    playLife(kLives, [this] { lastLife(); });
+    for (int life = 1; life < kLives; ++life) checkSent(life);
+    checkFirstSessions();
+    checkLastState();
+    const std::string log = contentsOf(errorFile());
+    outcome_.log = log.substr(log.size() - std::min(log.size(), kLogEnd));
+    return outcome_;
+  }
+
+ private:
+  // The fault has ended the game, as it should.
+  struct Killed {};
+
+  // The lives.
+
+  template <typename Steps>
+  void playLife(int life, Steps steps) {
+    life_ = life;
+    const int settingsRequests = server_.settingsRequests();
+    server_.setLife(life);
+    server_.setSilent(false);
+    launch();
+    try {
+      steps();
+    } catch (const Killed&) {
+      expectKill();
+    } catch (const std::exception& problem) {
+      isKilledByPlan() ? expectKill() : wrong(problem.what());
+    }
+    game_->kill();
+    if (!server_.https().waitUntilDeserted()) wrong("connections outlive the game");
+    wroteSettingsInLastLife_ = server_.settingsRequests() > settingsRequests;
+    checkStored();
+  }
+
+  void launch() {
+    const std::map<std::string, std::string> environment = {
+        {"HOME", home_},
+        {"XDG_DATA_HOME", home_ + "/data"},
+        {"XDG_CONFIG_HOME", home_ + "/config"},
+        {"SSL_CERT_FILE", server_.https().caFile()},
+        {"https_proxy", proxy_.url()},
+        {"LD_PRELOAD", ZLN_PRELOAD},
+        // A race counts as a crash.
+        {"TSAN_OPTIONS", "halt_on_error=1"},
+        {kPlanVariable, planFile()}};
+    game_ = std::make_unique<ChildProcess>(ZLN_GAME_PROGRAM, environment, errorFile());
+    process_ = game_->pid();
+  }
+
+  void start() {
+    tell("level " + std::to_string(level_));
+    tell("app com.example.game 1.2.3");
+    tell("initialize engine-5");
+    tell("start");
+    await("the report of the session's start", [this] {
+      const std::vector<ReceivedReport> reports = server_.reports();
+      return std::any_of(reports.begin(), reports.end(), [this](const ReceivedReport& report) {
+        return report.life == life_ && isSessionStart(report.body);
+      });
+    });
+  }
+
+  void firstLife() {
+    start();
+    await("the request for settings", [this] { return server_.settingsRequests() >= 1; });
+    rest();
+    tell("active");
+    await("the second request for settings", [this] { return server_.settingsRequests() >= 2; });
+    rest();
+    tellOfAttempt("taken", "banner taken 1");
+    awaitSent("taken", 1);
+    rest();
+    tellOfAttempt("refused", "rewarded refused 0");
+    awaitSent("refused", 1);
+    rest();
+    tellOfAttempt("thrice1", "zone thrice1 video z 1");
+    tellOfAttempt("thrice2", "rewarded thrice2 1");
+    awaitSent("thrice1", 3);
+    awaitSent("thrice2", 3);
+    rest();
+    tell("resign");
+    tell("background");
+    tell("foreground");
+    awaitSent("thrice1", 4);
+    awaitSent("thrice2", 4);
+    tell("active");
+    rest();
+    server_.setSilent(true);
+    tellOfAttempt("waiting1", "banner waiting1 1");
+    tellOfAttempt("waiting2", "interstitial waiting2 0");
+    tellOfAttempt("waiting3", "zone waiting3 video z 1");
+    leaveForBackground();
+  }
+
+  void quietLife() {
+    start();
+    tellOfAttempt("quiet1", "banner quiet1 1");
+    awaitSent("quiet1", 1);
+    await("a flush", [this] { return plan_->calls[static_cast<std::size_t>(Call::kFlush)] >= 1; });
+    server_.setSilent(true);
+    tellOfAttempt("quiet2", "banner quiet2 1");
+    leaveForBackground();
+  }
+
+  // Saves three times at its end, so that one failure costs nothing.
+  void leaveForBackground() {
+    for (const char* event : {"resign", "background", "terminate", "background", "background"}) {
+      tell(event);
+    }
+  }
+
+  void secondLife() {
+    start();
+    awaitStored();
+    rest();
+    tell("active");
+    rest();
+    tellOfAttempt("second", "banner second 1");
+    awaitSent("second", 1);
+    rest();
+    server_.setSilent(true);
+    tellOfAttempt("late", "rewarded late 1");
+    leaveForBackground();
+    game_->send("return");
+    const int status = game_->waitForEnd(kPatience);
+    if (isKilledByPlan()) {
+      killedLife_ = life_;
+    } else if (!WIFEXITED(status) || WEXITSTATUS(status) != kExitCode) {
+      wrong("the game does not end well");
+    }
+  }
+
+  void lastLife() {
+    start();
+    awaitStored();
+    rest();
+    tell("active");
+    await("an empty list of reports", [this] {
+      tell("background");
+      return files_.owesNothing();
+    });
+    rest();
+  }
+
+  // The steps.
+
+  void tell(const std::string& command) {
+    if (!game_->tell(command).empty()) wrong("the game does not understand: " + command);
+    if (plan_->isStruck) checkWhole(files_.read());
+  }
+
+  // An attempt's network names it; it counts as acknowledged when the game has answered.
+  void tellOfAttempt(const std::string& network, const std::string& command) {
+    tell(command);
+    acknowledged_.push_back(network);
+  }
+
+  template <typename Condition>
+  void await(const std::string& what, Condition isTrue) {
+    const auto end = steady_clock::now() + kPatience;
+    while (!isTrue()) {
+      if (isKilledByPlan()) throw Killed();
+      if (hasEnded()) throw std::runtime_error("the game has ended by itself");
+      if (steady_clock::now() > end) throw std::runtime_error("there never came " + what);
+      std::this_thread::sleep_for(kPollPause);
+    }
+  }
+
+  void awaitSent(const std::string& network, int times) {
+    await("attempt " + network, [&] { return server_.countOf(network) >= times; });
+  }
+
+  // Until all that the life before has left has been sent.
+  void awaitStored() {
+    const Identities& stored = storedAtEnd_[life_ - 1];
+    await("a stored report", [&] {
+      const Identities sent = sentAfter(life_ - 1);
+      return std::includes(sent.begin(), sent.end(), stored.begin(), stored.end());
+    });
+  }
+
+  // Until the game has nothing under way to the server and no thread of it has anything to do. A
+  // thread may wait for another one for a moment, so several looks must agree.
+  void rest() {
+    int looks = 0;
+    await("rest", [this, &looks] {
+      looks = !hasConnection() && isAsleep() && !hasConnection() ? looks + 1 : 0;
+      return looks == kLooks;
+    });
+  }
+
+  bool hasConnection() const {
+    std::error_code ignored;
+    const std::string files = "/proc/" + std::to_string(process_) + "/fd";
+    for (const auto& file : std::filesystem::directory_iterator(files, ignored)) {
+      const std::string target = std::filesystem::read_symlink(file.path(), ignored);
+      if (target.starts_with("socket:")) return true;
+    }
+    return false;
+  }
+
+  bool isAsleep() const {
+    std::error_code ignored;
+    const std::string tasks = "/proc/" + std::to_string(process_) + "/task";
+    for (const auto& task : std::filesystem::directory_iterator(tasks, ignored)) {
+      const std::string facts = contentsOf(task.path().string() + "/stat");
+      if (facts.find(") S ") == std::string::npos) return false;
+    }
+    return true;
+  }
+
+  bool hasEnded() const {
+    siginfo_t facts{};
+    const auto id = static_cast<id_t>(process_);
+    return waitid(P_PID, id, &facts, WEXITED | WNOHANG | WNOWAIT) != 0 || facts.si_pid != 0;
+  }
+
+  // In this life.
+  bool isKilledByPlan() const {
+    return plan_->isStruck && isKill(plan_->fault) && plan_->struckProcess == process_;
+  }
+
+  void expectKill() {
+    killedLife_ = life_;
+    const int status = game_->waitForEnd(kPatience);
+    if (!WIFSIGNALED(status) || WTERMSIG(status) != SIGKILL) wrong("the game outlives its end");
+  }
+
+  // What must hold.
+
+  void checkWhole(const StoredState& state) {
+    for (const std::string& problem : state.problems) wrong("torn: " + problem);
+    if (state.settings && state.settings->find("lastUpdate") == nullptr) {
+      wrong("torn: the settings lack their time");
+    }
+  }
+
+  // At the end of a life.
+  void checkStored() {
+    const StoredState state = files_.read();
+    checkWhole(state);
+    if (hadReports_ && !state.hasReportFile) wrong("the list of reports is gone");
+    hadReports_ = state.hasReportFile;
+    if (!user_.empty() && state.user != user_) wrong("the stored user is another one");
+    user_ = state.user;
+    if (!state.isFirstSessionSent) ++livesWithoutFirstSession_;
+    for (const StoredReport& report : state.reports) storedAtEnd_[life_].insert(report.identity);
+    checkAcknowledged(state);
+    acknowledged_.clear();
+  }
+
+  // The game has gone on when it was told that an attempt is kept.
+  void checkAcknowledged(const StoredState& state) {
+    if (mayLoseWhatIsNotSent()) return;
+    for (const std::string& network : acknowledged_) {
+      const bool isStored =
+          std::any_of(state.reports.begin(), state.reports.end(),
+                      [&](const StoredReport& report) { return report.network == network; });
+      if (isStored || server_.isSettled(network)) continue;
+      // It was held, and the kill came while such reports were being queued again.
+      if (trial_.disk == Disk::kNoLinks && isKill(trial_.fault)) {
+        ++outcome_.lostInTakingUp;
+      } else {
+        wrong("attempt " + network + " is neither sent nor stored");
+      }
+    }
+  }
+
+  // Without a folder, or on a disk that stays broken, nothing can be kept for another life.
+  bool mayLoseWhatIsNotSent() const {
+    return plan_->isStruck &&
+           (isLasting(trial_.fault) || (trial_.call == Call::kMakeFolder && !isKill(trial_.fault)));
+  }
+
+  // All that a life has left stored is sent by a later one. Where the system makes no links,
+  // nothing keeps what a life has found from that life's own saves, until it has taken up all of
+  // it.
+  void checkSent(int life) {
+    const Identities sent = sentAfter(life);
+    for (const ReportIdentity& identity : storedAtEnd_[life]) {
+      if (sent.contains(identity)) continue;
+      const bool isKnownLoss = trial_.disk == Disk::kNoLinks && life + 1 == killedLife_ &&
+                               !storedAtEnd_[killedLife_].contains(identity);
+      if (isKnownLoss) {
+        ++outcome_.lostInTakingUp;
+      } else {
+        wrong("stored and never sent: " + identity.text());
+      }
+    }
+  }
+
+  Identities sentAfter(int life) const {
+    Identities sent;
+    for (const ReceivedReport& report : server_.reports()) {
+      if (report.life > life) sent.insert(reportIdentity(report.body));
+    }
+    return sent;
+  }
+
+  // One first session, and one more for each life that could not store that it has had its own.
+  void checkFirstSessions() {
+    Identities firsts = sentAfter(0);
+    std::erase_if(firsts, [](const ReportIdentity& identity) { return identity.type != kFirst; });
+    const auto most = static_cast<std::size_t>(1 + livesWithoutFirstSession_);
+    if (firsts.empty()) wrong("no first session");
+    if (firsts.size() > most) wrong(std::to_string(firsts.size()) + " first sessions");
+  }
+
+  void checkLastState() {
+    const StoredState state = files_.read();
+    checkStrangers();
+    if (!state.settings) wrong("no settings are stored");
+    if (!state.isFirstSessionSent) wrong("no first session is stored");
+    for (const ReceivedReport& report : server_.reports()) {
+      const bool isNew = report.life == kLives && isSessionStart(report.body) &&
+                         !storedAtEnd_[kLives - 1].contains(reportIdentity(report.body));
+      if (isNew && textIn(report.body, "userId") != state.user) wrong("a report of another user");
+    }
+  }
+
+  // What a killed game leaves goes with the next write in the folder, where the system can lock
+  // files. Settings that had been fetched before the kill are not written again so soon.
+  void checkStrangers() {
+    if (trial_.disk == Disk::kNoLocks) return;
+    for (const std::string& name : files_.strangers()) {
+      const bool isOfSettings = name.find("/com.zelnor.sdk/data/.zln.") != std::string::npos;
+      if (!isOfSettings || wroteSettingsInLastLife_) wrong("left over: " + name);
+    }
+  }
+
+  void wrong(const std::string& what) {
+    outcome_.wrongs.push_back("life " + std::to_string(life_) + ": " + what);
+  }
+
+  std::string planFile() const { return folder_.path() + "/plan"; }
+  std::string errorFile() const { return folder_.path() + "/errors"; }
+
+  AnsweringServer& server_;
+  const Trial trial_;
+  const int level_;
+  TemporaryFolder folder_;
+  const std::string home_ = folder_.path() + "/home";
+  const InstallationFiles files_{home_, "com.example.game"};
+  SharedPlan plan_{planFile(), home_};
+  ConnectProxy proxy_;
+  std::unique_ptr<ChildProcess> game_;
+  int life_ = 0;
+  pid_t process_ = -1;
+  Outcome outcome_;
+
+  // What the ends of the lives have shown.
+  std::vector<std::string> acknowledged_;
+  std::map<int, Identities> storedAtEnd_;
+  bool hadReports_ = false;
+  std::string user_;
+  int killedLife_ = 0;
+  bool wroteSettingsInLastLife_ = false;
+  int livesWithoutFirstSession_ = 0;
+};
+
 }  // namespace
 
-Playthrough::Playthrough(AnsweringServer& server, const Trial& trial, std::string program,
-                         std::string preload, int level)
-    : server_(server),
-      trial_(trial),
-      program_(std::move(program)),
-      preload_(std::move(preload)),
-      level_(level),
-      plan_(folder_.path() + "/plan", home_),
-      proxy_(server.port()) {
-  plan_->call = trial.call;
-  plan_->ordinal = trial.ordinal;
-  plan_->fault = trial.fault;
-  plan_->disk = trial.disk;
-  plan_->part = trial.part;
-  std::filesystem::create_directory(home_);
-}
-
-Outcome Playthrough::play() {
-  server_.forget();
-  if (trial_.isQuiet) {
-    playLife(1, [this] { quietLife(); });
-  } else {
-    playLife(1, [this] { firstLife(); });
-  }
-  playLife(2, [this] { secondLife(); });
-  outcome_.isStruck = plan_->isStruck;
-  std::copy(std::begin(plan_->calls), std::end(plan_->calls), outcome_.calls.begin());
-  plan_->fault = Fault::kNone;
-  plan_->disk = Disk::kOrdinary;
-  playLife(kLives, [this] { lastLife(); });
-  checkAllSent();
-  checkLastState();
-  const std::string log = contentsOf(folder_.path() + "/errors");
-  outcome_.log = log.substr(log.size() - std::min(log.size(), kLogEnd));
-  return outcome_;
-}
-
-// The lives.
-
-void Playthrough::playLife(int life, const std::function<void()>& steps) {
-  life_ = life;
-  const int settingsRequests = server_.settingsRequests();
-  server_.setLife(life);
-  server_.setSilent(false);
-  game_ = std::make_unique<ChildProcess>(
-      program_,
-      std::map<std::string, std::string>{{"HOME", home_},
-                                         {"XDG_DATA_HOME", home_ + "/data"},
-                                         {"XDG_CONFIG_HOME", home_ + "/config"},
-                                         {"SSL_CERT_FILE", server_.https().caFile()},
-                                         {"https_proxy", proxy_.url()},
-                                         {"LD_PRELOAD", preload_},
-                                         // A race counts as a crash.
-                                         {"TSAN_OPTIONS", "halt_on_error=1"},
-                                         {kPlanVariable, folder_.path() + "/plan"}},
-      folder_.path() + "/errors");
-  process_ = game_->pid();
-  try {
-    steps();
-  } catch (const Killed&) {
-    expectKill();
-  } catch (const std::exception& problem) {
-    if (isKilledByPlan()) {
-      expectKill();
-    } else {
-      wrong(problem.what());
-    }
-  }
-  game_->kill();
-  if (!server_.https().waitUntilDeserted()) wrong("connections outlive the game");
-  wroteSettingsInLastLife_ = server_.settingsRequests() > settingsRequests;
-  checkStored(life);
-}
-
-void Playthrough::start() {
-  tell("level " + std::to_string(level_));
-  tell("app com.example.game 1.2.3");
-  tell("initialize engine-5");
-  tell("start");
-  await("the report of the session's start", [this] {
-    const std::vector<ReceivedReport> reports = server_.reports();
-    return std::any_of(reports.begin(), reports.end(), [this](const ReceivedReport& report) {
-      return report.life == life_ && isSessionStart(report.body);
-    });
-  });
-}
-
-void Playthrough::firstLife() {
-  start();
-  await("the request for settings", [this] { return server_.settingsRequests() >= 1; });
-  rest();
-  tell("active");
-  await("the second request for settings", [this] { return server_.settingsRequests() >= 2; });
-  rest();
-  tellOfAttempt("taken", "banner taken 1");
-  awaitSent("taken", 1);
-  rest();
-  tellOfAttempt("refused", "rewarded refused 0");
-  awaitSent("refused", 1);
-  rest();
-  tellOfAttempt("thrice1", "zone thrice1 video z 1");
-  tellOfAttempt("thrice2", "rewarded thrice2 1");
-  awaitSent("thrice1", 3);
-  awaitSent("thrice2", 3);
-  rest();
-  tell("resign");
-  tell("background");
-  tell("foreground");
-  awaitSent("thrice1", 4);
-  awaitSent("thrice2", 4);
-  tell("active");
-  rest();
-  server_.setSilent(true);
-  tellOfAttempt("waiting1", "banner waiting1 1");
-  tellOfAttempt("waiting2", "interstitial waiting2 0");
-  tellOfAttempt("waiting3", "zone waiting3 video z 1");
-  leaveForBackground();
-}
-
-void Playthrough::quietLife() {
-  start();
-  tellOfAttempt("quiet1", "banner quiet1 1");
-  awaitSent("quiet1", 1);
-  await("a flush", [this] { return plan_->calls[static_cast<std::size_t>(Call::kFlush)] >= 1; });
-  server_.setSilent(true);
-  tellOfAttempt("quiet2", "banner quiet2 1");
-  leaveForBackground();
-}
-
-// Saves three times at its end, so that one failure costs nothing.
-void Playthrough::leaveForBackground() {
-  tell("resign");
-  tell("background");
-  tell("terminate");
-  tell("background");
-  tell("background");
-}
-
-void Playthrough::secondLife() {
-  start();
-  awaitStored();
-  rest();
-  tell("active");
-  rest();
-  tellOfAttempt("second", "banner second 1");
-  awaitSent("second", 1);
-  rest();
-  server_.setSilent(true);
-  tellOfAttempt("late", "rewarded late 1");
-  leaveForBackground();
-  game_->send("return");
-  const int status = game_->waitForEnd(kPatience);
-  if (isKilledByPlan()) {
-    killedLife_ = life_;
-    return;
-  }
-  if (!WIFEXITED(status) || WEXITSTATUS(status) != kExitCode) wrong("the game does not end well");
-}
-
-void Playthrough::lastLife() {
-  start();
-  awaitStored();
-  rest();
-  tell("active");
-  await("an empty list of reports", [this] {
-    tell("background");
-    return readStoredState(home_).reports == std::set<std::string>();
-  });
-  rest();
-}
-
-// The steps.
-
-void Playthrough::tell(const std::string& command) {
-  if (!game_->tell(command).empty()) wrong("the game does not understand: " + command);
-  if (plan_->isStruck) checkWhole();
-}
-
-void Playthrough::tellOfAttempt(const std::string& network, const std::string& command) {
-  tell(command);
-  acknowledged_.push_back(network);
-}
-
-void Playthrough::await(const std::string& what, const std::function<bool()>& isTrue) {
-  const auto end = steady_clock::now() + kPatience;
-  while (!isTrue()) {
-    throwIfEnded();
-    if (steady_clock::now() > end) throw std::runtime_error("there never came " + what);
-    std::this_thread::sleep_for(kPollPause);
-  }
-}
-
-void Playthrough::awaitSent(const std::string& network, int times) {
-  await("attempt " + network, [&] { return server_.countOf(network) >= times; });
-}
-
-// Until all that the life before has left has been sent.
-void Playthrough::awaitStored() {
-  const std::set<std::string>& stored = storedAtEnd_[life_ - 1];
-  await("a stored report", [&] {
-    const std::set<std::string> sent = sentAfter(life_ - 1);
-    return std::includes(sent.begin(), sent.end(), stored.begin(), stored.end());
-  });
-}
-
-// Until the game has nothing under way to the server and no thread of it has anything to do. A
-// thread may wait for another one for a moment, so several looks must agree.
-void Playthrough::rest() {
-  int looks = 0;
-  await("rest", [this, &looks] {
-    looks = !hasConnection() && isAsleep() && !hasConnection() ? looks + 1 : 0;
-    return looks == kLooks;
-  });
-}
-
-bool Playthrough::hasConnection() const {
-  std::error_code ignored;
-  const std::string files = "/proc/" + std::to_string(process_) + "/fd";
-  for (const auto& file : std::filesystem::directory_iterator(files, ignored)) {
-    const std::string target = std::filesystem::read_symlink(file.path(), ignored);
-    if (target.starts_with("socket:")) return true;
-  }
-  return false;
-}
-
-bool Playthrough::isAsleep() const {
-  std::error_code ignored;
-  const std::string tasks = "/proc/" + std::to_string(process_) + "/task";
-  for (const auto& task : std::filesystem::directory_iterator(tasks, ignored)) {
-    const std::string facts = contentsOf(task.path().string() + "/stat");
-    if (facts.find(") S ") == std::string::npos) return false;
-  }
-  return true;
-}
-
-bool Playthrough::hasEnded() const {
-  siginfo_t facts{};
-  const auto id = static_cast<id_t>(process_);
-  return waitid(P_PID, id, &facts, WEXITED | WNOHANG | WNOWAIT) != 0 || facts.si_pid != 0;
-}
-
-void Playthrough::throwIfEnded() const {
-  if (isKilledByPlan()) throw Killed();
-  if (hasEnded()) throw std::runtime_error("the game has ended by itself");
-}
-
-// In this life.
-bool Playthrough::isKilledByPlan() const {
-  return plan_->isStruck && isKill(plan_->fault) && plan_->struckProcess == process_;
-}
-
-void Playthrough::expectKill() {
-  killedLife_ = life_;
-  const int status = game_->waitForEnd(kPatience);
-  if (!WIFSIGNALED(status) || WTERMSIG(status) != SIGKILL) wrong("the game outlives its end");
-}
-
-// What must hold.
-
-void Playthrough::checkWhole() {
-  for (const std::string& name : tornFiles(home_)) wrong("torn: " + name);
-}
-
-void Playthrough::checkStored(int life) {
-  checkWhole();
-  const StoredState state = readStoredState(home_);
-  if (hadReports_ && !state.reports) wrong("the list of reports is gone");
-  hadReports_ = state.reports.has_value();
-  if (!user_.empty() && state.user != user_) wrong("the stored user is another one");
-  user_ = state.user;
-  if (!state.isFirstSessionSent) ++livesWithoutFirstSession_;
-  storedAtEnd_[life] = state.reports.value_or(std::set<std::string>());
-  checkAcknowledged(state);
-  acknowledged_.clear();
-}
-
-// The game has gone on when it was told that an attempt is kept.
-void Playthrough::checkAcknowledged(const StoredState& state) {
-  if (mayLoseWhatIsNotSent()) return;
-  for (const std::string& network : acknowledged_) {
-    if (server_.isSettled(network) || state.networks.contains(network)) continue;
-    // It was held, and the kill came while such reports were being queued again.
-    if (trial_.disk == Disk::kNoLinks && isKill(trial_.fault)) {
-      ++outcome_.lostInTakingUp;
-    } else {
-      wrong("attempt " + network + " is neither sent nor stored");
-    }
-  }
-}
-
-// Without a folder, or on a disk that stays broken, nothing can be kept for another life.
-bool Playthrough::mayLoseWhatIsNotSent() const {
-  return plan_->isStruck &&
-         (isLasting(trial_.fault) || (trial_.call == Call::kMakeFolder && !isKill(trial_.fault)));
-}
-
-void Playthrough::checkAllSent() {
-  for (int life = 1; life < kLives; ++life) checkSent(life);
-  checkFirstSessions();
-}
-
-// All that a life has left stored is sent by a later one. Where the system makes no links, nothing
-// keeps what a life has found from that life's own saves, until it has taken up all of it.
-void Playthrough::checkSent(int life) {
-  const std::set<std::string> sent = sentAfter(life);
-  for (const std::string& identity : storedAtEnd_[life]) {
-    if (sent.contains(identity)) continue;
-    const bool isKnownLoss = trial_.disk == Disk::kNoLinks && life + 1 == killedLife_ &&
-                             !storedAtEnd_[killedLife_].contains(identity);
-    if (isKnownLoss) {
-      ++outcome_.lostInTakingUp;
-    } else {
-      wrong("stored and never sent: " + identity);
-    }
-  }
-}
-
-std::set<std::string> Playthrough::sentAfter(int life) const {
-  std::set<std::string> sent;
-  for (const ReceivedReport& report : server_.reports()) {
-    if (report.life > life) sent.insert(identityIn(report.body));
-  }
-  return sent;
-}
-
-// One first session, and one more for each life that could not store that it has had its own.
-void Playthrough::checkFirstSessions() {
-  std::set<std::string> firsts;
-  for (const ReceivedReport& report : server_.reports()) {
-    if (textIn(report.body, "type") == kFirst) firsts.insert(identityIn(report.body));
-  }
-  const auto most = static_cast<std::size_t>(1 + livesWithoutFirstSession_);
-  if (firsts.empty()) wrong("no first session");
-  if (firsts.size() > most) wrong(std::to_string(firsts.size()) + " first sessions");
-}
-
-void Playthrough::checkLastState() {
-  const StoredState state = readStoredState(home_);
-  checkStrangers(state);
-  if (!state.hasSettings) wrong("no settings are stored");
-  if (!state.isFirstSessionSent) wrong("no first session is stored");
-  for (const ReceivedReport& report : server_.reports()) {
-    const bool isNew = report.life == kLives && isSessionStart(report.body) &&
-                       !storedAtEnd_[kLives - 1].contains(identityIn(report.body));
-    if (isNew && textIn(report.body, "userId") != state.user) wrong("a report of another user");
-  }
-}
-
-// What a killed game leaves goes with the next write in the folder, where the system can lock
-// files. Settings that had been fetched before the kill are not written again so soon.
-void Playthrough::checkStrangers(const StoredState& state) {
-  if (trial_.disk == Disk::kNoLocks) return;
-  for (const std::string& name : state.strangers) {
-    const bool isOfSettings = name.find("/com.zelnor.sdk/data/.zln.") != std::string::npos;
-    if (!isOfSettings || wroteSettingsInLastLife_) wrong("left over: " + name);
-  }
-}
-
-void Playthrough::wrong(const std::string& what) {
-  outcome_.wrongs.push_back("life " + std::to_string(life_) + ": " + what);
+Outcome playThrough(AnsweringServer& server, const Trial& trial, int level) {
+  return Playthrough(server, trial, level).play();
 }
 
 }  // namespace zln::faults

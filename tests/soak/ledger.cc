@@ -19,23 +19,23 @@ constexpr double kLifeTolerance = 2.0;
 // life after life it could stand there more often. More than so many copies are not by chance.
 constexpr int kMostCopies = 8;
 
-bool isAd(const std::string& identity) { return identity.starts_with("ad "); }
-bool isStop(const std::string& identity) { return identity.starts_with("stop "); }
+bool isAd(const std::string& subject) { return subject.starts_with("ad "); }
+bool isStop(const std::string& subject) { return subject.starts_with("stop "); }
 
 std::string beginOf(const std::string& stop) { return "begin" + stop.substr(stop.find(' ')); }
 
-bool mayBeOff(const LifeRecord& life, const char* setting, bool sentBefore) {
-  const auto& handedOut = life.plan->settings;
-  const std::string key = std::string("ConfigSerializationKey") + setting;
-  return !sentBefore || (life.handedOutSettings && !handedOut.value(key, true));
+bool mayBeOff(const LifeRecord& life, const std::string& setting) {
+  const std::string key = "ConfigSerializationKey" + setting;
+  const Number* before = life.before.settings ? life.before.settings->findNumber(key) : nullptr;
+  const bool wasOff = before != nullptr && !before->boolValue();
+  return wasOff || (life.handedOutSettings && !life.plan->settings.value(key, true));
 }
 
 // The settings of the life may have switched this kind of session report off.
-bool mayBeSwitchedOff(const LifeRecord& life, const std::string& identity) {
-  if (isAd(identity)) return false;
-  if (isStop(identity)) return mayBeOff(life, "SendStopSessionReports", life.before.sendsStop);
-  return mayBeOff(life, "SendStartSessionReports", life.before.sendsStart) ||
-         mayBeOff(life, "SendFirstSessionReports", life.before.sendsFirst);
+bool mayBeSwitchedOff(const LifeRecord& life, const std::string& subject) {
+  if (isAd(subject)) return false;
+  if (isStop(subject)) return mayBeOff(life, "SendStopSessionReports");
+  return mayBeOff(life, "SendStartSessionReports") || mayBeOff(life, "SendFirstSessionReports");
 }
 
 // What the evidence says of one object of a report that is gone; absent when it says nothing.
@@ -75,22 +75,31 @@ std::string endingOf(const LifeRecord& life) {
 }  // namespace
 
 std::vector<std::string> Ledger::enter(const LifeRecord& life) {
+  life_ = &life;
   findings_ = life.story.complaints;
+  before_.clear();
+  after_.clear();
+  inPlace_.clear();
+  for (const StoredReport& stored : life.before.reports) ++before_[subjectOf(stored)];
+  for (const StoredReport& stored : life.after.reports) {
+    ++after_[subjectOf(stored)];
+    if (stored.isInPlace) inPlace_.insert(subjectOf(stored));
+  }
   for (const std::string& problem : life.before.problems) find("before: " + problem);
   for (const std::string& problem : life.after.problems) find("after: " + problem);
   for (const ReportStory& report : life.story.reports) {
-    if (report.identity.empty()) continue;
-    Account& account = accountOf(report.identity);
+    if (report.subject.empty()) continue;
+    Account& account = accounts_[report.subject];
     if (report.accepted) account.accepted = true;
     if (report.accepted || report.stored) account.owed = true;
     if (!report.stored) account.longestDuration = life.seconds + kLifeTolerance;
   }
-  const std::map<std::string, Course> courses = coursesOf(life);
-  enterArrivals(life);
-  for (const auto& [identity, course] : courses) enterCourse(life, identity, course);
-  lookAtStored(life, courses);
-  lookAtSessions(life);
-  lookAtUser(life);
+  const std::map<std::string, Course> courses = coursesOf();
+  enterArrivals();
+  for (const auto& [subject, course] : courses) enterCourse(subject, course);
+  lookAtStored(courses);
+  lookAtSessions();
+  lookAtUser();
 
   ++tally_.lives;
   ++tally_.weathers[life.plan->weather.name.substr(0, life.plan->weather.name.find(' '))];
@@ -101,19 +110,17 @@ std::vector<std::string> Ledger::enter(const LifeRecord& life) {
   return std::move(findings_);
 }
 
-Ledger::Account& Ledger::accountOf(const std::string& identity) { return accounts_[identity]; }
-
-std::map<std::string, Ledger::Course> Ledger::coursesOf(const LifeRecord& life) const {
+std::map<std::string, Ledger::Course> Ledger::coursesOf() const {
   std::map<std::string, Course> courses;
-  for (const StoredReport& stored : life.before.reports) courses[stored.identity];
-  for (const ReportStory& report : life.story.reports) {
-    if (report.identity.empty()) continue;
-    Course& course = courses[report.identity];
+  for (const auto& [subject, copies] : before_) courses[subject];
+  for (const ReportStory& report : life_->story.reports) {
+    if (report.subject.empty()) continue;
+    Course& course = courses[report.subject];
     course.reports.push_back(&report);
     course.deliveries += report.deliveries;
   }
-  for (const Arrival& arrival : life.arrivals) {
-    Course& course = courses[arrival.identity];
+  for (const Arrival& arrival : life_->arrivals) {
+    Course& course = courses[arrival.subject];
     if (arrival.verdict == Verdict::kTaken) {
       ++course.taken;
       if (!arrival.replied) ++course.repliesLost;
@@ -125,31 +132,29 @@ std::map<std::string, Ledger::Course> Ledger::coursesOf(const LifeRecord& life) 
 
 // ---- What came ----
 
-void Ledger::enterArrivals(const LifeRecord& life) {
-  for (const Arrival& arrival : life.arrivals) {
-    const auto found = accounts_.find(arrival.identity);
+void Ledger::enterArrivals() {
+  for (const Arrival& arrival : life_->arrivals) {
+    const auto found = accounts_.find(arrival.subject);
     if (found == accounts_.end()) {
       find("a report from nowhere came: " + arrival.body.dump());
       continue;
     }
     checkJudgement(arrival);
     users_.insert(textIn(arrival.body, "userId"));
-    if (isAd(arrival.identity)) {
-      found->second.eventIdentifiers.insert(textIn(arrival.body, "adEventId"));
-      checkAd(arrival.identity, arrival);
-    } else if (isStop(arrival.identity)) {
+    if (isAd(arrival.subject)) {
+      found->second.identities.insert(reportIdentity(arrival.body));
+      checkAd(arrival.subject, arrival);
+    } else if (isStop(arrival.subject)) {
       checkStop(arrival, found->second);
     } else if (textIn(arrival.body, "type") == "ReportTypeSessionFirst") {
-      firstSessions_.insert(arrival.identity);
+      firstSessions_.insert(arrival.subject);
     }
   }
 }
 
 // How many first sessions there may be is for the end of the books.
 void Ledger::checkJudgement(const Arrival& arrival) {
-  const std::string what = textIn(arrival.body, "type") + " " +
-                           textIn(arrival.body, isAd(arrival.identity) ? "adEventId" : "sessionId");
-  const bool cameBefore = !arrived_.insert(what).second;
+  const bool cameBefore = !arrived_.insert(reportIdentity(arrival.body)).second;
   const bool isInvalid = std::any_of(arrival.errors.begin(), arrival.errors.end(),
                                      [](const auto& e) { return e != "second-first-session"; });
   if (isInvalid) find("the collector calls it invalid: " + arrival.body.dump());
@@ -160,11 +165,11 @@ void Ledger::checkJudgement(const Arrival& arrival) {
 }
 
 // It says what the call said.
-void Ledger::checkAd(const std::string& identity, const Arrival& arrival) {
+void Ledger::checkAd(const std::string& subject, const Arrival& arrival) {
   int number = 0;
-  const std::size_t dot = identity.find('.');
-  std::from_chars(identity.data() + dot + 1, identity.data() + identity.size(), number);
-  const AdCall call = adCall(identity.substr(3, dot - 3), number);
+  const std::size_t dot = subject.find('.');
+  std::from_chars(subject.data() + dot + 1, subject.data() + subject.size(), number);
+  const AdCall call = adCall(subject.substr(3, dot - 3), number);
   const bool isZone = textIn(arrival.body, "type") == "ReportTypeAdZoneAttempt";
   if (textIn(arrival.body, "network") != call.network ||
       textIn(arrival.body, "adType") != call.adType || isZone != call.zone.has_value() ||
@@ -187,22 +192,20 @@ void Ledger::checkStop(const Arrival& arrival, const Account& account) {
 
 // ---- What became of it ----
 
-void Ledger::enterCourse(const LifeRecord& life, const std::string& identity,
-                         const Course& course) {
+void Ledger::enterCourse(const std::string& subject, const Course& course) {
   if (course.deliveries > course.taken) {
-    find(identity + " counts as delivered, but the server did not take it");
+    find(subject + " counts as delivered, but the server did not take it");
   }
   for (const ReportStory* report : course.reports) {
-    if (report->deliveries > 1) find(identity + " is delivered twice by one process");
+    if (report->deliveries > 1) find(subject + " is delivered twice by one process");
   }
-  countRepeats(life, identity, course);
-  settle(life, identity, course);
+  countRepeats(subject, course);
+  settle(subject, course);
 }
 
-void Ledger::countRepeats(const LifeRecord& life, const std::string& identity,
-                          const Course& course) {
+void Ledger::countRepeats(const std::string& subject, const Course& course) {
   if (course.taken == 0) return;
-  Account& account = accountOf(identity);
+  Account& account = accounts_[subject];
   if (account.takings > 0) ++tally_.repeats[account.nextRepeat];
   account.takings += course.taken;
 
@@ -210,7 +213,7 @@ void Ledger::countRepeats(const LifeRecord& life, const std::string& identity,
   const int objects = static_cast<int>(course.reports.size());
   const int unlearned = course.taken - course.deliveries;
   if (unlearned > course.repliesLost + objects - course.deliveries) {
-    find(identity + " came again although the game had the server's reply");
+    find(subject + " came again although the game had the server's reply");
   }
   const int again = course.taken - 1;
   const int byLostReply = std::min(again, std::max(unlearned, 0));
@@ -218,21 +221,22 @@ void Ledger::countRepeats(const LifeRecord& life, const std::string& identity,
   tally_.repeats[Repeat::kStoodTwice] += again - byLostReply;
   account.nextRepeat = course.deliveries == 0 ? Repeat::kReplyLost : Repeat::kEndedBeforeSave;
   if (course.deliveries > 0 && objects > 1) account.nextRepeat = Repeat::kStoodTwice;
-  if (course.deliveries > 0 && !life.after.inPlace.contains(identity)) {
+  if (course.deliveries > 0 && !inPlace_.contains(subject)) {
     account.nextRepeat = Repeat::kEndedWhileTakingUp;
   }
 }
 
-void Ledger::settle(const LifeRecord& life, const std::string& identity, const Course& course) {
-  Account& account = accountOf(identity);
-  if (!account.owed || life.after.copiesOf(identity) > 0) return;
+void Ledger::settle(const std::string& subject, const Course& course) {
+  Account& account = accounts_[subject];
+  if (!account.owed || after_.contains(subject)) return;
   account.owed = false;
-  if (account.takings == 0) explainLoss(life, identity, course);
+  if (account.takings == 0) explainLoss(subject, course);
 }
 
-void Ledger::explainLoss(const LifeRecord& life, const std::string& identity,
-                         const Course& course) {
-  const bool mayBeOff = mayBeSwitchedOff(life, identity);
+void Ledger::explainLoss(const std::string& subject, const Course& course) {
+  const auto found = before_.find(subject);
+  const int copiesBefore = found == before_.end() ? 0 : found->second;
+  const bool mayBeOff = mayBeSwitchedOff(*life_, subject);
   int recovered = 0;
   std::optional<Loss> loss;
   for (const ReportStory* report : course.reports) {
@@ -240,83 +244,84 @@ void Ledger::explainLoss(const LifeRecord& life, const std::string& identity,
     loss = lossOf(*report, course.rejectedByServer, mayBeOff);
     if (!loss) break;
   }
-  const bool wasNotReached = recovered < life.before.copiesOf(identity);
+  const bool wasNotReached = recovered < copiesBefore;
   if (course.reports.empty() && wasNotReached) loss = Loss::kEndedWhileTakingUp;
   // A process that ends when all is delivered has not ended too early.
-  if (loss == Loss::kEndedWhileTakingUp && life.plan->ending == Ending::kDrained) loss.reset();
+  if (loss == Loss::kEndedWhileTakingUp && life_->plan->ending == Ending::kDrained) loss.reset();
   if (!loss) {
-    find(identity + " is lost, and nothing says why");
+    find(subject + " is lost, and nothing says why");
     return;
   }
-  accountOf(identity).loss = loss;
+  accounts_[subject].loss = loss;
 }
 
 // ---- What is left ----
 
-void Ledger::lookAtStored(const LifeRecord& life, const std::map<std::string, Course>& courses) {
-  std::map<std::string, int> copies;
-  int unnamed = life.story.unnamedReports;
-  int withoutBegin = life.story.unnamedWithoutBegin;
-  for (const StoredReport& stored : life.after.reports) {
-    if (!accounts_.contains(stored.identity) && (isAd(stored.identity) || unnamed-- <= 0)) {
-      find("a report from nowhere is stored: " + stored.identity);
+void Ledger::lookAtStored(const std::map<std::string, Course>& courses) {
+  int unnamed = life_->story.unnamedReports;
+  int withoutBegin = life_->story.unnamedWithoutBegin;
+  for (const StoredReport& stored : life_->after.reports) {
+    const std::string subject = subjectOf(stored);
+    const bool isKnown = accounts_.contains(subject);
+    if (!isKnown && (isAd(subject) || unnamed-- <= 0)) {
+      find("a report from nowhere is stored: " + subject);
       continue;
     }
     // The file gives a name to a session that had none.
-    if (!accounts_.contains(stored.identity) && isStop(stored.identity) && withoutBegin-- > 0) {
-      enterSessionWithoutBegin(life, beginOf(stored.identity));
+    if (!isKnown && isStop(subject) && withoutBegin-- > 0) {
+      enterSessionWithoutBegin(beginOf(subject));
     }
-    Account& account = accountOf(stored.identity);
+    Account& account = accounts_[subject];
     account.owed = true;
-    account.longestDuration = std::max(account.longestDuration, life.seconds + kLifeTolerance);
-    if (isAd(stored.identity)) account.eventIdentifiers.insert(stored.adEventId);
-    tally_.mostCopies = std::max(tally_.mostCopies, ++copies[stored.identity]);
+    account.longestDuration = std::max(account.longestDuration, life_->seconds + kLifeTolerance);
+    account.identities.insert(stored.identity);
   }
-  for (const auto& [identity, count] : copies) {
-    if (count > kMostCopies) find(identity + " is stored " + std::to_string(count) + " times");
-    const auto course = courses.find(identity);
+  for (const auto& [subject, count] : after_) {
+    if (accounts_.contains(subject)) tally_.mostCopies = std::max(tally_.mostCopies, count);
+    if (count > kMostCopies) find(subject + " is stored " + std::to_string(count) + " times");
+    const auto course = courses.find(subject);
     if (course == courses.end()) continue;
     const auto& reports = course->second.reports;
-    if (reports.size() == 1 && reports.front()->departed && life.after.inPlace.contains(identity)) {
-      find(identity + " is still stored after its delivery and later saves");
+    if (reports.size() == 1 && reports.front()->departed && inPlace_.contains(subject)) {
+      find(subject + " is still stored after its delivery and later saves");
     }
   }
 }
 
-void Ledger::lookAtSessions(const LifeRecord& life) {
-  for (const std::string& session : life.story.sessionsWithoutBegin) {
-    enterSessionWithoutBegin(life, beginIdentity(session));
+void Ledger::lookAtSessions() {
+  for (const std::string& session : life_->story.sessionsWithoutBegin) {
+    enterSessionWithoutBegin(beginSubject(session));
   }
-  if (life.story.firstSessions > 0 && life.before.firstSessionSent) {
+  if (life_->story.firstSessions > 0 && life_->before.isFirstSessionSent) {
     find("a first session after the first");
   }
-  if (life.story.firstSessions > 1) find("two first sessions in one life");
-  if (life.story.firstSessions == 0 || life.after.firstSessionSent) return;
+  if (life_->story.firstSessions > 1) find("two first sessions in one life");
+  if (life_->story.firstSessions == 0 || life_->after.isFirstSessionSent) return;
   ++marksForgotten_;
-  if (life.story.isSettled) find("the first session is not marked as sent");
+  if (life_->story.isSettled) find("the first session is not marked as sent");
 }
 
-void Ledger::enterSessionWithoutBegin(const LifeRecord& life, const std::string& begin) {
-  accountOf(begin).loss = Loss::kSwitchedOff;
-  if (!mayBeSwitchedOff(life, begin)) find("a session without a report: " + begin);
+void Ledger::enterSessionWithoutBegin(const std::string& begin) {
+  accounts_[begin].loss = Loss::kSwitchedOff;
+  if (!mayBeSwitchedOff(*life_, begin)) find("a session without a report: " + begin);
 }
 
-void Ledger::lookAtUser(const LifeRecord& life) {
-  if (!life.before.user.empty() && life.before.user != life.after.user) {
-    find("the user has changed from " + life.before.user + " to " + life.after.user);
+void Ledger::lookAtUser() {
+  if (!life_->before.user.empty() && life_->before.user != life_->after.user) {
+    find("the user has changed from " + life_->before.user + " to " + life_->after.user);
   }
-  if (!life.after.user.empty()) return;
+  if (!life_->after.user.empty()) return;
   ++usersForgotten_;
-  if (life.story.isSettled) find("the user is not stored");
+  if (life_->story.isSettled) find("the user is not stored");
 }
 
 // ---- The end ----
 
 std::vector<std::string> Ledger::close() {
   findings_.clear();
-  for (const auto& [identity, account] : accounts_) {
-    if (account.owed) find(identity + " is still owed");
-    isAd(identity) ? closeAd(identity, account) : closeSessionReport(identity, account);
+  for (const auto& [subject, account] : accounts_) {
+    if (account.owed) find(subject + " is still owed");
+    isAd(subject) ? closeAd(subject, account) : closeSessionReport(subject, account);
   }
   const int firsts = static_cast<int>(firstSessions_.size());
   if (firsts > 1 + marksForgotten_) find(std::to_string(firsts) + " first sessions");
@@ -327,10 +332,10 @@ std::vector<std::string> Ledger::close() {
   return std::move(findings_);
 }
 
-void Ledger::closeAd(const std::string& identity, const Account& account) {
-  if (account.eventIdentifiers.size() > 1) {
+void Ledger::closeAd(const std::string& subject, const Account& account) {
+  if (account.identities.size() > 1) {
     ++tally_.adsOtherIdentifiers;
-    find(identity + " came with different identifiers");
+    find(subject + " came with different identifiers");
   }
   if (!account.accepted) {
     if (account.takings > 0) ++tally_.adsOfCutOffCalls;
@@ -344,27 +349,27 @@ void Ledger::closeAd(const std::string& identity, const Account& account) {
     ++tally_.adsLost[*account.loss];
   } else {
     ++tally_.unexplained;
-    find(identity + " has neither come nor been lost for a cause");
+    find(subject + " has neither come nor been lost for a cause");
   }
 }
 
-void Ledger::closeSessionReport(const std::string& identity, const Account& account) {
+void Ledger::closeSessionReport(const std::string& subject, const Account& account) {
   if (account.takings == 0) {
     if (account.loss) ++tally_.sessionReportsLost[*account.loss];
     if (account.accepted && !account.loss) {
       ++tally_.unexplained;
-      find(identity + " has neither come nor been lost for a cause");
+      find(subject + " has neither come nor been lost for a cause");
     }
     return;
   }
-  if (!isStop(identity)) {
+  if (!isStop(subject)) {
     ++tally_.begins;
     return;
   }
   ++tally_.stops;
-  const auto begin = accounts_.find(beginOf(identity));
+  const auto begin = accounts_.find(beginOf(subject));
   if (begin == accounts_.end() || (begin->second.takings == 0 && !begin->second.loss)) {
-    find(identity + " came, its beginning has neither come nor been lost");
+    find(subject + " came, its beginning has neither come nor been lost");
   } else if (begin->second.takings == 0) {
     ++tally_.stopsWhoseBeginIsMissing;
   }

@@ -6,10 +6,10 @@
 #include <string>
 #include <vector>
 
-#include "tests/soak/installation_files.h"
 #include "tests/soak/life_plan.h"
 #include "tests/soak/life_story.h"
 #include "tests/soak/receiver.h"
+#include "tests/support/installation_files.h"
 
 namespace zln {
 
@@ -71,7 +71,7 @@ class Ledger {
     bool owed = false;
     std::optional<Loss> loss;
     int takings = 0;
-    std::set<std::string> eventIdentifiers;
+    std::set<ReportIdentity> identities;
     Repeat nextRepeat = Repeat::kReplyLost;  // If it comes again in a later life.
     double longestDuration = 0.0;            // Of a stop report.
   };
@@ -85,30 +85,34 @@ class Ledger {
   };
 
   void find(const std::string& what) { findings_.push_back(what); }
-  Account& accountOf(const std::string& identity);
 
-  std::map<std::string, Course> coursesOf(const LifeRecord& life) const;
-  void enterArrivals(const LifeRecord& life);
+  std::map<std::string, Course> coursesOf() const;
+  void enterArrivals();
   // Holds what the server says of it against what came before.
   void checkJudgement(const Arrival& arrival);
-  void checkAd(const std::string& identity, const Arrival& arrival);
+  void checkAd(const std::string& subject, const Arrival& arrival);
   void checkStop(const Arrival& arrival, const Account& account);
-  void enterCourse(const LifeRecord& life, const std::string& identity, const Course& course);
-  void countRepeats(const LifeRecord& life, const std::string& identity, const Course& course);
-  void settle(const LifeRecord& life, const std::string& identity, const Course& course);
+  void enterCourse(const std::string& subject, const Course& course);
+  void countRepeats(const std::string& subject, const Course& course);
+  void settle(const std::string& subject, const Course& course);
   // Finds out why the report is gone, or finds that it cannot be told.
-  void explainLoss(const LifeRecord& life, const std::string& identity, const Course& course);
-  void lookAtStored(const LifeRecord& life, const std::map<std::string, Course>& courses);
-  void lookAtSessions(const LifeRecord& life);
+  void explainLoss(const std::string& subject, const Course& course);
+  void lookAtStored(const std::map<std::string, Course>& courses);
+  void lookAtSessions();
   // Only the settings can have switched its report off.
-  void enterSessionWithoutBegin(const LifeRecord& life, const std::string& begin);
-  void lookAtUser(const LifeRecord& life);
-  void closeAd(const std::string& identity, const Account& account);
-  void closeSessionReport(const std::string& identity, const Account& account);
+  void enterSessionWithoutBegin(const std::string& begin);
+  void lookAtUser();
+  void closeAd(const std::string& subject, const Account& account);
+  void closeSessionReport(const std::string& subject, const Account& account);
 
   Tally& tally_;
   std::map<std::string, Account> accounts_;
-  std::set<std::string> arrived_;  // With what tells a repeated report.
+  // The life that is being entered, and how often each report was stored before and after it.
+  const LifeRecord* life_ = nullptr;
+  std::map<std::string, int> before_;
+  std::map<std::string, int> after_;
+  std::set<std::string> inPlace_;
+  std::set<ReportIdentity> arrived_;
   std::set<std::string> firstSessions_;
   std::set<std::string> users_;
   int usersForgotten_ = 0;

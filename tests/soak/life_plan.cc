@@ -1,7 +1,7 @@
 #include "tests/soak/life_plan.h"
 
-#include "tests/soak/dice.h"
 #include "tests/soak/weather_faults.h"
+#include "tests/support/dice.h"
 
 namespace zln {
 namespace {
@@ -44,7 +44,7 @@ Weather drawBadWeather(Dice& dice) {
     case 1:
       weather.fault = dice.oneOf(kFaults);
       weather.name = "fault " + weather.fault["effect"].get<std::string>();
-      weather.faultEnds = milliseconds(dice.chance(60) ? dice.from(20, 400) : 0);
+      weather.faultEnds = milliseconds(dice.percent(60) ? dice.from(20, 400) : 0);
       break;
     case 2:
       weather = {.name = "refusing", .taken = 0, .refused = 100};
@@ -68,7 +68,7 @@ Weather drawBadWeather(Dice& dice) {
 
 Weather drawWeather(Dice& dice) {
   Weather weather{.name = "good"};
-  if (dice.chance(35)) {
+  if (dice.percent(35)) {
     weather = {.name = "mixed",
                .taken = 55,
                .takenAndCut = 10,
@@ -76,7 +76,7 @@ Weather drawWeather(Dice& dice) {
                .rejected = 4,
                .cut = 10,
                .stalled = 1};
-  } else if (dice.chance(55)) {
+  } else if (dice.percent(55)) {
     weather = drawBadWeather(dice);
   }
   weather.longestDelay = milliseconds(dice.oneOf<int>({0, 0, 5, 40}));
@@ -86,15 +86,15 @@ Weather drawWeather(Dice& dice) {
 nlohmann::json drawSettings(Dice& dice) {
   const std::string prefix = "ConfigSerializationKey";
   return {{prefix + "ConfigUpdateInterval", -1},
-          {prefix + "TransmitReportsImmediately", dice.chance(85)},
-          {prefix + "TransmitReportsOnApplicationBackgrounding", dice.chance(80)},
-          {prefix + "TransmitReportsOnApplicationForegrounding", dice.chance(80)},
+          {prefix + "TransmitReportsImmediately", dice.percent(85)},
+          {prefix + "TransmitReportsOnApplicationBackgrounding", dice.percent(80)},
+          {prefix + "TransmitReportsOnApplicationForegrounding", dice.percent(80)},
           {prefix + "ReportTemporaryFailureLimit", dice.oneOf<int>({1, 2, 3, 3, 5})},
           {prefix + "SessionInactivityTimeLimit", dice.oneOf<double>({0, 0.02, 600})},
           {prefix + "UserSessionBackgroundTimeoutSeconds", dice.oneOf<int>({0, 0, 1, 60})},
-          {prefix + "SendStartSessionReports", dice.chance(85)},
-          {prefix + "SendStopSessionReports", dice.chance(85)},
-          {prefix + "SendFirstSessionReports", dice.chance(90)}};
+          {prefix + "SendStartSessionReports", dice.percent(85)},
+          {prefix + "SendStopSessionReports", dice.percent(85)},
+          {prefix + "SendFirstSessionReports", dice.percent(90)}};
 }
 
 // The commands of a life, put together step by step.
@@ -103,19 +103,19 @@ class Script {
   Script(LifePlan& plan, Dice& dice) : plan_(plan), dice_(dice) {}
 
   void begin() {
-    if (dice_.chance(15)) playAds();
+    if (dice_.percent(15)) playAds();
     tell("start");
-    if (dice_.chance(92)) tell("active");
+    if (dice_.percent(92)) tell("active");
   }
   void play() {
     for (int step = dice_.from(2, 14); step > 0; --step) playSomething();
   }
   void flood() {
-    const int threads = dice_.chance(50) ? 1 : 4;
+    const int threads = dice_.percent(50) ? 1 : 4;
     sendAds(threads, dice_.from(1005, 1120) / threads);
   }
   void leave() {
-    if (dice_.chance(70)) {
+    if (dice_.percent(70)) {
       goToBackground();
       tell("terminate");
     }
@@ -163,7 +163,7 @@ class Script {
   }
 
   void playAds() {
-    if (dice_.chance(12)) {
+    if (dice_.percent(12)) {
       sendAds(dice_.from(2, 4), dice_.from(1, 6));
     } else {
       sendAds(1, dice_.from(1, 5));
@@ -181,7 +181,7 @@ class Script {
 };
 
 milliseconds drawMoment(Dice& dice, int pace) {
-  return pace * milliseconds(dice.chance(25) ? dice.from(0, 60) : dice.from(100, 900));
+  return pace * milliseconds(dice.percent(25) ? dice.from(0, 60) : dice.from(100, 900));
 }
 
 // From some command on.
@@ -189,7 +189,7 @@ void armDeath(LifePlan& plan, Dice& dice) {
   const std::string line = dice.oneOf(kLastLines);
   const int count = dice.from(1, line.empty() ? 400 : dice.oneOf<int>({3, 12, 60}));
   const int last = static_cast<int>(plan.commands.size()) - 1;
-  const int from = dice.chance(30) ? 0 : dice.from(0, last);
+  const int from = dice.percent(30) ? 0 : dice.from(0, last);
   plan.commands.insert(plan.commands.begin() + from, "die " + std::to_string(count) + " " + line);
 }
 
@@ -233,7 +233,7 @@ LifePlan drawLife(std::uint64_t seed, int installation, int life, bool flood, in
   Dice dice(plan.seed, 1);
   Script script(plan, dice);
   plan.settings = drawSettings(dice);
-  plan.handsOutSettings = dice.chance(80);
+  plan.handsOutSettings = dice.percent(80);
   plan.weather = drawWeather(dice);
   script.begin();
   if (flood) {

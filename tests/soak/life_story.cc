@@ -53,7 +53,7 @@ class Reader {
   LifeStory finish() {
     for (std::size_t report = 0; report < story_.reports.size(); ++report) {
       resolve(report);
-      if (story_.reports[report].identity.empty()) ++story_.unnamedReports;
+      if (story_.reports[report].subject.empty()) ++story_.unnamedReports;
     }
     for (const Session& session : sessions_) {
       if (!session.isSettled || session.hasReport) continue;
@@ -85,7 +85,7 @@ class Reader {
     // since it began, or it has been stopped.
     bool isSettled = false;
   };
-  // A session report, whose identity is known when its session's is.
+  // A session report, whose subject is known when its session's is.
   struct SessionReport {
     std::size_t session;
     bool isStop;
@@ -150,11 +150,11 @@ class Reader {
 
   void resolve(std::size_t report) {
     const auto found = sessionReports_.find(static_cast<int>(report));
-    if (found == sessionReports_.end() || !story_.reports[report].identity.empty()) return;
+    if (found == sessionReports_.end() || !story_.reports[report].subject.empty()) return;
     const std::string& identifier = sessions_[found->second.session].identifier;
     if (identifier.empty()) return;
-    story_.reports[report].identity =
-        found->second.isStop ? stopIdentity(identifier) : beginIdentity(identifier);
+    story_.reports[report].subject =
+        found->second.isStop ? stopSubject(identifier) : beginSubject(identifier);
   }
 
   // ---- The log ----
@@ -209,9 +209,9 @@ class Reader {
     return found == objects_.end() ? kNone : found->second;
   }
 
-  int add(std::string_view object, const std::string& identity) {
+  int add(std::string_view object, const std::string& subject) {
     const int report = static_cast<int>(story_.reports.size());
-    story_.reports.emplace_back().identity = identity;
+    story_.reports.emplace_back().subject = subject;
     objects_[std::string(object)] = report;
     return report;
   }
@@ -222,7 +222,7 @@ class Reader {
       complain("more recovered than was stored", object);
       return;
     }
-    thread.inHand = add(object, before_.reports[story_.recovered++].identity);
+    thread.inHand = add(object, subjectOf(before_.reports[story_.recovered++]));
     at(thread.inHand).stored = true;
     thread.takesUp = true;
   }
@@ -254,7 +254,7 @@ class Reader {
   }
 
   int addAd(Thread& thread, std::string_view object) {
-    const int report = add(object, adIdentity(adCall(name_, thread.call).network));
+    const int report = add(object, adSubject(adCall(name_, thread.call).network));
     madeByCall_[thread.call] = report;
     return report;
   }
@@ -322,15 +322,15 @@ class Reader {
     if (report == kNone) return;
     resolve(static_cast<std::size_t>(report));
     const auto body = nlohmann::json::parse(text, nullptr, false);
-    const std::string identity = identityOf(body);
-    if (at(report).identity.empty()) {
-      at(report).identity = identity;
+    const std::string subject = subjectOf(body);
+    if (at(report).subject.empty()) {
+      at(report).subject = subject;
       const auto found = sessionReports_.find(report);
       if (found != sessionReports_.end()) {
         sessions_[found->second.session].identifier = textIn(body, "sessionId");
       }
-    } else if (at(report).identity != identity) {
-      complain("sent in place of " + at(report).identity, identity);
+    } else if (at(report).subject != subject) {
+      complain("sent in place of " + at(report).subject, subject);
     }
   }
 

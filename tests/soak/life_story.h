@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "tests/soak/installation_files.h"
+#include "tests/support/installation_files.h"
 
 namespace zln {
 
@@ -14,8 +14,8 @@ enum class FullQueue { kNot, kNew, kRetry, kRestored };
 
 // What became of one report object of a process, by the library's log.
 struct ReportStory {
-  std::string identity;  // Empty when it is not known.
-  bool stored = false;   // It comes from an earlier process.
+  std::string subject;  // Empty when it is not known.
+  bool stored = false;  // It comes from an earlier process.
   // The game may count on it: the call has returned, or a session report's save.
   bool accepted = false;
   bool queued = false;

@@ -41,10 +41,15 @@ std::vector<std::string> Receiver::close() {
     complaints.push_back("the collector does not end well: " + collector_.complaints());
   }
   collector_.start();
-  for (const nlohmann::json& report : collector_.reports(before_)) {
-    arrivals_.push_back(arrivalOf(report));
-  }
   return complaints;
+}
+
+std::vector<Arrival> Receiver::arrivals() const {
+  std::vector<Arrival> arrivals;
+  for (const nlohmann::json& report : collector_.reports(before_)) {
+    arrivals.push_back(arrivalOf(report));
+  }
+  return arrivals;
 }
 
 int Receiver::add(const nlohmann::json& fault) {
@@ -57,7 +62,7 @@ Arrival Receiver::arrivalOf(const nlohmann::json& report) const {
   const nlohmann::json& answer = report["answer"];
   Arrival arrival;
   arrival.body = report.value("body", nlohmann::json());
-  arrival.identity = identityOf(arrival.body);
+  arrival.subject = subjectOf(arrival.body);
   arrival.verdict = verdictOf(answer["outcome"]);
   const bool isCut = answer["outcome"] == "cut" && answer["fault"].is_number();
   arrival.replied = !isCut || !lostReplies_.contains(answer["fault"].get<int>());

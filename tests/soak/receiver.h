@@ -19,7 +19,7 @@ enum class Verdict { kTaken, kRefused, kRejected };
 
 // A report as it came.
 struct Arrival {
-  std::string identity;
+  std::string subject;
   nlohmann::json body;
   Verdict verdict = Verdict::kRefused;
   // The reply was sent whole, to whoever was still there.
@@ -43,12 +43,12 @@ class Receiver {
   void cutOff() { proxy_.reset(); }
   // Lets the replies go that wait for it.
   void openGate() { collector_.removeFault(gate_); }
-  // Closes all connections, after which nothing comes any more, and reads what has come. Leaves the
-  // collector without faults. Returns what is wrong with it.
+  // Closes all connections, after which nothing comes any more, and leaves the collector without
+  // faults. Returns what is wrong with it.
   std::vector<std::string> close();
 
   // Ask when it is closed.
-  const std::vector<Arrival>& arrivals() const { return arrivals_; }
+  std::vector<Arrival> arrivals() const;
   bool handedOutSettings() const { return handedOutSettings_; }
 
  private:
@@ -57,13 +57,12 @@ class Receiver {
 
   const LifePlan& plan_;
   CollectorProcess& collector_;
-  std::int64_t before_;  // The latest report of earlier lives.
+  const std::int64_t before_;  // The latest report of earlier lives.
   int serverFault_ = 0;
   int gate_ = 0;
   int settings_ = 0;
   std::set<int> lostReplies_;  // The faults under which a report is taken and no reply sent.
   bool handedOutSettings_ = false;
-  std::vector<Arrival> arrivals_;
   std::unique_ptr<ConnectProxy> proxy_;
 };
 

@@ -9,34 +9,30 @@
 //   --pace      how many times as late as usual the kills come, for a slow build of the game
 //   --keep      leaves all files there; otherwise only those of installations with a finding stay
 
-#include <fcntl.h>
-#include <poll.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <charconv>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <deque>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <random>
 #include <stdexcept>
 #include <string>
-#include <string_view>
 #include <thread>
 
-#include "tests/soak/dice.h"
-#include "tests/soak/installation_files.h"
+#include "platform/property_list.h"
 #include "tests/soak/ledger.h"
 #include "tests/soak/life_plan.h"
 #include "tests/soak/life_story.h"
 #include "tests/soak/receiver.h"
 #include "tests/support/child_process.h"
 #include "tests/support/collector_process.h"
+#include "tests/support/command_line.h"
+#include "tests/support/dice.h"
+#include "tests/support/installation_files.h"
 
 namespace zln {
 namespace {
@@ -234,13 +230,13 @@ class Installation {
         number_(number),
         dice_(options.seed, static_cast<std::uint64_t>(number)),
         lives_(dice_.from(8, 24)),
-        flood_(dice_.chance(options.floods) ? dice_.from(1, lives_ / 2) : -1),
-        files_(folder + "/" + std::to_string(number)),
+        flood_(dice_.percent(options.floods) ? dice_.from(1, lives_ / 2) : -1),
+        files_(folder + "/" + std::to_string(number), "com.example.soak"),
         ledger_(tally) {
     // What a flood leaves is delivered in a last life, or meets further lives.
-    if (flood_ >= 0 && dice_.chance(50)) lives_ = flood_ + 1;
+    if (flood_ >= 0 && dice_.percent(50)) lives_ = flood_ + 1;
     std::filesystem::create_directories(files_.home());
-    if (dice_.chance(80)) files_.putStaleSettings();
+    if (dice_.percent(80)) putStaleSettings();
   }
 
   // Plays on while `goesOn` says so. Returns how many checks have failed.
@@ -261,6 +257,14 @@ class Installation {
   }
 
  private:
+  // Settings that are fetched anew again and again, as an earlier server may have handed them out.
+  void putStaleSettings() const {
+    const std::filesystem::path path = files_.settingsFile();
+    std::filesystem::create_directories(path.parent_path());
+    const Dictionary settings{{"ConfigSerializationKeyConfigUpdateInterval", Number::int32(-1)}};
+    std::ofstream(path) << property_list::write(settings).value();
+  }
+
   void playLife(const LifePlan& plan) {
     Life life(plan, files_, collector_);
     const std::vector<std::string> findings = ledger_.enter(life.play());
@@ -296,100 +300,57 @@ void printCounts(const char* title, const std::map<std::string, int>& counts) {
   std::printf("\n");
 }
 
-template <typename Key>
-int countOf(const std::map<Key, int>& counts, Key key) {
-  const auto found = counts.find(key);
-  return found == counts.end() ? 0 : found->second;
+using Rows = std::vector<std::pair<const char*, int>>;
+
+void printRows(const char* title, const Rows& rows) {
+  std::printf("%s\n", title);
+  for (const auto& [name, count] : rows) std::printf("  %-62s %7d\n", name, count);
 }
 
-void printRow(const char* name, int count) { std::printf("  %-62s %7d\n", name, count); }
-
-void printLosses(const std::map<Loss, int>& losses) {
-  printRow("lost: the queue was full", countOf(losses, Loss::kFullQueue));
-  printRow("lost: the server rejected it for good", countOf(losses, Loss::kRejected));
-  printRow("lost: a retry met a full queue", countOf(losses, Loss::kRetryAtFullQueue));
-  printRow("lost: the process ended while it took up stored reports",
-           countOf(losses, Loss::kEndedWhileTakingUp));
+Rows lossRows(std::map<Loss, int> losses) {
+  return {{"lost: the queue was full", losses[Loss::kFullQueue]},
+          {"lost: the server rejected it for good", losses[Loss::kRejected]},
+          {"lost: a retry met a full queue", losses[Loss::kRetryAtFullQueue]},
+          {"lost: the process ended while it took up stored reports",
+           losses[Loss::kEndedWhileTakingUp]},
+          {"dropped: switched off by the settings", losses[Loss::kSwitchedOff]}};
 }
 
-void printTally(const Tally& tally) {
+void printTally(Tally tally) {
   std::printf("\n%d lives of %d installations\n", tally.lives, tally.installations);
   printCounts("endings", tally.endings);
   printCounts("servers", tally.weathers);
-  std::printf("\nAd attempts\n");
-  printRow("calls begun", tally.callsBegun);
-  printRow("calls that returned", tally.callsAccepted);
-  printRow("delivered once", tally.adsOnce);
-  printRow("delivered more than once, with the same identifier", tally.adsAgain);
-  printRow("delivered with different identifiers", tally.adsOtherIdentifiers);
-  printLosses(tally.adsLost);
-  printRow("calls that a kill cut off, delivered all the same", tally.adsOfCutOffCalls);
-  std::printf("Sessions\n");
-  printRow("sessions begun", tally.sessions);
-  printRow("beginnings delivered", tally.begins);
-  printRow("ends delivered", tally.stops);
-  printRow("of these, beginning lost or switched off", tally.stopsWhoseBeginIsMissing);
-  printRow("installations with a first session", tally.firstSessions);
-  printRow("further first sessions, after a kill before the mark was kept",
-           tally.firstSessionsMore);
-  printLosses(tally.sessionReportsLost);
-  printRow("dropped: switched off by the settings",
-           countOf(tally.sessionReportsLost, Loss::kSwitchedOff));
-  std::printf("Repeated deliveries\n");
-  printRow("the reply was lost, or the process ended before it came",
-           countOf(tally.repeats, Repeat::kReplyLost));
-  printRow("the process ended between the delivery and the next save",
-           countOf(tally.repeats, Repeat::kEndedBeforeSave));
-  printRow("the process ended while it took up stored reports",
-           countOf(tally.repeats, Repeat::kEndedWhileTakingUp));
-  printRow("the report stood in the file twice", countOf(tally.repeats, Repeat::kStoodTwice));
-  std::printf("Other\n");
-  printRow("most reports in the file after a life", tally.mostStored);
-  printRow("most copies of one report in the file", tally.mostCopies);
-  printRow("LOST WITHOUT A CAUSE", tally.unexplained);
+  printRows("\nAd attempts",
+            {{"calls begun", tally.callsBegun},
+             {"calls that returned", tally.callsAccepted},
+             {"delivered once", tally.adsOnce},
+             {"delivered more than once, with the same identifier", tally.adsAgain},
+             {"delivered with different identifiers", tally.adsOtherIdentifiers},
+             {"calls that a kill cut off, delivered all the same", tally.adsOfCutOffCalls}});
+  printRows("Ad attempts that did not arrive", lossRows(tally.adsLost));
+  printRows(
+      "Sessions",
+      {{"sessions begun", tally.sessions},
+       {"beginnings delivered", tally.begins},
+       {"ends delivered", tally.stops},
+       {"of these, beginning lost or switched off", tally.stopsWhoseBeginIsMissing},
+       {"installations with a first session", tally.firstSessions},
+       {"further first sessions, after a kill before the mark was kept", tally.firstSessionsMore}});
+  printRows("Session reports that did not arrive", lossRows(tally.sessionReportsLost));
+  printRows("Repeated deliveries",
+            {{"the reply was lost, or the process ended before it came",
+              tally.repeats[Repeat::kReplyLost]},
+             {"the process ended between the delivery and the next save",
+              tally.repeats[Repeat::kEndedBeforeSave]},
+             {"the process ended while it took up stored reports",
+              tally.repeats[Repeat::kEndedWhileTakingUp]},
+             {"the report stood in the file twice", tally.repeats[Repeat::kStoodTwice]}});
+  printRows("Other", {{"most reports in the file after a life", tally.mostStored},
+                      {"most copies of one report in the file", tally.mostCopies},
+                      {"LOST WITHOUT A CAUSE", tally.unexplained}});
 }
 
 // ---- All ----
-
-[[noreturn]] void explainUsage() {
-  std::fprintf(stderr,
-               "usage: soak [--seed N] [--lives N] [--seconds N] [--floods N] [--pace N]"
-               " [--keep FOLDER]\n");
-  std::exit(2);
-}
-
-template <typename Number>
-Number numberOf(std::string_view text) {
-  Number number = 0;
-  const auto result = std::from_chars(text.data(), text.data() + text.size(), number);
-  if (result.ec != std::errc() || result.ptr != text.data() + text.size()) explainUsage();
-  return number;
-}
-
-Options readOptions(int count, char** arguments) {
-  Options options;
-  for (int at = 1; at < count; at += 2) {
-    const std::string_view name = arguments[at];
-    if (at + 1 == count) explainUsage();
-    const char* value = arguments[at + 1];
-    if (name == "--seed") {
-      options.seed = numberOf<std::uint64_t>(value);
-    } else if (name == "--lives") {
-      options.lives = numberOf<int>(value);
-    } else if (name == "--seconds") {
-      options.seconds = numberOf<int>(value);
-    } else if (name == "--floods") {
-      options.floods = numberOf<int>(value);
-    } else if (name == "--pace") {
-      options.pace = numberOf<int>(value);
-    } else if (name == "--keep") {
-      options.keep = value;
-    } else {
-      explainUsage();
-    }
-  }
-  return options;
-}
 
 std::string folderFor(const Options& options) {
   if (!options.keep.empty()) return options.keep;
@@ -423,4 +384,16 @@ int soak(const Options& options) {
 }  // namespace
 }  // namespace zln
 
-int main(int count, char** arguments) { return zln::soak(zln::readOptions(count, arguments)); }
+int main(int count, char** words) {
+  zln::Options options;
+  zln::CommandLine(
+      "soak [--seed N] [--lives N] [--seconds N] [--floods N] [--pace N] [--keep FOLDER]")
+      .option("--seed", options.seed)
+      .option("--lives", options.lives)
+      .option("--seconds", options.seconds)
+      .option("--floods", options.floods)
+      .option("--pace", options.pace)
+      .option("--keep", options.keep)
+      .read(count, words);
+  return zln::soak(options);
+}

@@ -73,36 +73,23 @@ static void takeLogLine(const char* line, void* context) {
 
 /* The kinds of call take turns; soak_reports.cc knows which number makes which. */
 static void sendAd(int number) {
+  static void (*const kPlain[])(const char*, bool) = {ZLNSendBannerAdAttemptReport,
+                                                      ZLNSendInterstitialAdAttemptReport,
+                                                      ZLNSendRewardedAdAttemptReport};
+  static void (*const kZoned[])(const char*, const char*, bool) = {
+      ZLNSendBannerAdZoneAttemptReport, ZLNSendInterstitialAdZoneAttemptReport,
+      ZLNSendRewardedAdZoneAttemptReport};
   char network[64];
   char zone[64];
   const bool filled = number % 3 == 0;
+  const int type = number % 4;
   snprintf(network, sizeof network, "%s.%d", name, number);
   snprintf(zone, sizeof zone, "zone <%d> & \xc3\xbc", number);
-  switch (number % 8) {
-    case 0:
-      ZLNSendBannerAdAttemptReport(network, filled);
-      break;
-    case 1:
-      ZLNSendInterstitialAdAttemptReport(network, filled);
-      break;
-    case 2:
-      ZLNSendRewardedAdAttemptReport(network, filled);
-      break;
-    case 3:
-      ZLNSendAdAttemptReport(network, "own kind", filled);
-      break;
-    case 4:
-      ZLNSendBannerAdZoneAttemptReport(network, zone, filled);
-      break;
-    case 5:
-      ZLNSendInterstitialAdZoneAttemptReport(network, zone, filled);
-      break;
-    case 6:
-      ZLNSendRewardedAdZoneAttemptReport(network, zone, filled);
-      break;
-    default:
-      ZLNSendAdZoneAttemptReport(network, "own kind", zone, filled);
-      break;
+  if (number % 8 < 4) {
+    type < 3 ? kPlain[type](network, filled) : ZLNSendAdAttemptReport(network, "own kind", filled);
+  } else {
+    type < 3 ? kZoned[type](network, zone, filled)
+             : ZLNSendAdZoneAttemptReport(network, "own kind", zone, filled);
   }
 }
 
@@ -150,24 +137,22 @@ static void enterSession(void) {
 }
 
 static bool runEvent(const char* event) {
-  if (strcmp(event, "start") == 0) {
-    ZLNStartSessionReporting();
-  } else if (strcmp(event, "stop") == 0) {
-    ZLNStopSessionReporting();
-  } else if (strcmp(event, "resign") == 0) {
-    ZLNHostApplicationWillResignActive();
-  } else if (strcmp(event, "active") == 0) {
-    ZLNHostApplicationDidBecomeActive();
-  } else if (strcmp(event, "foreground") == 0) {
-    ZLNHostApplicationWillEnterForeground();
-  } else if (strcmp(event, "background") == 0) {
-    ZLNHostApplicationDidEnterBackground();
-  } else if (strcmp(event, "terminate") == 0) {
-    ZLNHostApplicationWillTerminate();
-  } else {
-    return false;
+  static const struct {
+    const char* name;
+    void (*run)(void);
+  } kEvents[] = {{"start", ZLNStartSessionReporting},
+                 {"stop", ZLNStopSessionReporting},
+                 {"resign", ZLNHostApplicationWillResignActive},
+                 {"active", ZLNHostApplicationDidBecomeActive},
+                 {"foreground", ZLNHostApplicationWillEnterForeground},
+                 {"background", ZLNHostApplicationDidEnterBackground},
+                 {"terminate", ZLNHostApplicationWillTerminate}};
+  for (size_t at = 0; at < sizeof kEvents / sizeof kEvents[0]; ++at) {
+    if (strcmp(event, kEvents[at].name) != 0) continue;
+    kEvents[at].run();
+    return true;
   }
-  return true;
+  return false;
 }
 
 static void pauseFor(int milliseconds) {

@@ -5,6 +5,9 @@
 #include <string>
 #include <string_view>
 
+#include "tests/support/installation_files.h"
+#include "tests/support/report_identity.h"
+
 namespace zln {
 
 // What the game says with the call of that number; soak_game.c makes the calls.
@@ -16,16 +19,19 @@ struct AdCall {
 };
 AdCall adCall(const std::string& name, int number);
 
-// What makes two reports the same one: "ad" and the network, which is another one in each call;
-// "begin" and the session for the first two kinds of session report; "stop" and the session.
-std::string adIdentity(std::string_view network);
-std::string beginIdentity(std::string_view session);
-std::string stopIdentity(std::string_view session);
-// Of a report as it is sent or stored; empty when it is none.
-std::string identityOf(std::string_view type, std::string_view network, std::string_view session);
-std::string identityOf(const nlohmann::json& body);
-
-// The text under that key, empty when there is none.
-std::string textIn(const nlohmann::json& body, const char* key);
+// A game knows its reports before they have identifiers, so the books are kept by what a report is
+// about: "ad" and the network, which is another one in each call; "begin" and the session for the
+// first two kinds of session report; "stop" and the session.
+std::string adSubject(std::string_view network);
+std::string beginSubject(std::string_view session);
+std::string stopSubject(std::string_view session);
+// Empty when it is no report.
+std::string subjectOf(const ReportIdentity& identity, std::string_view network);
+inline std::string subjectOf(const StoredReport& report) {
+  return subjectOf(report.identity, report.network);
+}
+inline std::string subjectOf(const nlohmann::json& body) {
+  return subjectOf(reportIdentity(body), textIn(body, "network"));
+}
 
 }  // namespace zln

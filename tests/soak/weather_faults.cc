@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "tests/soak/dice.h"
+#include "tests/support/dice.h"
 
 namespace zln {
 namespace {
