@@ -11,50 +11,6 @@ namespace {
 constexpr std::string_view kUuidHead = "00000000-0000-4000-8000-";
 constexpr std::size_t kUuidTail = 12;
 
-class LayeredClock : public Clock {
- public:
-  LayeredClock(Machine& machine, MachineWatcher& watcher) : machine_(machine), watcher_(watcher) {}
-
-  Date now() override {
-    machine_.power.spend();
-    return machine_.clock.now();
-  }
-
-  void sleep(unsigned seconds) override {
-    if (!machine_.power.spend()) return;
-    machine_.clock.sleep(seconds);
-    watcher_.slept();
-  }
-
- private:
-  Machine& machine_;
-  MachineWatcher& watcher_;
-};
-
-class LayeredDispatch : public Dispatch {
- public:
-  LayeredDispatch(Machine& machine, MachineWatcher& watcher)
-      : machine_(machine), watcher_(watcher) {}
-
-  void mainAsync(std::function<void()> task) override {
-    if (machine_.power.spend()) machine_.dispatch.mainAsync(std::move(task));
-  }
-
-  void mainSync(std::function<void()> task) override {
-    if (machine_.power.spend()) watcher_.waitsForMain();
-    if (machine_.power.isOff()) machine_.dispatch.dropAll();
-    machine_.dispatch.mainSync(std::move(task));
-  }
-
-  void globalAsync(std::function<void()> task) override {
-    if (machine_.power.spend()) machine_.dispatch.globalAsync(std::move(task));
-  }
-
- private:
-  Machine& machine_;
-  MachineWatcher& watcher_;
-};
-
 class LayeredReportFile : public AtomicFile {
  public:
   LayeredReportFile(Machine& machine, MachineWatcher& watcher, std::unique_ptr<AtomicFile> file)
@@ -89,9 +45,73 @@ class LayeredReportFile : public AtomicFile {
   bool isReadable_;
 };
 
-class LayeredFiles : public Files {
+}  // namespace
+
+void Network::upload(HttpRequest request, std::function<void(HttpReply)> completion) {
+  if (!power_.spend()) return;
+  const std::uint64_t number = ++lastNumber_;
+  waiting_.push_back({number, request.url != kConfigUrl, std::move(completion)});
+  watcher_.requested(number, request);
+}
+
+void Network::answer(std::size_t index, HttpReply reply) {
+  const auto completion = std::move(waiting_[index].completion);
+  waiting_.erase(waiting_.begin() + static_cast<std::ptrdiff_t>(index));
+  completion(std::move(reply));
+}
+
+std::string Uuids::textOf(std::uint64_t number) {
+  constexpr char kDigits[] = "0123456789ABCDEF";
+  std::string text = std::string(kUuidHead) + std::string(kUuidTail, '0');
+  for (auto digit = text.rbegin(); number != 0; ++digit, number /= 16)
+    *digit = kDigits[number % 16];
+  return text;
+}
+
+std::uint64_t Uuids::numberOf(std::string_view text) {
+  if (text.size() != kUuidHead.size() + kUuidTail || !text.starts_with(kUuidHead)) return 0;
+  std::uint64_t number = 0;
+  const char* end = text.data() + text.size();
+  const auto read = std::from_chars(text.data() + kUuidHead.size(), end, number, 16);
+  return read.ptr == end ? number : 0;
+}
+
+class Machine::Layer : public Clock,
+                       public Dispatch,
+                       public Files,
+                       public UserDefaults,
+                       public BackgroundTasks,
+                       public UuidSource,
+                       public LogSink {
  public:
-  LayeredFiles(Machine& machine, MachineWatcher& watcher) : machine_(machine), watcher_(watcher) {}
+  Layer(Machine& machine, MachineWatcher& watcher) : machine_(machine), watcher_(watcher) {}
+
+  Environment& environment() { return environment_; }
+
+  Date now() override {
+    machine_.power.spend();
+    return machine_.clock.now();
+  }
+
+  void sleep(unsigned seconds) override {
+    if (!machine_.power.spend()) return;
+    machine_.clock.sleep(seconds);
+    watcher_.slept();
+  }
+
+  void mainAsync(std::function<void()> task) override {
+    if (machine_.power.spend()) machine_.dispatch.mainAsync(std::move(task));
+  }
+
+  void mainSync(std::function<void()> task) override {
+    if (machine_.power.spend()) watcher_.waitsForMain();
+    if (machine_.power.isOff()) machine_.dispatch.dropAll();
+    machine_.dispatch.mainSync(std::move(task));
+  }
+
+  void globalAsync(std::function<void()> task) override {
+    if (machine_.power.spend()) machine_.dispatch.globalAsync(std::move(task));
+  }
 
   std::string applicationSupportPath() override { return machine_.files.applicationSupportPath(); }
 
@@ -136,16 +156,6 @@ class LayeredFiles : public Files {
     return machine_.power.spend() && machine_.files.excludeFromBackup(path, error);
   }
 
- private:
-  Machine& machine_;
-  MachineWatcher& watcher_;
-};
-
-class LayeredDefaults : public UserDefaults {
- public:
-  LayeredDefaults(Machine& machine, MachineWatcher& watcher, std::map<std::string, Value>& stored)
-      : machine_(machine), watcher_(watcher), stored_(stored) {}
-
   std::optional<Value> get(const std::string& key) override {
     machine_.power.spend();
     return machine_.defaults.get(key);
@@ -157,21 +167,10 @@ class LayeredDefaults : public UserDefaults {
 
   bool synchronize() override {
     if (!machine_.power.spend() || machine_.faults.synchronizing) return false;
-    stored_ = machine_.defaults.values();
-    watcher_.defaultsStored(stored_);
+    machine_.storedDefaults_ = machine_.defaults.values();
+    watcher_.defaultsStored(machine_.storedDefaults_);
     return true;
   }
-
- private:
-  Machine& machine_;
-  MachineWatcher& watcher_;
-  std::map<std::string, Value>& stored_;
-};
-
-class LayeredBackgroundTasks : public BackgroundTasks {
- public:
-  LayeredBackgroundTasks(Machine& machine, MachineWatcher& watcher)
-      : machine_(machine), watcher_(watcher) {}
 
   bool offersMultitaskingSupport() override { return true; }
   bool offersBegin() override { return true; }
@@ -194,85 +193,19 @@ class LayeredBackgroundTasks : public BackgroundTasks {
     return seconds;
   }
 
- private:
-  Machine& machine_;
-  MachineWatcher& watcher_;
-};
-
-class LayeredUuids : public UuidSource {
- public:
-  explicit LayeredUuids(Machine& machine) : machine_(machine) {}
-
   std::string next() override {
     return machine_.power.spend() ? machine_.uuids.next() : "of a dead process";
   }
 
+  // Lines are made and go nowhere.
+  void write(std::string_view) override {}
+
  private:
   Machine& machine_;
-};
-
-// Lines are made and go nowhere.
-class SilentLog : public LogSink {
- public:
-  void write(std::string_view) override {}
-};
-
-}  // namespace
-
-void Network::upload(HttpRequest request, std::function<void(HttpReply)> completion) {
-  if (!power_.spend()) return;
-  const std::uint64_t number = ++lastNumber_;
-  waiting_.push_back({number, request.url != kConfigUrl, std::move(completion)});
-  watcher_.requested(number, request);
-}
-
-void Network::answer(std::size_t index, HttpReply reply) {
-  const auto completion = std::move(waiting_[index].completion);
-  waiting_.erase(waiting_.begin() + static_cast<std::ptrdiff_t>(index));
-  completion(std::move(reply));
-}
-
-std::string Uuids::textOf(std::uint64_t number) {
-  constexpr char kDigits[] = "0123456789ABCDEF";
-  std::string text = std::string(kUuidHead) + std::string(kUuidTail, '0');
-  for (auto digit = text.rbegin(); number != 0; ++digit, number /= 16)
-    *digit = kDigits[number % 16];
-  return text;
-}
-
-std::uint64_t Uuids::numberOf(std::string_view text) {
-  if (text.size() != kUuidHead.size() + kUuidTail || !text.starts_with(kUuidHead)) return 0;
-  std::uint64_t number = 0;
-  const char* end = text.data() + text.size();
-  const auto read = std::from_chars(text.data() + kUuidHead.size(), end, number, 16);
-  return read.ptr == end ? number : 0;
-}
-
-class Machine::Layer {
- public:
-  Layer(Machine& machine, MachineWatcher& watcher)
-      : clock_(machine, watcher),
-        dispatch_(machine, watcher),
-        files_(machine, watcher),
-        defaults_(machine, watcher, machine.storedDefaults_),
-        backgroundTasks_(machine, watcher),
-        uuids_(machine),
-        environment_{
-            clock_,         dispatch_,        machine.network, files_, defaults_,
-            machine.device, backgroundTasks_, uuids_,          log_,   machine.notificationCenter} {
-  }
-
-  Environment& environment() { return environment_; }
-
- private:
-  LayeredClock clock_;
-  LayeredDispatch dispatch_;
-  LayeredFiles files_;
-  LayeredDefaults defaults_;
-  LayeredBackgroundTasks backgroundTasks_;
-  LayeredUuids uuids_;
-  SilentLog log_;
-  Environment environment_;
+  MachineWatcher& watcher_;
+  Environment environment_{
+      *this, *this, machine_.network,           *this, *this, machine_.device, *this,
+      *this, *this, machine_.notificationCenter};
 };
 
 Machine::Machine(MachineWatcher& watcher)
@@ -292,16 +225,14 @@ void Machine::endProcess() {
   backgroundTasks.emplace(dispatch);
   std::destroy_at(&notificationCenter);
   std::construct_at(&notificationCenter);
-  const std::map<std::string, Value> current = defaults.values();
-  for (const auto& [key, value] : current) defaults.erase(key);
+  defaults = FakeDefaults();
   for (const auto& [key, value] : storedDefaults_) defaults.set(key, value);
 }
 
 void Machine::loseStorage() {
   files.remove("/support", nullptr);
   storedDefaults_.clear();
-  const std::map<std::string, Value> current = defaults.values();
-  for (const auto& [key, value] : current) defaults.erase(key);
+  defaults = FakeDefaults();
 }
 
 }  // namespace zln::season

@@ -1,6 +1,8 @@
 #pragma once
 
+#include <algorithm>
 #include <array>
+#include <cmath>
 #include <cstddef>
 #include <cstdint>
 #include <deque>
@@ -12,6 +14,8 @@
 #include <unordered_map>
 #include <utility>
 #include <vector>
+
+#include "tests/season/machine.h"
 
 namespace zln::season {
 
@@ -40,7 +44,26 @@ enum Setting : std::size_t {
   settingCount
 };
 using Settings = std::array<double, settingCount>;
-extern const std::array<const char*, settingCount> kSettingKeys;
+constexpr std::array<const char*, settingCount> kSettingKeys = {
+    "ConfigSerializationKeyTransmitReportsImmediately",
+    "ConfigSerializationKeyTransmitReportsOnApplicationBackgrounding",
+    "ConfigSerializationKeyTransmitReportsOnApplicationForegrounding",
+    "ConfigSerializationKeyReportTemporaryFailureLimit",
+    "ConfigSerializationKeySessionInactivityTimeLimit",
+    "ConfigSerializationKeyConfigUpdateInterval",
+    "ConfigSerializationKeyUserSessionBackgroundTimeoutSeconds",
+    "ConfigSerializationKeySendStartSessionReports",
+    "ConfigSerializationKeySendStopSessionReports",
+    "ConfigSerializationKeySendFirstSessionReports",
+};
+constexpr Settings kDefaultSettings = {1, 1, 1, 3, 600, 86400, 60, 1, 1, 1};
+
+// A stored time comes back as a 32-bit float. In an optimized build GCC 12 takes out the narrowing
+// of two neighbors in a struct; this one it has to keep.
+inline double restoredTime(double seconds) {
+  const volatile float stored = static_cast<float>(seconds);
+  return static_cast<double>(stored);
+}
 
 struct Report {
   Key key = 0;
@@ -114,101 +137,359 @@ struct Totals {
   double reported = 0;
 };
 
+struct Operation {
+  ReportPtr report;
+  bool started = false;
+};
+using OperationPtr = std::shared_ptr<Operation>;
+
+struct Monitor {
+  bool isProcessing = true;
+  bool hasTask = false;
+};
+using MonitorPtr = std::shared_ptr<Monitor>;
+
+// One of the three.
+struct PoolTask {
+  bool takesUpStored = false;
+  OperationPtr operation;
+  MonitorPtr monitor;
+};
+
+// What has to follow from the event that is being played, in order.
+struct Expected {
+  std::deque<std::vector<ReportPtr>> reportSaves;
+  std::deque<SettingsFile> settingsSaves;
+  int settingsRequests = 0;
+  OperationPtr request;
+};
+
+struct Wait {
+  MonitorPtr monitor;
+  double limit = 0;
+  double elapsed = 0;
+  double timeLeft = 999;
+  bool goesOn = false;
+};
+
+// What is new with each process.
+struct ProcessModel {
+  bool gameIsActive = true;
+  bool followsEvents = false;
+  bool hasConfig = false;
+  bool hasReportingManager = false;
+  bool hasSessionManager = false;
+  bool firstSent = false;
+  bool synchronizingFailed = false;
+  std::string userId;
+  Settings settings{};
+  std::optional<double> updateTime;
+  std::optional<Session> session;
+  MonitorPtr monitor;
+  std::vector<std::weak_ptr<Monitor>> monitors;
+  std::deque<OperationPtr> queue;
+  std::vector<ReportPtr> held;
+  bool isSuspended = false;
+  std::size_t runningRequests = 0;
+  std::size_t mainTasks = 0;
+  std::deque<PoolTask> poolTasks;
+  std::vector<Wait> waits;
+  // What an earlier process has left, until it is taken up; what could not be read; and what this
+  // very call brings or takes up.
+  bool isOpen = false;
+  std::vector<ReportPtr> old;
+  std::set<Key> unreadable;
+  std::set<Key> brought;
+  std::set<Key> takenUp;
+  // Whether the file holds what is owed: the last save succeeded.
+  bool isSaved = true;
+  bool hasSaved = false;
+  Expected expected;
+};
+
 // What the library has to do, thought out anew and in small: of each event it knows which saves,
 // requests and tasks must follow. The season plays every event here first, then on the library.
-class Model {
+class Model : public ProcessModel {
  public:
-  struct Operation {
-    ReportPtr report;
-    bool started = false;
-  };
-  using OperationPtr = std::shared_ptr<Operation>;
-
-  struct Monitor {
-    bool isProcessing = true;
-    bool hasTask = false;
-  };
-  using MonitorPtr = std::shared_ptr<Monitor>;
-
-  // One of the three.
-  struct PoolTask {
-    bool takesUpStored = false;
-    OperationPtr operation;
-    MonitorPtr monitor;
-  };
-
-  // What has to follow from the event that is being played, in order.
-  struct Expected {
-    std::deque<std::vector<ReportPtr>> reportSaves;
-    std::deque<SettingsFile> settingsSaves;
-    int settingsRequests = 0;
-    OperationPtr request;
-  };
-
   enum class Outcome { delivered, failedForGood, failedForNow };
   using SettingsReply = std::map<Setting, double>;
 
   // The installation, while no process runs.
-  void loseStorage();
-  void damageReportFile();
+  void loseStorage() {
+    for (auto& [key, fate] : live_) {
+      fate.loss = &fates.storageLost;
+      settle(key, fate);
+    }
+    live_.clear();
+    reportFile.clear();
+    settingsFile.reset();
+    storedUserId.clear();
+    storedFirstSent_ = false;
+    flagIsMissing_ = false;
+    firstSessions_.clear();
+  }
 
-  void beginProcess();
+  void damageReportFile() {
+    for (const auto& report : reportFile) {
+      const auto fate = live_.find(report->key);
+      if (fate == live_.end()) continue;
+      fate->second.loss = &fates.storageLost;
+      settle(fate->first, fate->second);
+      live_.erase(fate);
+    }
+    reportFile.clear();
+  }
+
+  void beginProcess() {
+    static_cast<ProcessModel&>(*this) = {};
+    firstSent = storedFirstSent_;
+  }
+
   // `inACall`: it was killed inside a call, and not between two.
-  void endProcess(bool inACall);
+  void endProcess(bool inACall) {
+    const bool isExcused = inACall || synchronizingFailed;
+    if (hasSessionManager && storedUserId != userId && !isExcused) {
+      fail("the user identifier was not stored");
+    }
+    if (firstSent && !storedFirstSent_) {
+      if (!isExcused) fail("that the first session was reported was not stored");
+      flagIsMissing_ = true;
+    }
+    std::unordered_map<Key, int> copies;
+    for (const auto& report : reportFile) {
+      ++copies[report->key];
+      if (!live_.contains(report->key)) live_[report->key] = {0, true, false, true, nullptr};
+    }
+    for (auto entry = live_.begin(); entry != live_.end();) {
+      auto& [key, fate] = *entry;
+      const auto found = copies.find(key);
+      fate.copies = found == copies.end() ? 0 : found->second;
+      fate.loss = fate.copies == 0 ? lossAtTheEnd(key, inACall) : nullptr;
+      if (fate.copies == 0) {
+        settle(key, fate);
+        entry = live_.erase(entry);
+      } else {
+        ++entry;
+      }
+    }
+    beginProcess();
+  }
 
   // The game's calls.
-  void makeConfig();
-  void makeReportingManager();
-  void makeSessionManager();
+  void makeConfig() {
+    if (std::exchange(hasConfig, true)) return;
+    settings = kDefaultSettings;
+    loadSettings();
+    updateIfNeeded();
+  }
+
+  void makeReportingManager() {
+    if (std::exchange(hasReportingManager, true)) return;
+    makeConfig();
+    isSuspended = settings[transmitImmediately] == 0;
+    poolTasks.push_back({true, nullptr, nullptr});
+  }
+
+  void makeSessionManager() {
+    if (std::exchange(hasSessionManager, true)) return;
+    userId = storedUserId;
+    if (userId.empty()) {
+      userId = Uuids::textOf(newNumber());
+      synchronizingFailed |= synchronizingFails;
+    }
+    ++mainTasks;
+  }
+
   // The identifier of an attempt is made before all else.
   std::uint64_t newNumber() { return ++lastNumber; }
-  void adAttempt(Report report);
-  void stopReporting();
+  void adAttempt(Report report) {
+    makeSessionManager();
+    report.userId = userId;
+    accept(report);
+  }
+
+  void stopReporting() {
+    makeSessionManager();
+    stopSession();
+  }
 
   // The main thread.
-  void runMainTask();
-  void resignActive();
-  void becomeActive();
-  void enterBackground();
-  void enterForeground();
-  void terminate();
-  void expireTaskOfManager();
+  void runMainTask() {
+    --mainTasks;
+    startNewSession();
+    followsEvents = true;
+  }
+
+  void resignActive() {
+    gameIsActive = false;
+    if (!followsEvents) return;
+    pause();
+    cancelMonitor();
+    monitor = std::make_shared<Monitor>();
+    monitors.push_back(monitor);
+  }
+
+  void becomeActive() {
+    gameIsActive = true;
+    if (hasConfig) updateIfNeeded();
+    if (!followsEvents) return;
+    cancelMonitor();
+    if (mustStartNewSession()) {
+      stopSession();
+      startNewSession();
+    } else if (!session->running) {
+      session->lastResume = now;
+      session->running = true;
+    }
+  }
+
+  void enterBackground() {
+    if (hasReportingManager) {
+      if (settings[transmitOnBackgrounding] != 0) transmit();
+      save();
+    }
+    std::erase_if(monitors, [](const auto& weak) { return weak.expired(); });
+    for (const auto& weak : monitors) poolTasks.push_back({false, nullptr, weak.lock()});
+  }
+
+  void enterForeground() {
+    if (!hasReportingManager) return;
+    for (const auto& report : held) takenUp.insert(report->key);
+    for (const auto& report : std::exchange(held, {})) {
+      report->failures = 0;
+      enqueue(report, fates.queueFull);
+      dropCopy(report->key);
+    }
+    if (settings[transmitOnForegrounding] != 0) transmit();
+  }
+
+  void terminate() {
+    if (followsEvents) stopSession();
+  }
+
+  void expireTaskOfManager() { save(); }
+
   static void expireTaskOf(Monitor& monitor) { monitor.hasTask = false; }
 
   // The pool: the first task is taken and run. A background monitor's goes on step by step.
-  PoolTask takePoolTask();
-  void takeUpStored();
-  void startOperation(const OperationPtr& operation);
-  void beginWait(const MonitorPtr& monitor);
-  bool isWaiting() const { return !waits_.empty() && waits_.back().goesOn; }
-  void waitStep(double timeLeft);
-  void endWait() { waits_.pop_back(); }
+  PoolTask takePoolTask() {
+    PoolTask task = std::move(poolTasks.front());
+    poolTasks.pop_front();
+    return task;
+  }
+
+  void takeUpStored() {
+    openReportFile();
+    for (const auto& stored : std::exchange(old, {})) {
+      const auto report = std::make_shared<Report>(*stored);
+      report->failures = 0;
+      report->startTime = restoredTime(report->startTime);
+      report->stopTime = restoredTime(report->stopTime);
+      takenUp.insert(report->key);
+      enqueue(report, fates.queueFull);
+      dropCopy(report->key);
+    }
+    if (settings[transmitImmediately] != 0) transmit();
+  }
+
+  void startOperation(const OperationPtr& operation) { expected.request = operation; }
+
+  void beginWait(const MonitorPtr& waiting) {
+    waits.push_back({waiting, settings[backgroundTimeout]});
+    waiting->hasTask = true;
+    if (waiting->isProcessing) topOfWait();
+  }
+
+  bool isWaiting() const { return !waits.empty() && waits.back().goesOn; }
+  void waitStep(double timeLeft) {
+    Wait& wait = waits.back();
+    wait.elapsed += 1;
+    wait.timeLeft = timeLeft;
+    wait.goesOn = false;
+    if (wait.monitor->isProcessing) topOfWait();
+  }
+
+  void endWait() { waits.pop_back(); }
 
   // The network.
-  void answer(const OperationPtr& operation, Outcome outcome);
-  void answerSettings(const SettingsReply& reply);
+  void answer(const OperationPtr& operation, Outcome outcome) {
+    const ReportPtr report = operation->report;
+    Fate& fate = live_[report->key];
+    if (outcome == Outcome::failedForNow) {
+      save();
+      if (++report->failures < settings[failureLimit]) {
+        enqueue(report, fates.retryMetFullQueue);
+      } else {
+        ++fate.copies;
+        held.push_back(report);
+        rest();
+      }
+    } else {
+      if (outcome == Outcome::failedForGood) {
+        fate.isRejected = true;
+      } else if (std::exchange(fate.isDelivered, true)) {
+        ++fates.deliveredAgain;
+      }
+      save(report.get());
+      rest();
+    }
+    complete(operation);
+  }
+
+  void answerSettings(const SettingsReply& reply) {
+    for (const auto& [setting, value] : reply) settings[setting] = value;
+    saveSettings();
+  }
 
   // Time passes, up to `time`, or the clock is set to it.
-  void pass(double seconds, double time);
-  void setClock(double time);
+  void pass(double seconds, double time) {
+    now = time;
+    if (session && gameIsActive) session->played += seconds;
+  }
+
+  void setClock(double time) {
+    now = time;
+    if (session) session->isRegular = false;
+  }
 
   // What the library has done to the machine.
-  void reportFileSaved(bool succeeded);
-  void settingsFileSaved(bool succeeded);
-  void defaultsStored(std::string user, bool hasFirstSent);
+  void reportFileSaved(bool succeeded) {
+    isSaved = succeeded;
+    hasSaved |= succeeded;
+    if (succeeded) reportFile = std::move(expected.reportSaves.front());
+    expected.reportSaves.pop_front();
+  }
+
+  void settingsFileSaved(bool succeeded) {
+    if (succeeded) settingsFile = expected.settingsSaves.front();
+    expected.settingsSaves.pop_front();
+  }
+
+  void defaultsStored(std::string user, bool hasFirstSent) {
+    if (!storedUserId.empty() && user != storedUserId) fail("the user identifier has changed");
+    storedUserId = std::move(user);
+    storedFirstSent_ = hasFirstSent;
+  }
+
   // The call has returned to the game: what it brought is accepted.
-  void callReturned();
+  void callReturned() {
+    takenUp.clear();
+    brought.clear();
+  }
 
   // The first thing that must not be, if anything.
   const std::string& problem() const { return problem_; }
   void fail(std::string problem) {
     if (problem_.empty()) problem_ = std::move(problem);
   }
-  // Whether the file holds what is owed: the last save succeeded.
-  bool isSaved() const { return isSaved_; }
-  bool hasSaved() const { return hasSaved_; }
-  bool hasReportingManager() const { return hasReportingManager_; }
-  std::vector<ReportPtr> owedReports(const Report* left = nullptr) const;
+  std::vector<ReportPtr> owedReports(const Report* left = nullptr) const {
+    std::vector<ReportPtr> reports = held;
+    for (const auto& operation : queue) {
+      if (operation->report.get() != left) reports.push_back(operation->report);
+    }
+    return reports;
+  }
+
   std::size_t liveReports() const { return live_.size(); }
 
   // The machine.
@@ -223,30 +504,14 @@ class Model {
   std::optional<SettingsFile> settingsFile;
   std::string storedUserId;
 
-  // The process.
-  bool gameIsActive = true;
-  bool followsEvents = false;
-  std::string userId;
-  Settings settings{};
-  std::optional<Session> session;
-  MonitorPtr monitor;
-  std::deque<OperationPtr> queue;
-  std::vector<ReportPtr> held;
-  std::size_t mainTasks = 0;
-  std::deque<PoolTask> poolTasks;
-
-  Expected expected;
   Fates fates;
   Totals totals;
 
  private:
-  struct Wait {
-    MonitorPtr monitor;
-    double limit = 0;
-    double elapsed = 0;
-    double timeLeft = 999;
-    bool goesOn = false;
-  };
+  static constexpr std::size_t kConcurrentRequests = 3;
+  static constexpr std::size_t kFullQueue = 1001;
+  // In seconds: how much longer than the time on the wall a session may have been in use.
+  static constexpr double kTolerance = 5;
 
   // Of an accepted report that is still somewhere.
   struct Fate {
@@ -258,60 +523,249 @@ class Model {
     std::uint64_t* loss = nullptr;
   };
 
-  void loadSettings();
-  void updateIfNeeded();
-  void saveSettings();
+  void loadSettings() {
+    if (!settingsFile || !settingsFile->isReadable || readsFail) return;
+    settings = settingsFile->settings;
+    if (!settingsFile->lastUpdateIsText) {
+      updateTime = restoredTime(settingsFile->lastUpdate);
+    } else if (!removalsFail) {
+      settingsFile.reset();
+    }
+  }
 
-  void startNewSession();
-  void stopSession();
-  bool mustStartNewSession() const;
-  void pause();
-  void cancelMonitor();
-  void topOfWait();
-  void countRegularStop();
+  void updateIfNeeded() {
+    const double due = updateTime ? *updateTime + settings[updateInterval] : 0;
+    if (!(now - due > 0)) return;
+    updateTime = now;
+    saveSettings();
+    ++expected.settingsRequests;
+  }
 
-  bool isSwitchedOff(Kind kind) const;
-  Report newReport(Kind kind, std::uint64_t number) const;
-  void accept(const Report& report);
-  void enqueue(const ReportPtr& report, std::uint64_t& lossWhenFull);
-  void transmit();
-  void startReady();
-  void save(const Report* left = nullptr);
-  void rest();
-  void complete(const OperationPtr& operation);
-  void openReportFile();
+  void saveSettings() {
+    expected.settingsSaves.push_back({settings, updateTime.value_or(0), false, true});
+  }
 
-  void dropCopy(Key key);
-  void settle(Key key, const Fate& fate);
-  std::uint64_t* lossAtTheEnd(Key key, bool inACall);
+  void startNewSession() {
+    ++totals.sessions;
+    session = Session{};
+    session->number = newNumber();
+    session->startTime = session->lastPause = session->lastResume = now;
+    session->isRegular = gameIsActive;
+    const Kind kind = firstSent ? Kind::start : Kind::first;
+    const Key key = keyOf(session->number, kind);
+    if (kind == Kind::first) {
+      ++totals.firstSessions;
+      firstSessions_.insert(key);
+      if (firstSessions_.size() > 1) {
+        if (!flagIsMissing_) fail("a second first session");
+        ++totals.firstSessionsAgain;
+      }
+      firstSent = true;
+      synchronizingFailed |= synchronizingFails;
+    }
+    Report report = newReport(kind, session->number);
+    report.startTime = now;
+    accept(report);
+  }
+
+  void stopSession() {
+    if (!session) return;
+    const double end = session->lastPause;
+    const bool wasRunning = session->running;
+    if (wasRunning) {
+      session->isRegular = false;
+      session->total =
+          static_cast<float>((end - session->lastResume) + static_cast<double>(session->total));
+    }
+    const double total = static_cast<double>(session->total);
+    if (end - session->startTime + kTolerance < total || total < 0) {
+      ++totals.implausibleStops;
+      if (session->isRegular) fail("a session that went by the rules has no plausible duration");
+    } else {
+      ++totals.stops;
+      countRegularStop();
+      Report report = newReport(Kind::stop, session->number);
+      report.startTime = session->startTime;
+      report.stopTime = end;
+      report.duration = total;
+      accept(report);
+    }
+    session.reset();
+  }
+
+  bool mustStartNewSession() const {
+    if (!session) return true;
+    if (session->running) return false;
+    return session->startTime > now || now - session->lastPause > settings[inactivityLimit];
+  }
+
+  void pause() {
+    if (!session || !session->running) return;
+    session->lastPause = now;
+    session->total =
+        static_cast<float>((now - session->lastResume) + static_cast<double>(session->total));
+    session->running = false;
+    ++session->pauses;
+  }
+
+  void cancelMonitor() {
+    if (!monitor) return;
+    monitor->isProcessing = false;
+    monitor->hasTask = false;
+    monitor.reset();
+  }
+
+  void topOfWait() {
+    Wait& wait = waits.back();
+    wait.goesOn = false;
+    if (!wait.monitor->hasTask) return;
+    if (wait.timeLeft > 10 && wait.elapsed < wait.limit) {
+      wait.goesOn = true;
+      return;
+    }
+    const MonitorPtr expired = wait.monitor;
+    if (expired == monitor) {
+      stopSession();
+      monitor.reset();
+    }
+    expired->hasTask = false;
+  }
+
+  void countRegularStop() {
+    if (!session->isRegular) return;
+    const double total = static_cast<double>(session->total);
+    // Each pause rounds the total to a 32-bit float.
+    const double tolerance = 0.001 + session->pauses * total * 6e-8;
+    if (std::abs(total - session->played) > tolerance) {
+      fail("a session of " + std::to_string(session->played) + " s of play counts " +
+           std::to_string(total) + " s");
+    }
+    ++totals.regularStops;
+    totals.played += session->played;
+    totals.reported += total;
+  }
+
+  bool isSwitchedOff(Kind kind) const {
+    return (kind == Kind::start && settings[sendStart] == 0) ||
+           (kind == Kind::stop && settings[sendStop] == 0) ||
+           (kind == Kind::first && settings[sendFirst] == 0);
+  }
+
+  Report newReport(Kind kind, std::uint64_t number) const {
+    Report report;
+    report.key = keyOf(number, kind);
+    report.userId = userId;
+    return report;
+  }
+
+  void accept(const Report& report) {
+    ++fates.accepted;
+    live_[report.key] = {};
+    brought.insert(report.key);
+    makeReportingManager();
+    enqueue(std::make_shared<Report>(report), fates.queueFull);
+    const auto fate = live_.find(report.key);
+    if (fate != live_.end() && fate->second.copies == 0) {
+      settle(fate->first, fate->second);
+      live_.erase(fate);
+    }
+  }
+
+  void enqueue(const ReportPtr& report, std::uint64_t& lossWhenFull) {
+    if (isSwitchedOff(kindOf(report->key))) {
+      live_[report->key].loss = &fates.switchedOff;
+      return;
+    }
+    if (queue.size() >= kFullQueue) {
+      live_[report->key].loss = &lossWhenFull;
+      return;
+    }
+    ++live_[report->key].copies;
+    queue.push_back(std::make_shared<Operation>(Operation{report}));
+    startReady();
+    if (settings[transmitImmediately] != 0) transmit();
+    save();
+  }
+
+  void transmit() {
+    if (queue.empty()) return;
+    isSuspended = false;
+    startReady();
+  }
+
+  void startReady() {
+    if (isSuspended) return;
+    for (auto operation = queue.begin();
+         operation != queue.end() && runningRequests < kConcurrentRequests; ++operation) {
+      if (std::exchange((*operation)->started, true)) continue;
+      ++runningRequests;
+      poolTasks.push_back({false, *operation, nullptr});
+    }
+  }
+
+  void save(const Report* left = nullptr) {
+    openReportFile();
+    expected.reportSaves.push_back(owedReports(left));
+  }
+
+  void rest() {
+    if (settings[transmitImmediately] == 0 && queue.size() < 2) isSuspended = true;
+  }
+
+  void complete(const OperationPtr& operation) {
+    queue.erase(std::find(queue.begin(), queue.end(), operation));
+    --runningRequests;
+    dropCopy(operation->report->key);
+    startReady();
+  }
+
+  void openReportFile() {
+    if (std::exchange(isOpen, true)) return;
+    if (readsFail) {
+      for (const auto& report : reportFile) unreadable.insert(report->key);
+    } else {
+      old = reportFile;
+    }
+  }
+
+  void dropCopy(Key key) {
+    const auto fate = live_.find(key);
+    if (--fate->second.copies > 0) return;
+    settle(key, fate->second);
+    live_.erase(fate);
+  }
+
+  void settle(Key key, const Fate& fate) {
+    if (fate.isCounted) return;
+    if (fate.isDelivered) {
+      ++fates.delivered;
+    } else if (fate.isRejected) {
+      ++fates.rejected;
+    } else if (fate.loss != nullptr) {
+      ++*fate.loss;
+    } else {
+      fail("the report " + Uuids::textOf(numberOf(key)) + " is lost");
+    }
+  }
+
+  std::uint64_t* lossAtTheEnd(Key key, bool inACall) {
+    const auto isIn = [key](const std::vector<ReportPtr>& reports) {
+      return std::any_of(reports.begin(), reports.end(),
+                         [key](const auto& report) { return report->key == key; });
+    };
+    if (unreadable.contains(key)) return &fates.fileNotRead;
+    if (isIn(old)) return &fates.killedWhileTakenUp;
+    if (inACall && takenUp.contains(key)) return &fates.killedWhileTakenUp;
+    if (inACall && brought.contains(key)) return &fates.killedInTheCall;
+    if (!isSaved) return &fates.fileNotWritten;
+    return nullptr;
+  }
 
   std::string problem_;
 
   bool storedFirstSent_ = false;
   bool flagIsMissing_ = false;
   std::set<Key> firstSessions_;
-
-  bool hasConfig_ = false;
-  bool hasReportingManager_ = false;
-  bool hasSessionManager_ = false;
-  bool firstSent_ = false;
-  bool synchronizingFailed_ = false;
-  std::optional<double> updateTime_;
-  std::vector<std::weak_ptr<Monitor>> monitors_;
-  bool isSuspended_ = false;
-  std::size_t running_ = 0;
-  std::vector<Wait> waits_;
-
-  // No longer held and not yet queued.
-  // What an earlier process has left, until it is taken up; what could not be read; and what this
-  // very call brings or takes up.
-  bool isOpen_ = false;
-  std::vector<ReportPtr> old_;
-  std::set<Key> unreadable_;
-  std::set<Key> brought_;
-  std::set<Key> takenUp_;
-  bool isSaved_ = true;
-  bool hasSaved_ = false;
 
   std::unordered_map<Key, Fate> live_;
 };
