@@ -887,7 +887,7 @@ int main(int count, char** words) {
   std::printf("season: seed %s, %s sessions\n", std::to_string(seed).c_str(),
               std::to_string(sessionCount).c_str());
   std::fflush(stdout);
-  mallopt(M_MMAP_THRESHOLD, kGivenBack);
+  if (sessionCount >= kLongSeason) mallopt(M_MMAP_THRESHOLD, kGivenBack);
   std::optional<Memory> atAFifth;
   const auto begin = std::chrono::steady_clock::now();
   Season season(seed, sessionCount);

@@ -14,8 +14,8 @@
 #include <cstdlib>
 #include <map>
 #include <memory>
+#include <nlohmann/json.hpp>
 #include <optional>
-#include <random>
 #include <set>
 #include <string>
 #include <string_view>
@@ -26,13 +26,14 @@
 #include "ZLNSessionReporting/ZLNLog.h"
 #include "ZLNSessionReporting/ZLNSessionReporting.h"
 #include "testkit/fake_environment.h"
+#include "tests/support/dice.h"
 #include "tests/support/process_state_for_tests.h"
+#include "tests/support/report_identity.h"
 #include "transport/ZLNReportingManager.h"
 
 namespace zln {
 namespace {
 
-constexpr unsigned kSeeds = 200;
 constexpr int kSteps = 120;
 constexpr int kDeepestInterruption = 2;
 // Of so many lines at which it is possible one brings an interruption.
@@ -86,36 +87,8 @@ bool beginsLikeOneOf(const std::string_view (&beginnings)[kCount], std::string_v
                      [line](std::string_view beginning) { return line.starts_with(beginning); });
 }
 
-// What stands between the two, each of which is looked for behind the one before; empty when the
-// first one is not there.
-std::string_view between(std::string_view text, std::string_view first, std::string_view last) {
-  const std::size_t found = text.find(first);
-  if (found == std::string_view::npos) return {};
-  text.remove_prefix(found + first.size());
-  return text.substr(0, text.find(last));
-}
-
-// The text behind that key, in the form of the report file.
-std::string textBehind(std::string_view element, const std::string& key) {
-  return std::string(between(element, "<key>" + key + "</key>\n\t\t<string>", "<"));
-}
-
-// What tells one report from all others.
-std::string identityIn(std::string_view element) {
-  const std::string attempt = textBehind(element, "adEventId");
-  return attempt.empty() ? textBehind(element, "sessionId") + textBehind(element, "type") : attempt;
-}
-
-std::string identityInRequest(std::string_view body) {
-  const auto textUnder = [body](const std::string& key) {
-    return std::string(between(body, "\"" + key + "\":\"", "\""));
-  };
-  const std::string attempt = textUnder("adEventId");
-  return attempt.empty() ? textUnder("sessionId") + textUnder("type") : attempt;
-}
-
 // How often each report is there.
-using Counts = std::map<std::string, int>;
+using Counts = std::map<ReportIdentity, int>;
 
 bool holdsAllOf(const Counts& some, const Counts& others) {
   return std::all_of(others.begin(), others.end(),
@@ -125,7 +98,7 @@ bool holdsAllOf(const Counts& some, const Counts& others) {
 std::string listOf(const Counts& counts) {
   std::string text;
   for (const auto& [identity, count] : counts) {
-    text += "\n  " + std::to_string(count) + " x " + identity;
+    text += "\n  " + std::to_string(count) + " x " + identity.text();
   }
   return text;
 }
@@ -134,7 +107,7 @@ std::string listOf(const Counts& counts) {
 class Run : private LogSink {
  public:
   Run(unsigned seed, bool isInterrupted)
-      : isInterrupted_(isInterrupted), random_(seed), name_("seed " + std::to_string(seed)) {
+      : isInterrupted_(isInterrupted), dice_(seed), name_("seed " + std::to_string(seed)) {
     beginProcess();
   }
   ~Run() override { endProcess(); }
@@ -270,23 +243,20 @@ class Run : private LogSink {
 
   void replyTo(std::size_t index) {
     answered_.insert(index);
-    const HttpRequest request = machine_.http.requests()[index];
-    if (!isReport(request)) {
-      machine_.http.reply(index, std::string(kSettingsReplies[roll(std::size(kSettingsReplies))]));
-      return;
-    }
-    if (roll(8) == 0) {
+    if (!isReport(machine_.http.requests()[index])) {
+      machine_.http.reply(index, std::string(dice_.oneOf(kSettingsReplies)));
+    } else if (roll(8) == 0) {
       machine_.http.fail(index, url_error::kNetworkConnectionLost);
-      return;
+    } else {
+      answer(index, dice_.oneOf(kReportReplies));
     }
-    const std::string_view body = kReportReplies[roll(std::size(kReportReplies))];
-    answer(index, request, body);
   }
 
-  void answer(std::size_t index, const HttpRequest& request, std::string_view body) {
+  void answer(std::size_t index, std::string_view body) {
     const bool isFinal = body.find("true") != std::string_view::npos;
     if (isFinal) {
-      const std::string identity = identityInRequest(request.body);
+      const auto identity =
+          reportIdentity(nlohmann::json::parse(machine_.http.requests()[index].body));
       --owed_[identity];
       finished_.insert(identity);
     }
@@ -350,7 +320,7 @@ class Run : private LogSink {
       int& before = owed_[identity];
       while (before < count) {
         if (takeUnread(identity) == 0 && finished_.contains(identity)) {
-          return report("there again: " + identity);
+          return report("there again: " + identity.text());
         }
         ++before;
       }
@@ -358,11 +328,11 @@ class Run : private LogSink {
     for (const auto& [identity, count] : owed_) {
       const auto found = now.find(identity);
       const int present = found == now.end() ? 0 : found->second;
-      if (present < count) return report("lost: " + identity);
+      if (present < count) return report("lost: " + identity.text());
     }
   }
 
-  int takeUnread(const std::string& identity) {
+  int takeUnread(const ReportIdentity& identity) {
     const auto found = unread_.find(identity);
     if (found == unread_.end()) return 0;
     const int count = found->second;
@@ -380,8 +350,9 @@ class Run : private LogSink {
       const auto found = now.find(identity);
       const int owedNow = found == now.end() ? 0 : found->second;
       // A report that is tried again may stand there once more than it is owed.
-      if (count > owedNow + 1) return report(std::to_string(count) + " in the file: " + identity);
-      if (owedNow == 0 && !isInterrupted_) return report("still in the file: " + identity);
+      if (count > owedNow + 1)
+        return report(std::to_string(count) + " in the file: " + identity.text());
+      if (owedNow == 0 && !isInterrupted_) return report("still in the file: " + identity.text());
     }
   }
 
@@ -396,9 +367,8 @@ class Run : private LogSink {
       enterForeground();
       for (const std::size_t index : outstanding()) {
         answered_.insert(index);
-        const HttpRequest request = machine_.http.requests()[index];
-        if (isReport(request)) {
-          answer(index, request, kReportReplies[0]);
+        if (isReport(machine_.http.requests()[index])) {
+          answer(index, kReportReplies[0]);
         } else {
           machine_.http.reply(index, std::string(kSettingsReplies[1]));
         }
@@ -417,7 +387,7 @@ class Run : private LogSink {
 
   void unreadMustBeFinished() {
     for (const auto& [identity, count] : unread_) {
-      if (!finished_.contains(identity)) report("stored and never taken up: " + identity);
+      if (!finished_.contains(identity)) report("stored and never taken up: " + identity.text());
     }
   }
 
@@ -453,7 +423,7 @@ class Run : private LogSink {
     const auto manager = ZLNReportingManager::sharedManager();
     std::set<const ZLNReportBase*> seen;
     const auto note = [&](const std::shared_ptr<ZLNReportBase>& one) {
-      if (!seen.insert(one.get()).second) report("there twice: " + identityOf(one));
+      if (!seen.insert(one.get()).second) report("there twice: " + identityOf(one).text());
       ++counts[identityOf(one)];
     };
     for (const auto& held : manager->temporaryErrorReports()) note(held);
@@ -463,15 +433,15 @@ class Run : private LogSink {
     return counts;
   }
 
-  const std::string& identityOf(const std::shared_ptr<ZLNReportBase>& one) {
+  const ReportIdentity& identityOf(const std::shared_ptr<ZLNReportBase>& one) {
     const auto [found, isNew] = identities_.try_emplace(one);
-    if (isNew) found->second = identityIn(one->toElement()->text.value());
+    if (isNew) found->second = reportIdentityInElement(one->toElement()->text.value());
     return found->second;
   }
 
-  const std::string& identityOf(const std::string& element) {
+  const ReportIdentity& identityOf(const std::string& element) {
     const auto [found, isNew] = elements_.try_emplace(element);
-    if (isNew) found->second = identityIn(element);
+    if (isNew) found->second = reportIdentityInElement(element);
     return found->second;
   }
 
@@ -479,7 +449,7 @@ class Run : private LogSink {
     if (!wrong_) wrong_ = what;
   }
 
-  unsigned roll(std::size_t sides) { return static_cast<unsigned>(random_() % sides); }
+  unsigned roll(std::size_t sides) { return static_cast<unsigned>(dice_.below(sides)); }
 
   FakeEnvironment machine_;
   Environment environment_{machine_.clock,
@@ -495,7 +465,7 @@ class Run : private LogSink {
   std::unique_ptr<ProcessState> state_;
   bool isInterrupted_;
   bool isEnding_ = false;
-  std::mt19937 random_;
+  Dice dice_;
   const std::string name_;
   int depth_ = 0;
   std::string steps_;
@@ -504,15 +474,15 @@ class Run : private LogSink {
   std::set<std::size_t> answered_;
   // What the last step has left, and what was ever delivered or refused for good.
   Counts owed_;
-  std::set<std::string> finished_;
+  std::set<ReportIdentity> finished_;
   // What an earlier process has left and this one has not taken up yet.
   Counts unread_;
   // What the file held after so many writes.
   Counts stored_;
   std::size_t storedAt_ = 0;
   // What has been looked into; reports of an earlier process are none any more.
-  std::map<std::shared_ptr<ZLNReportBase>, std::string> identities_;
-  std::unordered_map<std::string, std::string> elements_;
+  std::map<std::shared_ptr<ZLNReportBase>, ReportIdentity> identities_;
+  std::unordered_map<std::string, ReportIdentity> elements_;
   bool isDiskFull_ = false;
   // From a change of the disk, or the beginning, to the next write.
   bool isFileBehind_ = true;
@@ -526,7 +496,7 @@ unsigned given(const char* variable, unsigned otherwise) {
 
 void playSeeds(bool isInterrupted) {
   const unsigned first = given("ZLN_INTERLEAVING_SEED", 1);
-  const unsigned count = given("ZLN_INTERLEAVING_SEEDS", kSeeds);
+  const unsigned count = given("ZLN_INTERLEAVING_SEEDS", ZLN_INTERLEAVING_SEEDS);
   for (unsigned seed = first; seed < first + count; ++seed) {
     const auto wrong = Run(seed, isInterrupted).play();
     if (wrong) FAIL() << *wrong;

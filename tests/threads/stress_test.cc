@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <functional>
+#include <iterator>
 #include <memory>
 #include <random>
 #include <set>
@@ -250,56 +251,24 @@ void changeSettings(ZLNReportingConfig& settings, bool on) {
 }
 
 void callSomething(BusyMachine& machine, unsigned choice) {
-  switch (choice) {
-    case 0:
-      ZLNSendBannerAdAttemptReport("network", true);
-      break;
-    case 1:
-      ZLNSendRewardedAdZoneAttemptReport("network", "zone", false);
-      break;
-    case 2:
-      ZLNReleaseString(ZLNGetSessionDescription());
-      break;
-    case 3:
-      ZLNStopSessionReporting();
-      break;
-    case 4:
-      ZLNLogSetLevel(ZLNLogLevelSuperVerbose);
-      break;
-    case 5:
-      ZLNLogDebug("%@ %d %f", "text", 5, 0.5);
-      break;
-    case 6:
-      ZLNInitializeReporting("engine 2");
-      break;
-    case 7:
-      ZLNClearCache();
-      break;
-    case 8:
-      machine.post(Notification::applicationWillResignActive);
-      break;
-    case 9:
-      machine.post(Notification::applicationDidEnterBackground);
-      break;
-    case 10:
-      machine.post(Notification::applicationWillEnterForeground);
-      break;
-    case 11:
-      machine.post(Notification::applicationDidBecomeActive);
-      break;
-    case 12:
-      machine.post(Notification::applicationWillTerminate);
-      break;
-    case 13:
-      changeSettings(*ZLNReportingConfig::sharedConfig(), false);
-      break;
-    case 14:
-      changeSettings(*ZLNReportingConfig::sharedConfig(), true);
-      break;
-    default:
-      ZLNStartSessionReporting();
-      break;
-  }
+  constexpr Notification kEvents[] = {
+      Notification::applicationWillResignActive, Notification::applicationDidEnterBackground,
+      Notification::applicationWillEnterForeground, Notification::applicationDidBecomeActive,
+      Notification::applicationWillTerminate};
+  const std::function<void()> calls[] = {
+      [] { ZLNSendBannerAdAttemptReport("network", true); },
+      [] { ZLNSendRewardedAdZoneAttemptReport("network", "zone", false); },
+      [] { ZLNReleaseString(ZLNGetSessionDescription()); },
+      [] { ZLNStopSessionReporting(); },
+      [] { ZLNLogSetLevel(ZLNLogLevelSuperVerbose); },
+      [] { ZLNLogDebug("%@ %d %f", "text", 5, 0.5); },
+      [] { ZLNInitializeReporting("engine 2"); },
+      [] { ZLNClearCache(); },
+      [] { changeSettings(*ZLNReportingConfig::sharedConfig(), false); },
+      [] { changeSettings(*ZLNReportingConfig::sharedConfig(), true); },
+      [] { ZLNStartSessionReporting(); }};
+  if (choice < std::size(kEvents)) return machine.post(kEvents[choice]);
+  calls[choice - std::size(kEvents)]();
 }
 
 TEST_F(ThreadsTest, EveryFunctionMayBeCalledFromEveryThreadAtAnyTime) {
