@@ -29,7 +29,7 @@ using Identities = std::set<ReportIdentity>;
 constexpr int kLives = 3;
 // Far more than anything takes that does not hang, under a sanitizer on a busy machine.
 constexpr auto kPatience = std::chrono::seconds(60);
-constexpr auto kPollPause = std::chrono::microseconds(500);
+constexpr auto kPollPause = std::chrono::milliseconds(1);
 constexpr int kLooks = 4;
 constexpr int kExitCode = 7;
 constexpr std::size_t kLogEnd = 4000;

@@ -27,11 +27,10 @@
 #include "platform/utf8.h"
 #include "tests/fuzz/fuzz.h"
 #include "tests/fuzz/fuzzed_host.h"
+#include "tests/support/report_identity.h"
 
 namespace zln::fuzz {
 namespace {
-
-using Json = nlohmann::json;
 
 constexpr std::size_t kMostSteps = 150;
 constexpr std::size_t kMostReplies = 5000;
@@ -122,30 +121,23 @@ class Game {
   }
 
   void sendBanner() {
-    const Text network = takeText(input_);
-    const Text zone = takeText(input_);
-    send(network.pointer() != nullptr,
-         [&] { ZLNSendBannerAdAttemptReport(network.pointer(), true); });
-    send(network.pointer() && zone.pointer(),
-         [&] { ZLNSendBannerAdZoneAttemptReport(network.pointer(), zone.pointer(), false); });
+    sendBoth(&ZLNSendBannerAdAttemptReport, true, &ZLNSendBannerAdZoneAttemptReport, false);
   }
-
   void sendInterstitial() {
-    const Text network = takeText(input_);
-    const Text zone = takeText(input_);
-    send(network.pointer() != nullptr,
-         [&] { ZLNSendInterstitialAdAttemptReport(network.pointer(), false); });
-    send(network.pointer() && zone.pointer(),
-         [&] { ZLNSendInterstitialAdZoneAttemptReport(network.pointer(), zone.pointer(), true); });
+    sendBoth(&ZLNSendInterstitialAdAttemptReport, false, &ZLNSendInterstitialAdZoneAttemptReport,
+             true);
+  }
+  void sendRewarded() {
+    sendBoth(&ZLNSendRewardedAdAttemptReport, true, &ZLNSendRewardedAdZoneAttemptReport, true);
   }
 
-  void sendRewarded() {
+  void sendBoth(void (*plain)(const char*, bool), bool isFilled,
+                void (*zoned)(const char*, const char*, bool), bool isZoneFilled) {
     const Text network = takeText(input_);
     const Text zone = takeText(input_);
-    send(network.pointer() != nullptr,
-         [&] { ZLNSendRewardedAdAttemptReport(network.pointer(), true); });
+    send(network.pointer() != nullptr, [&] { plain(network.pointer(), isFilled); });
     send(network.pointer() && zone.pointer(),
-         [&] { ZLNSendRewardedAdZoneAttemptReport(network.pointer(), zone.pointer(), true); });
+         [&] { zoned(network.pointer(), zone.pointer(), isZoneFilled); });
   }
 
   void sendZone() {
@@ -373,8 +365,8 @@ class Game {
 
   // The server, or the transport, has the last word on the attempt that this request carries.
   void settle(std::size_t request) {
-    const Json body = Json::parse(host_.env.http.requests()[request].body, nullptr, false);
-    if (body.contains("adEventId")) settled_.insert(body["adEventId"].get<std::string>());
+    const std::string& body = host_.env.http.requests()[request].body;
+    settled_.insert(reportIdentity(nlohmann::json::parse(body, nullptr, false)).id);
   }
 
   void breakStorage() {
@@ -457,7 +449,7 @@ class Game {
   bool hasLoaded_ = false;
   // Whether the storage has been out of order.
   bool mayLose_ = false;
-  // The identifiers of all attempts, and of those that need not be sent any more.
+  // The identifiers of all attempts, and of reports that need not be sent any more.
   std::set<std::string> attempts_;
   std::set<std::string> earlierAttempts_;
   std::set<std::string> settled_;

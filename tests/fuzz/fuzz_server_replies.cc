@@ -277,9 +277,6 @@ void checkThatItIsWrittenAsItWasRead(const Dictionary& object) {
 
 // As replies to a report.
 
-// Every line of the log is made for some inputs only: with it an input takes several times as long.
-std::uint64_t logLevelFor(std::size_t size) { return size % 8 == 0 ? 5 : 1; }
-
 constexpr char kFailure = 0x15;
 
 enum class Outcome { delivered, dropped, again };
@@ -399,13 +396,7 @@ void playUnderThem(const Replies& replies, std::uint64_t logLevel) {
   host.start();
   host.answerAll(20, answerNext);
   ZLNSendRewardedAdAttemptReport("net", false);
-  host.env.app.resignActive();
-  // However long the settings let a session wait in the background, the system does not.
-  host.env.clock.at(100, [&] { host.env.backgroundTasks.remainingTime = 5; });
-  host.env.app.enterBackground();
-  host.env.dispatch.runAll();
-  host.env.clock.advance(500);
-  host.env.app.enterForeground();
+  host.leaveAndReturn();
   host.env.app.becomeActive();
   host.env.app.terminate();
   require(host.answerAll(500, answerNext), "sending comes to its end");

@@ -24,9 +24,6 @@
 namespace zln::fuzz {
 namespace {
 
-// Every line of the log is made for some inputs only: with it an input takes several times as long.
-std::uint64_t logLevelFor(std::size_t size) { return size % 8 == 0 ? 5 : 1; }
-
 // A few bytes of the binary form can stand for a million values; what is larger than this is read
 // and no more.
 constexpr std::size_t kMostCost = 200000;
@@ -184,14 +181,7 @@ void playADay(FuzzedHost& host) {
     host.env.app.becomeActive();
     host.answerAll(kFailures, answer);
     host.env.clock.advance(30);
-    host.env.app.resignActive();
-    // However long the settings let a session wait in the background, the system does not.
-    host.env.backgroundTasks.remainingTime = 600;
-    host.env.clock.at(100, [&] { host.env.backgroundTasks.remainingTime = 5; });
-    host.env.app.enterBackground();
-    host.env.dispatch.runAll();
-    host.env.clock.advance(500);
-    host.env.app.enterForeground();
+    host.leaveAndReturn();
   }
   host.env.app.terminate();
   require(host.answerAll(500, answer), "sending comes to its end");

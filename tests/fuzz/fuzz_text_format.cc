@@ -158,50 +158,20 @@ constexpr std::size_t kMostArguments = 3;
 
 // Numbers at whose edges things go wrong, and any others.
 std::uint64_t takeInteger(Input& input) {
-  constexpr std::uint64_t kEdges[] = {0,
-                                      1,
-                                      9,
-                                      10,
-                                      42,
-                                      127,
-                                      128,
-                                      255,
-                                      0x7FFF,
-                                      0x8000,
-                                      0x10FFFF,
-                                      0x110000,
-                                      0x7FFFFFFF,
-                                      0x80000000,
-                                      0xFFFFFFFF,
-                                      0x7FFFFFFFFFFFFFFF,
-                                      0x8000000000000000,
-                                      0xFFFFFFFFFFFFFFFF,
-                                      0xFFFFFFFFFFFFFFFB};
+  constexpr auto kEdges = std::to_array<std::uint64_t>(
+      {0, 1, 9, 10, 42, 127, 128, 255, 0x7FFF, 0x8000, 0x10FFFF, 0x110000, 0x7FFFFFFF, 0x80000000,
+       0xFFFFFFFF, 0x7FFFFFFFFFFFFFFF, 0x8000000000000000, 0xFFFFFFFFFFFFFFFF, 0xFFFFFFFFFFFFFFFB});
   const std::size_t choice = input.takeByte();
-  return choice < std::size(kEdges) ? kEdges[choice] : input.takeWord();
+  return choice < kEdges.size() ? kEdges[choice] : input.takeWord();
 }
 
 double takeReal(Input& input) {
   using Limits = std::numeric_limits<double>;
-  constexpr double kEdges[] = {0.0,
-                               -0.0,
-                               1.0,
-                               0.1,
-                               0.5,
-                               2.5,
-                               9.995,
-                               999999.5,
-                               1e15,
-                               1e22,
-                               123456,
-                               1e-5,
-                               Limits::max(),
-                               Limits::denorm_min(),
-                               Limits::min(),
-                               Limits::infinity(),
-                               -Limits::infinity()};
+  constexpr auto kEdges = std::to_array<double>(
+      {0.0, -0.0, 1.0, 0.1, 0.5, 2.5, 9.995, 999999.5, 1e15, 1e22, 123456, 1e-5, Limits::max(),
+       Limits::denorm_min(), Limits::min(), Limits::infinity(), -Limits::infinity()});
   const std::size_t choice = input.takeByte();
-  if (choice < std::size(kEdges)) return kEdges[choice];
+  if (choice < kEdges.size()) return kEdges[choice];
   const std::uint64_t bits = input.takeWord();
   double value = 0;
   std::memcpy(&value, &bits, sizeof value);

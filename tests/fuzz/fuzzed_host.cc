@@ -48,6 +48,16 @@ void FuzzedHost::start() {
   env.dispatch.runAll();
 }
 
+void FuzzedHost::leaveAndReturn() {
+  env.app.resignActive();
+  env.backgroundTasks.remainingTime = 600;
+  env.clock.at(100, [this] { env.backgroundTasks.remainingTime = 5; });
+  env.app.enterBackground();
+  env.dispatch.runAll();
+  env.clock.advance(500);
+  env.app.enterForeground();
+}
+
 void FuzzedHost::restart() {
   HostTest::restart();
   setLevel(logLevel_);

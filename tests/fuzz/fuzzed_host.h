@@ -27,6 +27,9 @@ class FuzzedHost : public HostTest {
 
   // As the game does at its start.
   void start();
+  // Leaves for the background, where the session waits however long the settings let it, but no
+  // longer than the system does, and returns much later.
+  void leaveAndReturn();
   // Ends the process and begins the next one on the same installation.
   void restart();
 
@@ -56,6 +59,9 @@ class FuzzedHost : public HostTest {
   std::size_t firstRequest_ = 0;
   std::set<std::size_t> answered_;
 };
+
+// Every line of the log is made for some inputs only: with it an input takes several times as long.
+inline std::uint64_t logLevelFor(std::size_t size) { return size % 8 == 0 ? 5 : 1; }
 
 // Equal, where a NaN equals a NaN.
 bool isSame(const Value& a, const Value& b);
