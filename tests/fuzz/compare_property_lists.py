@@ -115,87 +115,86 @@ def is_in_range(tag, text):
     return True
 
 
-class XmlRules:
-    """Collects the first rule that a document breaks."""
+class Broken(Exception):
+    """The rule that a document breaks."""
 
-    def __init__(self):
-        self.broken = None
-        self.open = []  # Tags; a "dict" is followed by whether a key waits for its value.
+
+def demand(holds, rule):
+    if not holds:
+        raise Broken(rule)
+
+
+class Element:
+    def __init__(self, tag):
+        self.tag = tag
         self.text = ""
-        self.has_root = False
-        self.has_plist = False
-
-    def break_rule(self, rule):
-        self.broken = self.broken or rule
-
-    def start(self, tag, _):
-        parent = self.open[-1] if self.open else None
-        if tag not in LEAF_RULES and tag not in ("plist", "array", "dict"):
-            self.break_rule("an unknown element")
-        elif parent and parent[0] in LEAF_RULES:
-            self.break_rule("an element in a wrong place")
-        elif not self.may_stand(tag, parent):
-            self.break_rule("an element in a wrong place")
-        if tag in ("array", "dict"):
-            if sum(1 for each in self.open if each[0] in ("array", "dict")) == DEEPEST_LEVEL:
-                self.break_rule("too many levels")
-        self.has_plist = True
-        if tag != "plist" and (parent is None or parent[0] == "plist"):
-            self.has_root = True
-        if parent and parent[0] == "dict":
-            parent[1] = tag == "key"
-        self.open.append([tag, False])
-        self.text = ""
-
-    def may_stand(self, tag, parent):
-        if parent is None or parent[0] == "plist":
-            if tag == "plist":
-                return not self.has_plist
-            return tag != "key" and not self.has_root
-        if tag == "plist":
-            return False
-        if parent[0] == "dict":
-            return parent[1] != (tag == "key")
-        return tag != "key"
-
-    def take(self, text):
-        if self.open and self.open[-1][0] in LEAF_RULES:
-            self.text += text
-        elif text.strip(BLANKS):
-            self.break_rule("text in a wrong place")
-
-    def end(self, tag):
-        _, has_key = self.open.pop()
-        if tag in LEAF_RULES:
-            if not re.fullmatch(LEAF_RULES[tag], self.text, re.DOTALL | re.ASCII):
-                self.break_rule(f"a malformed {tag}")
-            elif not is_in_range(tag, self.text):
-                self.break_rule(f"a {tag} out of range")
-            self.text = ""
-        elif tag == "dict" and has_key:
-            self.break_rule("a key without a value")
-        elif tag == "plist" and not self.has_root:
-            self.break_rule("a document without content")
+        self.children = []
 
 
-def rule_that_xml_breaks(document):
-    rules = XmlRules()
+def read_elements(document):
+    """The root of an XML document."""
+    notes = []
+    open_elements = [Element(None)]
+
+    def start(tag, _):
+        open_elements.append(Element(tag))
+        open_elements[-2].children.append(open_elements[-1])
+
+    def take(text):
+        open_elements[-1].text += text
+
+    def declare(_name, _system, _public, has_own):
+        if has_own:
+            notes.append("declarations of its own")
+
+    def use_encoding(_version, encoding, _standalone):
+        if (encoding or "UTF-8").upper() not in ENCODINGS:
+            notes.append("an encoding that Python has added")
+
     parser = xml.parsers.expat.ParserCreate()
-    parser.buffer_text = True
-    parser.StartElementHandler = rules.start
-    parser.EndElementHandler = rules.end
-    parser.CharacterDataHandler = rules.take
-    parser.StartDoctypeDeclHandler = lambda name, system, public, has_own: (
-        rules.break_rule("declarations of its own") if has_own else None)
-    parser.SkippedEntityHandler = lambda name, is_parameter: rules.break_rule("an unknown entity")
-    parser.XmlDeclHandler = lambda version, encoding, standalone: (
-        rules.break_rule("an encoding that Python has added")
-        if (encoding or "UTF-8").upper() not in ENCODINGS else None)
+    parser.StartElementHandler = start
+    parser.EndElementHandler = lambda _: open_elements.pop()
+    parser.CharacterDataHandler = take
+    parser.StartDoctypeDeclHandler = declare
+    parser.SkippedEntityHandler = lambda *_: notes.append("an unknown entity")
+    parser.XmlDeclHandler = use_encoding
     try:
         parser.Parse(document, True)
     except (xml.parsers.expat.ExpatError, LookupError, ValueError):
-        rules.break_rule("no XML")
-    return rules.broken
+        notes.append("no XML")
+    demand(not notes, notes and notes[0])
+    return open_elements[0].children[0]
+
+
+def check_xml(document):
+    root = read_elements(document)
+    demand(root.tag != "key", "an element in a wrong place")
+    check_element(root, 0)
+
+
+def check_element(element, level):
+    tag, tags = element.tag, [child.tag for child in element.children]
+    if tag in LEAF_RULES:
+        demand(not tags, "an element in a wrong place")
+        demand(re.fullmatch(LEAF_RULES[tag], element.text, re.DOTALL | re.ASCII),
+               f"a malformed {tag}")
+        demand(is_in_range(tag, element.text), f"a {tag} out of range")
+        return
+    demand(tag in ("plist", "array", "dict"), "an unknown element")
+    demand(tag == "plist" or level < DEEPEST_LEVEL, "too many levels")
+    demand(not element.text.strip(BLANKS), "text in a wrong place")
+    demand("plist" not in tags, "an element in a wrong place")
+    if tag == "dict":
+        demand(all((each == "key") == (at % 2 == 0) for at, each in enumerate(tags)),
+               "an element in a wrong place")
+        demand(len(tags) % 2 == 0, "a key without a value")
+    else:
+        demand("key" not in tags, "an element in a wrong place")
+    if tag == "plist":
+        demand(tags, "a document without content")
+        demand(len(tags) == 1, "an element in a wrong place")
+    for child in element.children:
+        check_element(child, level + (tag != "plist"))
 
 
 # The same for the binary form.
@@ -206,132 +205,114 @@ class BinaryRules:
         self.unspent = max(len(document) * EXPANSION_PER_BYTE, SMALLEST_EXPANSION)
 
     def check(self):
-        """Raises ValueError with the rule that is broken."""
-        if len(self.document) < 40:
-            raise ValueError("no room for the trailer")
+        demand(len(self.document) >= 40, "no room for the trailer")
         end = len(self.document) - 32
         self.offset_size, self.reference_size, self.count, top, self.table = struct.unpack(
             ">6xBBQQQ", self.document[end:])
-        if not (1 <= self.offset_size <= 8 and 1 <= self.reference_size <= 8):
-            raise ValueError("a size of the trailer out of range")
-        if not 8 <= self.table <= end or self.count * self.offset_size > end - self.table:
-            raise ValueError("an offset table out of place")
+        demand(1 <= self.offset_size <= 8 and 1 <= self.reference_size <= 8,
+               "a size of the trailer out of range")
+        demand(8 <= self.table <= end and self.count * self.offset_size <= end - self.table,
+               "an offset table out of place")
         self.check_object(top, 0)
 
     def slice(self, offset, length):
-        if offset + length > self.table:
-            raise ValueError("an object that reaches into the offset table")
+        demand(offset + length <= self.table, "an object that reaches into the offset table")
         return self.document[offset:offset + length]
 
     def check_object(self, number, level):
-        if number >= self.count:
-            raise ValueError("a reference to no object")
+        """Returns the kind of the object."""
+        demand(number < self.count, "a reference to no object")
         at = self.table + number * self.offset_size
         offset = int.from_bytes(self.document[at:at + self.offset_size], "big")
-        if not 8 <= offset < self.table:
-            raise ValueError("an object outside of its place")
+        demand(8 <= offset < self.table, "an object outside of its place")
         self.spend(VALUE_SIZE)
         marker, detail = divmod(self.document[offset], 16)
         if marker == 0:
-            if detail not in (8, 9):
-                raise ValueError("a null or a filler")
-            return "bool"
-        if marker == 1:
+            demand(detail in (8, 9), "a null or a filler")
+        elif marker == 1:
             content = self.slice(offset + 1, 1 << detail)
-            if detail > 4 or (detail == 4 and any(content[:8])):
-                raise ValueError("an integer beyond 64 bits")
-            return "integer"
-        if marker == 2:
+            demand(detail < 4 or (detail == 4 and not any(content[:8])),
+                   "an integer beyond 64 bits")
+        elif marker == 2:
             self.slice(offset + 1, 1 << detail)
-            if detail not in (2, 3):
-                raise ValueError("a real of another size")
-            return "real"
-        if marker == 3:
+            demand(detail in (2, 3), "a real of another size")
+        elif marker == 3:
             content = self.slice(offset + 1, 8)
-            if detail != 3 or not math.isfinite(struct.unpack(">d", content)[0]):
-                raise ValueError("a date that is none")
-            return "date"
-        if marker in (4, 5, 6):
+            demand(detail == 3 and math.isfinite(struct.unpack(">d", content)[0]),
+                   "a date that is none")
+        elif marker in (4, 5, 6):
             count, start = self.run(offset, detail)
             content = self.slice(start, count * (2 if marker == 6 else 1))
             self.spend(len(content))
-            if marker == 5 and any(byte >= 0x80 for byte in content):
-                raise ValueError("a text that is not ASCII")
-            return "data" if marker == 4 else "string"
-        if marker in (0xA, 0xD):
-            if level == DEEPEST_LEVEL:
-                raise ValueError("too many levels, or a container in itself")
+            demand(marker != 5 or content.isascii(), "a text that is not ASCII")
+        else:
+            demand(marker in (0xA, 0xD), "a kind that is no property list's")
+            demand(level < DEEPEST_LEVEL, "too many levels, or a container in itself")
             count, start = self.run(offset, detail)
             width = self.reference_size
             references = self.slice(start, count * width * (2 if marker == 0xD else 1))
             for index in range(len(references) // width):
                 child = int.from_bytes(references[index * width:(index + 1) * width], "big")
                 kind = self.check_object(child, level + 1)
-                if marker == 0xD and index < count and kind != "string":
-                    raise ValueError("a key that is no text")
-            return "container"
-        raise ValueError("a kind that is no property list's")
+                demand(marker == 0xA or index >= count or kind in (5, 6), "a key that is no text")
+        return marker
 
     def run(self, offset, detail):
         if detail != 15:
             return detail, offset + 1
         marker, size = divmod(self.slice(offset + 1, 1)[0], 16)
-        if marker != 1 or size > 3:
-            raise ValueError("a count that is no integer")
+        demand(marker == 1 and size <= 3, "a count that is no integer")
         count = int.from_bytes(self.slice(offset + 2, 1 << size), "big")
         return count, offset + 2 + (1 << size)
 
     def spend(self, size):
         self.unspent -= size
-        if self.unspent < 0:
-            raise ValueError("too much out of little")
+        demand(self.unspent >= 0, "too much out of little")
 
 
 def rule_that_is_broken(document):
-    if not document.startswith(b"bplist00"):
-        return rule_that_xml_breaks(document)
     try:
-        BinaryRules(document).check()
-    except ValueError as error:
-        return str(error)
+        if document.startswith(b"bplist00"):
+            BinaryRules(document).check()
+        else:
+            check_xml(document)
+    except Broken as broken:
+        return str(broken)
     return None
 
 
 # Why Python refuses what the library takes.
 
 def liberty_of(document, value):
-    kinds = collections.Counter()
-    collect(value, kinds)
+    kinds = set(kinds_in(value))
     if not document.startswith(b"bplist00"):
         texts = re.findall(rb"<integer[^>]*>([^<]*)<", document)
         if any(re.search(rb"[+-]\s+[0-9]|-0[xX]|\+0[xX]|0X", each) for each in texts):
             return "an integer with a blank after its sign, or in hexadecimal of another spelling"
-        if kinds["integer"]:
+        if "integer" in kinds:
             return "an integer in another spelling"
-        if kinds["real"]:
+        if "real" in kinds:
             return "a real in another spelling"
         return None
-    if kinds["date out of range"]:
+    if "date out of range" in kinds:
         return "a date that Python's calendar has not"
-    if kinds["replacement"]:
+    if "replacement" in kinds:
         return "half a surrogate pair, which the library reads as U+FFFD"
     return None
 
 
-def collect(value, kinds):
+def kinds_in(value):
     kind, content = value
-    kinds[kind] += 1
+    yield kind
     if kind == "string" and "\ufffd" in content:
-        kinds["replacement"] += 1
+        yield "replacement"
     if kind == "date" and not -62135596800 <= content < 253402300800:
-        kinds["date out of range"] += 1
-    if kind == "array":
-        for element in content:
-            collect(element, kinds)
+        yield "date out of range"
     if kind == "dict":
-        for key, element in content:
-            collect(["string", key], kinds)
-            collect(element, kinds)
+        content = [each for key, element in content for each in (["string", key], element)]
+    if kind in ("array", "dict"):
+        for element in content:
+            yield from kinds_in(element)
 
 
 # Mutations.

@@ -19,6 +19,7 @@
 #include "platform/property_list.h"
 #include "session/ZLNSessionManager.h"
 #include "tests/support/host_fixture.h"
+#include "tests/support/report_identity.h"
 #include "tests/support/sent_reports.h"
 
 namespace zln {
@@ -40,6 +41,9 @@ constexpr char kAbsurdId[] = "ABSURD";
 constexpr double kNow = 1700000000;
 constexpr double kInfinity = std::numeric_limits<double>::infinity();
 constexpr double kNotANumber = std::numeric_limits<double>::quiet_NaN();
+
+// The name of a parameter that has one.
+const auto nameOf = [](const auto& info) { return std::string(info.param.name); };
 
 // More rounds of tasks than anything here needs: an endless loop ends as a failed test.
 constexpr int kMostRounds = 10000;
@@ -128,6 +132,19 @@ class TimeTest : public HostTest {
     return reports;
   }
 
+  // One session has ended; its times are seconds after `begin`.
+  void expectOneStop(double start, double stop, double duration, double begin = kNow) {
+    const std::vector<Dictionary> stops = sent(kStop);
+    ASSERT_EQ(1u, stops.size());
+    EXPECT_EQ(begin + start, secondsAt(stops[0], "startTime"));
+    EXPECT_EQ(begin + stop, secondsAt(stops[0], "stopTime"));
+    EXPECT_EQ(duration, secondsAt(stops[0], "totalDuration"));
+  }
+
+  std::size_t settingsFetches() const {
+    return env.http.requests().size() - sentReports(env.http).size();
+  }
+
   void expectSoundBodies() {
     for (const HttpRequest& request : env.http.requests()) {
       // Strict: it takes neither "nan" nor numbers beyond a double.
@@ -164,10 +181,7 @@ TEST_F(TimeTest, AClockBeforeTheSessionsStartBeginsANewSession) {
   become();
 
   EXPECT_TRUE(log().contains("ZLN Session: clock change detected (1)"));
-  ASSERT_EQ(1u, sent(kStop).size());
-  EXPECT_EQ(kNow, secondsAt(sent(kStop)[0], "startTime"));
-  EXPECT_EQ(kNow + 100, secondsAt(sent(kStop)[0], "stopTime"));
-  EXPECT_EQ(100, secondsAt(sent(kStop)[0], "totalDuration"));
+  expectOneStop(0, 100, 100);
   ASSERT_EQ(1u, sent(kStart).size());
   EXPECT_EQ(kNow - 0.5, secondsAt(sent(kStart)[0], "startTime"));
 }
@@ -192,9 +206,7 @@ TEST_F(TimeTest, AClockBetweenStartAndPauseKeepsTheSessionAndWhatItHasCounted) {
   pass(50);
   end();
 
-  ASSERT_EQ(1u, sent(kStop).size());
-  EXPECT_EQ(kNow + 147, secondsAt(sent(kStop)[0], "stopTime"));
-  EXPECT_EQ(150, secondsAt(sent(kStop)[0], "totalDuration"));
+  expectOneStop(0, 147, 150);
   EXPECT_THAT(sent(kStart), IsEmpty());
 }
 
@@ -218,8 +230,7 @@ TEST_F(TimeTest, AClockSetBackDuringUseLessensTheDuration) {
   pass(20);
   end();
 
-  ASSERT_EQ(1u, sent(kStop).size());
-  EXPECT_EQ(90, secondsAt(sent(kStop)[0], "totalDuration"));
+  expectOneStop(0, 90, 90);
 }
 
 TEST_F(TimeTest, ADurationBelowZeroIsNotReported) {
@@ -241,8 +252,7 @@ TEST_F(TimeTest, AClockSetForwardDuringUseCounts) {
   env.clock.set(now() + 86400);
   end();
 
-  ASSERT_EQ(1u, sent(kStop).size());
-  EXPECT_EQ(86500, secondsAt(sent(kStop)[0], "totalDuration"));
+  expectOneStop(0, 86500, 86500);
 }
 
 TEST_F(TimeTest, AClockSetForwardDuringAPauseEndsTheSessionThere) {
@@ -252,9 +262,7 @@ TEST_F(TimeTest, AClockSetForwardDuringAPauseEndsTheSessionThere) {
   env.clock.set(now() + 86400);
   become();
 
-  ASSERT_EQ(1u, sent(kStop).size());
-  EXPECT_EQ(kNow + 100, secondsAt(sent(kStop)[0], "stopTime"));
-  EXPECT_EQ(100, secondsAt(sent(kStop)[0], "totalDuration"));
+  expectOneStop(0, 100, 100);
   EXPECT_EQ(1u, sent(kStart).size());
 }
 
@@ -269,8 +277,7 @@ TEST_F(TimeTest, AMachineThatSleepsDuringAPauseResumesTheSessionUpToTheLimit) {
   pass(5);
   end();
 
-  ASSERT_EQ(1u, sent(kStop).size());
-  EXPECT_EQ(105, secondsAt(sent(kStop)[0], "totalDuration"));
+  expectOneStop(0, 705, 105);
 }
 
 TEST_F(TimeTest, AMachineThatSleepsLongerBeginsANewSession) {
@@ -280,8 +287,7 @@ TEST_F(TimeTest, AMachineThatSleepsLongerBeginsANewSession) {
   pass(600.5);
   comeBack();
 
-  ASSERT_EQ(1u, sent(kStop).size());
-  EXPECT_EQ(100, secondsAt(sent(kStop)[0], "totalDuration"));
+  expectOneStop(0, 100, 100);
   EXPECT_EQ(1u, sent(kStart).size());
 }
 
@@ -293,9 +299,7 @@ TEST_F(TimeTest, AMachineThatSleepsInTheMonitorsWaitStopsTheSessionOnceWhenItWak
   env.clock.at(10, [&] { env.clock.set(now() + 8 * 3600); });
   run();
 
-  ASSERT_EQ(1u, sent(kStop).size());
-  EXPECT_EQ(kNow + 100, secondsAt(sent(kStop)[0], "stopTime"));
-  EXPECT_EQ(100, secondsAt(sent(kStop)[0], "totalDuration"));
+  expectOneStop(0, 100, 100);
   comeBack();
   EXPECT_EQ(1u, sent(kStop).size());
   EXPECT_EQ(1u, sent(kStart).size());
@@ -410,8 +414,6 @@ struct Year {
 
 void PrintTo(const Year& year, std::ostream* out) { *out << year.name; }
 
-std::string yearName(const testing::TestParamInfo<Year>& info) { return info.param.name; }
-
 class YearTest : public TimeTest, public testing::WithParamInterface<Year> {
  protected:
   const double begin = GetParam().seconds;
@@ -429,10 +431,7 @@ TEST_P(YearTest, ASessionIsReportedToTheSecond) {
 
   ASSERT_EQ(1u, sent(kFirst).size());
   EXPECT_EQ(begin, secondsAt(sent(kFirst)[0], "startTime"));
-  ASSERT_EQ(1u, sent(kStop).size());
-  EXPECT_EQ(begin, secondsAt(sent(kStop)[0], "startTime"));
-  EXPECT_EQ(begin + 57, secondsAt(sent(kStop)[0], "stopTime"));
-  EXPECT_EQ(37, secondsAt(sent(kStop)[0], "totalDuration"));
+  expectOneStop(0, 57, 37, begin);
 }
 
 TEST_P(YearTest, AStoredSessionComesBackWithTheTimesOfA32BitFloat) {
@@ -464,32 +463,30 @@ INSTANTIATE_TEST_SUITE_P(
                     Year{"AfterTheEndOfUnsigned32BitSeconds", 4294967296.0},
                     Year{"BeforeTheEndOfTheDatesInTheLog", 64092211170.0},
                     Year{"BeforeTheYear10000", 253402300770.0}, Year{"LongAfterIt", 1e12}),
-    yearName);
+    nameOf);
 
 TEST_F(TimeTest, SettingsAreFetchedAgainOverTheEndOf32BitSeconds) {
   env.clock.set(2147483600);
   launch();
-  const auto fetches = [&] { return env.http.requests().size() - sentReports(env.http).size(); };
-  ASSERT_EQ(1u, fetches());
+  ASSERT_EQ(1u, settingsFetches());
   pass(86400);
   become();
-  EXPECT_EQ(1u, fetches());
+  EXPECT_EQ(1u, settingsFetches());
   pass(1);
   become();
-  EXPECT_EQ(2u, fetches());
+  EXPECT_EQ(2u, settingsFetches());
 }
 
 TEST_F(TimeTest, SettingsOfAClockThatWasAheadWaitUntilItIsThereAgain) {
   env.clock.set(kNow + 4e8);
   launch();
   env.clock.set(kNow);
-  const auto fetches = [&] { return env.http.requests().size() - sentReports(env.http).size(); };
   launchAgain();
   become();
-  EXPECT_EQ(1u, fetches());
+  EXPECT_EQ(1u, settingsFetches());
   env.clock.set(kNow + 4e8 + 86400 + 128);
   become();
-  EXPECT_EQ(2u, fetches());
+  EXPECT_EQ(2u, settingsFetches());
 }
 
 // What the files may say.
@@ -525,8 +522,6 @@ const std::vector<Absurd>& absurdities() {
 }
 
 void PrintTo(const Absurd& absurd, std::ostream* out) { *out << absurd.name; }
-
-std::string absurdName(const testing::TestParamInfo<Absurd>& info) { return info.param.name; }
 
 class AbsurdFileTest : public TimeTest, public testing::WithParamInterface<Absurd> {
  protected:
@@ -566,8 +561,7 @@ TEST_P(AbsurdFileTest, AStoredReportWithSuchATimeHarmsNoOther) {
     std::vector<std::string> ids;
     const std::vector<Dictionary> stops = sent(kStop);
     for (std::size_t index = before; index < stops.size(); ++index) {
-      const std::string* id = stops[index].findString("sessionId");
-      ids.push_back(id == nullptr ? "none" : *id);
+      ids.push_back(textIn(stops[index], "sessionId"));
     }
     // A report without a start time goes out without its session's keys.
     const bool hasSession = std::string(key) != "startTime" ||
@@ -575,7 +569,7 @@ TEST_P(AbsurdFileTest, AStoredReportWithSuchATimeHarmsNoOther) {
     if (!isSent) {
       EXPECT_THAT(ids, ElementsAre("A", "B")) << key;
     } else {
-      EXPECT_THAT(ids, ElementsAre("A", hasSession ? kAbsurdId : "none", "B")) << key;
+      EXPECT_THAT(ids, ElementsAre("A", hasSession ? kAbsurdId : "", "B")) << key;
     }
     EXPECT_THAT(storedReports(env.files), IsEmpty()) << key;
   }
@@ -594,7 +588,7 @@ TEST_P(AbsurdFileTest, SettingsWithSuchAnUpdateTimeAreTaken) {
   const Number* number = GetParam().value ? GetParam().value->number() : nullptr;
   const double updated = number == nullptr ? 0 : restored(number->doubleValue());
   const bool isFetched = kNow - (updated + 86400) > 0;
-  EXPECT_EQ(isFetched ? 1u : 0u, env.http.requests().size() - sentReports(env.http).size());
+  EXPECT_EQ(isFetched ? 1u : 0u, settingsFetches());
 }
 
 TEST_P(AbsurdFileTest, SettingsOfSuchValuesLeaveSessionsPossible) {
@@ -632,7 +626,7 @@ TEST_P(AbsurdFileTest, UserDefaultsOfSuchValuesAreTakenAsTheyAre) {
   EXPECT_EQ(GetParam().value ? 0u : 1u, sent(kFirst).size());
 }
 
-INSTANTIATE_TEST_SUITE_P(Values, AbsurdFileTest, testing::ValuesIn(absurdities()), absurdName);
+INSTANTIATE_TEST_SUITE_P(Values, AbsurdFileTest, testing::ValuesIn(absurdities()), nameOf);
 
 }  // namespace
 }  // namespace zln

@@ -222,6 +222,14 @@ class ThreadsTest : public testing::Test {
     for (std::thread& thread : threads) thread.join();
   }
 
+  // On every second thread `write`, which is told the round, on the others `read`.
+  template <typename Write, typename Read>
+  static void writeAndRead(Write write, Read read) {
+    onAllThreads([=](int index) {
+      for (int round = 0; round < 500; ++round) index % 2 == 0 ? write(round) : read();
+    });
+  }
+
   // Gives the other threads their turn until `condition` holds; false when it does not come to
   // that.
   template <typename Condition>
@@ -342,24 +350,22 @@ TEST_F(ThreadsTest, TheSharedObjectsAreMadeOnceWhicheverThreadsAskFirst) {
 TEST_F(ThreadsTest, ASettingIsReadWhileAnotherThreadChangesIt) {
   const auto settings = ZLNReportingConfig::sharedConfig();
 
-  onAllThreads([&](int index) {
-    for (int round = 0; round < 500; ++round) {
-      if (index % 2 == 0) {
-        changeSettings(*settings, round % 2 == 0);
-        settings->setConfigUpdateTime(Date{1.0});
-        settings->setJsonTransferTimeout(1.0f);
-        settings->setSendPartialReportsOnBackgrounding(true);
-        settings->setAttemptToEnforceOrientation(true);
-      } else {
-        const Dictionary seen = settings->configToDictionary();
-        EXPECT_EQ(10u, seen.size());
-        settings->shouldUpdateFromRemote();
-        settings->jsonTransferTimeout();
-        settings->sendPartialReportsOnBackgrounding();
-        settings->attemptToEnforceOrientation();
-      }
-    }
-  });
+  const auto write = [=](int round) {
+    changeSettings(*settings, round % 2 == 0);
+    settings->setConfigUpdateTime(Date{1.0});
+    settings->setJsonTransferTimeout(1.0f);
+    settings->setSendPartialReportsOnBackgrounding(true);
+    settings->setAttemptToEnforceOrientation(true);
+  };
+  const auto read = [=] {
+    const Dictionary seen = settings->configToDictionary();
+    EXPECT_EQ(10u, seen.size());
+    settings->shouldUpdateFromRemote();
+    settings->jsonTransferTimeout();
+    settings->sendPartialReportsOnBackgrounding();
+    settings->attemptToEnforceOrientation();
+  };
+  writeAndRead(write, read);
 }
 
 TEST_F(ThreadsTest, ASessionIsWrittenDownWhileAnotherThreadDrivesIt) {
@@ -419,15 +425,8 @@ TEST_F(ThreadsTest, AMonitorsDelegateIsReadWhileAnotherThreadChangesIt) {
   const auto monitor = ZLNReportBackgroundMonitor::initWithDelegate(nullptr);
   const auto manager = ZLNSessionManager::sharedManager();
 
-  onAllThreads([&](int index) {
-    for (int round = 0; round < 500; ++round) {
-      if (index % 2 == 0) {
-        monitor->setDelegate(round % 4 == 0 ? nullptr : manager);
-      } else {
-        monitor->delegate();
-      }
-    }
-  });
+  writeAndRead([=](int round) { monitor->setDelegate(round % 4 == 0 ? nullptr : manager); },
+               [=] { monitor->delegate(); });
 }
 
 TEST_F(ThreadsTest, AMonitorFiresWhileTheApplicationComesAndGoes) {
@@ -450,24 +449,22 @@ TEST_F(ThreadsTest, AnOperationIsReadAndChangedByManyThreads) {
   const auto operation = ZLNReportOperationPost::initWithReport(nullptr, true, nullptr);
   const auto report = ZLNReportBase::initWithURLString("https://a.invalid/session");
 
-  onAllThreads([&](int index) {
-    for (int round = 0; round < 500; ++round) {
-      if (index % 2 == 0) {
-        operation->setReport(report);
-        operation->setDelegate(nullptr);
-        operation->setValidateResponse(round % 2 == 0);
-        operation->setExecuting(round % 2 == 0);
-        operation->setFinished(round % 2 == 0);
-        report->setTemporaryFailureCount(round);
-      } else {
-        EXPECT_FALSE(operation->description().empty());
-        operation->delegate();
-        operation->validateResponse();
-        operation->isFinished();
-        report->temporaryFailureCount();
-      }
-    }
-  });
+  const auto write = [=](int round) {
+    operation->setReport(report);
+    operation->setDelegate(nullptr);
+    operation->setValidateResponse(round % 2 == 0);
+    operation->setExecuting(round % 2 == 0);
+    operation->setFinished(round % 2 == 0);
+    report->setTemporaryFailureCount(round);
+  };
+  const auto read = [=] {
+    EXPECT_FALSE(operation->description().empty());
+    operation->delegate();
+    operation->validateResponse();
+    operation->isFinished();
+    report->temporaryFailureCount();
+  };
+  writeAndRead(write, read);
 }
 
 }  // namespace
