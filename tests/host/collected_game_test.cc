@@ -2,9 +2,6 @@
 
 #include <gmock/gmock.h>
 
-#include <chrono>
-#include <fstream>
-#include <iterator>
 #include <set>
 #include <string>
 #include <vector>
@@ -38,11 +35,6 @@ class CollectedReportsTest : public CollectedGameTest {
       if (host != "config.invalid:443") latest = host;
     }
     return latest;
-  }
-
-  std::string storedSettings() const {
-    std::ifstream file(folder() + "/data/config.dat");
-    return {std::istreambuf_iterator<char>(file), {}};
   }
 
   // What makes a report the same one when it comes again.
@@ -159,7 +151,7 @@ TEST_F(CollectedReportsTest, ALaterLaunchIsTheSameUserWithASessionStart) {
   tell("terminate");
   waitForReports(2);
   game->send("exit");
-  game->waitForEnd(std::chrono::seconds(10));
+  EXPECT_NE(-1, game->waitForEnd());
 
   launchAndStart();
 
@@ -248,8 +240,9 @@ TEST_F(CollectedReportsTest, SettingsFromTheServerTakeEffect) {
   collector.setSettings({{"ConfigSerializationKeyUserSessionBackgroundTimeoutSeconds", 1}});
   launchAndStart();
   const std::string key = "UserSessionBackgroundTimeoutSeconds</key>\n\t<real>1</real>";
-  ASSERT_TRUE(waitUntil([&] { return storedSettings().find(key) != std::string::npos; }))
-      << storedSettings();
+  ASSERT_TRUE(awaitContents(settingsFile(), [&](const std::string& settings) {
+    return settings.find(key) != std::string::npos;
+  }));
 
   tell("resign");
   tell("background");
@@ -274,9 +267,9 @@ TEST_F(CollectedReportsTest, WhatAKilledGameOwedIsSentByTheNextWithTheSameIdenti
   const std::vector<Json> later = collector.reports(last);
   const std::vector<Json> bodies = bodiesOf(later);
   EXPECT_EQ(12u, later.size());
-  EXPECT_EQ(10u, having(bodies, "network", "owed").size());
-  EXPECT_EQ(1u, having(bodies, "type", "ReportTypeSessionFirst").size());
-  EXPECT_EQ(1u, having(bodies, "type", "ReportTypeSessionStart").size());
+  EXPECT_THAT(having(bodies, "network", "owed"), SizeIs(10));
+  EXPECT_THAT(having(bodies, "type", "ReportTypeSessionFirst"), SizeIs(1));
+  EXPECT_THAT(having(bodies, "type", "ReportTypeSessionStart"), SizeIs(1));
   EXPECT_THAT(identitiesOf(later), SizeIs(12));
   EXPECT_THAT(verdictsOf(unanswered), AllOf(SizeIs(kAtOnce), Each("valid")));
   EXPECT_EQ(identitiesOf(unanswered), identitiesOf(having(later, "verdict", "duplicate")));

@@ -3,7 +3,6 @@
 #include <chrono>
 #include <random>
 #include <set>
-#include <thread>
 
 #include "tests/host/stored_files.h"
 
@@ -106,7 +105,7 @@ TEST_F(KilledGameTest, FilesAreWholeAtEveryMomentAndEveryAcknowledgedAdArrives) 
     saveUntilNothingIsOwed();
     game->kill();
   }
-  EXPECT_EQ(reports().size(), having(reports(), "userId", user).size());
+  EXPECT_EQ(reports().size(), reportsHaving("userId", user).size());
 }
 
 // The first launch writes the user defaults and the settings for the first time.
@@ -114,9 +113,7 @@ TEST_F(KilledGameTest, AFirstLaunchThatIsKilledLeavesWholeFilesOrNone) {
   silenceServer();
   for (int life = 0; life < 20; ++life) {
     SCOPED_TRACE("life " + std::to_string(life));
-    for (const std::string& path : {reportsFile(), settingsFile(), defaultsFile()}) {
-      std::filesystem::remove(path);
-    }
+    for (const std::string& path : storedFiles) std::filesystem::remove(path);
     launch();
     tell("app com.example.game 1.2.3");
     for (const char* command : {"initialize engine-5", "start", "active", "banner n 1"}) {
@@ -124,7 +121,7 @@ TEST_F(KilledGameTest, AFirstLaunchThatIsKilledLeavesWholeFilesOrNone) {
     }
     killSoon();
 
-    for (const std::string& path : {reportsFile(), settingsFile(), defaultsFile()}) {
+    for (const std::string& path : storedFiles) {
       EXPECT_TRUE(!std::filesystem::exists(path) || valueIn(path)) << path;
     }
   }

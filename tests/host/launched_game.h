@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <map>
 #include <memory>
 #include <nlohmann/json.hpp>
@@ -11,6 +10,7 @@
 #include <vector>
 
 #include "tests/support/child_process.h"
+#include "tests/support/file_contents.h"
 #include "tests/support/temporary_folder.h"
 
 namespace zln {
@@ -22,35 +22,38 @@ class LaunchedGameTest : public testing::Test {
   using Json = nlohmann::json;
 
   // Starts the game; what a test adds to `environment` before counts.
-  void launch() {
-    game = std::make_unique<ChildProcess>(ZLN_GAME_PROGRAM, environment, home.path() + "/errors");
+  void launch(const std::string& program = ZLN_GAME_PROGRAM) {
+    game = std::make_unique<ChildProcess>(program, environment, errorFile);
   }
   // The usual first steps of a game.
   void launchAndStart() {
     launch();
+    start();
+    tell("active");
+  }
+  void start() {
     tell("app com.example.game 1.2.3");
     tell("initialize engine-5");
     tell("start");
-    tell("active");
   }
   std::string tell(const std::string& command) { return game->tell(command); }
-  // Lets the game log until the line has come; for two minutes at the most.
   void awaitLine(const std::string& line) const {
-    EXPECT_TRUE(waitUntil([&] { return game->errors().find(line) != std::string::npos; }))
+    EXPECT_TRUE(awaitContents(
+        errorFile,
+        [&](const std::string& errors) { return errors.find(line) != std::string::npos; }))
         << "The game does not log \"" << line << "\" but\n"
         << game->errors();
   }
-  template <typename Condition>
-  static bool waitUntil(Condition condition) {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::minutes(2);
-    while (!condition()) {
-      if (std::chrono::steady_clock::now() > deadline) return false;
-      std::this_thread::yield();
-    }
-    return true;
+
+  // Until no thread of the game has anything to do: all that was stored has been read.
+  void waitUntilAtRest() const {
+    while (!game->isAtRest()) std::this_thread::yield();
   }
 
   std::string folder() const { return home.path() + "/data/com.example.game/com.zelnor.sdk"; }
+  std::string reportsFile() const { return folder() + "/reporting/reports.json"; }
+  std::string settingsFile() const { return folder() + "/data/config.dat"; }
+  std::string defaultsFile() const { return home.path() + "/config/com.example.game.plist"; }
 
   // Those with that value under that key.
   static std::vector<Json> having(const std::vector<Json>& bodies, const std::string& key,
@@ -63,6 +66,7 @@ class LaunchedGameTest : public testing::Test {
   }
 
   TemporaryFolder home;
+  const std::string errorFile = home.path() + "/errors";
   std::map<std::string, std::string> environment = {
       {"HOME", home.path()},
       {"XDG_DATA_HOME", home.path() + "/data"},

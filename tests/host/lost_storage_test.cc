@@ -1,8 +1,7 @@
 #include <gmock/gmock.h>
 
+#include <atomic>
 #include <filesystem>
-#include <functional>
-#include <latch>
 
 #include "tests/host/stored_files.h"
 #include "tests/support/private_disk.h"
@@ -13,22 +12,32 @@ namespace {
 using testing::Contains;
 using testing::ContainsRegex;
 using testing::HasSubstr;
+using testing::SizeIs;
 
 class LostStorageTest : public StoredFilesTest {
  protected:
+  void TearDown() override {
+    release();
+    StoredFilesTest::TearDown();
+  }
+
   // A game with two reports under way that have been stored: the first session and an ad. Only the
   // ad whose network begins with "during" is answered before release().
   void launchWithReportsUnderWay() {
     server.answer([this](const ReceivedRequest& request) {
-      if (request.body.find("\"during") == std::string::npos) released_.wait();
-      return replyWith(200, R"({"success":true})");
+      if (request.body.find("\"during") == std::string::npos) released_.wait(false);
+      return successReply();
     });
     putStaleSettings();
     launchAndStart();
     tell("level 2");
     tell("banner before 1");
+    ASSERT_THAT(waitForReports(2), SizeIs(2));
   }
-  void release() { released_.count_down(); }
+  void release() {
+    released_ = true;
+    released_.notify_all();
+  }
 
   // One more ad and an activation, while nothing can be stored.
   void playWithoutStorage(const std::string& network = "during") {
@@ -39,10 +48,10 @@ class LostStorageTest : public StoredFilesTest {
     EXPECT_THAT(game->errors(),
                 ContainsRegex("ZLN Session: failed to save [23] pending reports!\n"));
     EXPECT_THAT(game->errors(), HasSubstr("ZLN Session: An error occured writing config\n"));
-    EXPECT_EQ(1u, waitForReportsHaving("network", during_, 1).size());
+    expectOneReportHaving("network", during_);
   }
 
-  // The storage is back: files hold what is in memory, and all of it arrives.
+  // The storage is back: files hold what is in memory, and all of it arrives, once.
   void expectThatNothingIsLost() {
     const std::string settings = contentsOf(settingsFile());
     tell("banner after 1");
@@ -53,50 +62,56 @@ class LostStorageTest : public StoredFilesTest {
     EXPECT_TRUE(valueIn(settingsFile()));
     EXPECT_NE(settings, contentsOf(settingsFile()));
     release();
-    EXPECT_EQ(1u, waitForReportsHaving("network", "after", 1).size());
-    EXPECT_EQ(1u, having(reports(), "network", "before").size());
-    EXPECT_EQ(1u, having(reports(), "network", during_).size());
-    EXPECT_EQ(1u, having(reports(), "type", "ReportTypeSessionFirst").size());
+    expectOneReportHaving("network", "after");
+    EXPECT_THAT(reportsHaving("network", "before"), SizeIs(1));
+    EXPECT_THAT(reportsHaving("network", during_), SizeIs(1));
+    EXPECT_THAT(reportsHaving("type", "ReportTypeSessionFirst"), SizeIs(1));
   }
 
  private:
   std::string during_;
-  std::latch released_{1};
+  std::atomic<bool> released_{false};
 };
 
-TEST_F(LostStorageTest, OnAFullDiskTheOldFilesStayWholeAndNothingIsLost) {
-  const PrivateDisk disk(home.path() + "/data");
-  if (!disk.isMounted()) GTEST_SKIP() << "no right to mount";
-  std::filesystem::create_directories(folder() + "/data");
-  launchWithReportsUnderWay();
-  const std::string reportsBefore = contentsOf(reportsFile());
-  const std::string settingsBefore = contentsOf(settingsFile());
+// A disk of its own holds the data.
+class LostDiskTest : public LostStorageTest {
+ protected:
+  void SetUp() override {
+    if (!disk.isMounted()) GTEST_SKIP() << "no right to mount";
+    std::filesystem::create_directories(folder() + "/data");
+    launchWithReportsUnderWay();
+    reportsBefore_ = contentsOf(reportsFile());
+    settingsBefore_ = contentsOf(settingsFile());
+  }
 
+  void expectThatTheOldFilesAreWhole() const {
+    EXPECT_THAT(storedNetworks(), Contains("before"));
+    EXPECT_EQ(reportsBefore_, contentsOf(reportsFile()));
+    EXPECT_EQ(settingsBefore_, contentsOf(settingsFile()));
+  }
+
+  const PrivateDisk disk{home.path() + "/data"};
+
+ private:
+  std::string reportsBefore_;
+  std::string settingsBefore_;
+};
+
+TEST_F(LostDiskTest, WhenFullTheOldFilesStayWholeAndNothingIsLost) {
   disk.fill();
   // More than the room that the files have already.
   playWithoutStorage("during" + std::string(8192, 'x'));
 
-  EXPECT_THAT(storedNetworks(), Contains("before"));
-  EXPECT_EQ(reportsBefore, contentsOf(reportsFile()));
-  EXPECT_EQ(settingsBefore, contentsOf(settingsFile()));
+  expectThatTheOldFilesAreWhole();
   disk.makeRoom();
   expectThatNothingIsLost();
 }
 
-TEST_F(LostStorageTest, OnAReadOnlyDiskTheOldFilesStayWholeAndNothingIsLost) {
-  const PrivateDisk disk(home.path() + "/data");
-  if (!disk.isMounted()) GTEST_SKIP() << "no right to mount";
-  std::filesystem::create_directories(folder() + "/data");
-  launchWithReportsUnderWay();
-  const std::string reportsBefore = contentsOf(reportsFile());
-  const std::string settingsBefore = contentsOf(settingsFile());
-
+TEST_F(LostDiskTest, WhenReadOnlyTheOldFilesStayWholeAndNothingIsLost) {
   ASSERT_TRUE(disk.setReadOnly());
   playWithoutStorage();
 
-  EXPECT_THAT(storedNetworks(), Contains("before"));
-  EXPECT_EQ(reportsBefore, contentsOf(reportsFile()));
-  EXPECT_EQ(settingsBefore, contentsOf(settingsFile()));
+  expectThatTheOldFilesAreWhole();
   ASSERT_TRUE(disk.setWritable());
   expectThatNothingIsLost();
 }

@@ -1,13 +1,8 @@
 #pragma once
 
-#include <algorithm>
-#include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <optional>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "platform/property_list.h"
@@ -19,24 +14,14 @@ namespace zln {
 class StoredFilesTest : public PlayedGameTest {
  protected:
   StoredFilesTest() {
-    for (const std::string& path : {reportsFile(), settingsFile(), defaultsFile()}) {
+    for (const std::string& path : storedFiles) {
       std::filesystem::create_directories(std::filesystem::path(path).parent_path());
     }
   }
 
-  std::string reportsFile() const { return folder() + "/reporting/reports.json"; }
-  std::string settingsFile() const { return folder() + "/data/config.dat"; }
-  std::string defaultsFile() const { return home.path() + "/config/com.example.game.plist"; }
-
-  static void put(const std::string& path, const std::string& bytes) {
-    std::ofstream(path, std::ios::binary) << bytes;
-  }
+  static void put(const std::string& path, const std::string& bytes) { writeFile(path, bytes); }
   static void put(const std::string& path, const Value& root) {
     put(path, property_list::write(root).value());
-  }
-  static std::string contentsOf(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
   }
   // Absent when the file cannot be read whole.
   static std::optional<Value> valueIn(const std::string& path) {
@@ -70,28 +55,7 @@ class StoredFilesTest : public PlayedGameTest {
     return networks;
   }
 
-  // From now on nobody answers the game, and none of its requests counts as received.
-  void silenceServer() { server.setFault(ConnectionFault::kNoHandshake); }
-  void letServerTalk() { server.setFault(ConnectionFault::kNone); }
-
-  // Until no thread of the game has anything to do: all that was stored has been read.
-  void waitUntilAtRest() const {
-    while (!isAtRest()) std::this_thread::yield();
-  }
-
-  static bool isInstalled(const std::string& program) {
-    return std::system(("command -v " + program + " >/dev/null").c_str()) == 0;
-  }
-
- private:
-  bool isAtRest() const {
-    const std::string tasks = "/proc/" + std::to_string(game->pid()) + "/task";
-    for (const auto& task : std::filesystem::directory_iterator(tasks)) {
-      if (contentsOf(task.path().string() + "/stat").find(") S ") == std::string::npos)
-        return false;
-    }
-    return true;
-  }
+  const std::vector<std::string> storedFiles = {reportsFile(), settingsFile(), defaultsFile()};
 };
 
 }  // namespace zln

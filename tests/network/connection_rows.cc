@@ -98,9 +98,7 @@ void addUnreachable(std::vector<Row>& rows) {
                   [](Scene&) { return std::string("https://reports..invalid/session"); },
                   temporaryError(-1003)});
   rows.push_back({"only IPv6",
-                  [](Scene& scene) {
-                    return scene.otherServer(ScriptedServer::Family::kIpv6).url("/session");
-                  },
+                  [](Scene& scene) { return scene.otherServer(IpFamily::kIpv6).url("/session"); },
                   response(200, R"({"from":"the other"})"),
                   {},
                   0,
@@ -108,7 +106,7 @@ void addUnreachable(std::vector<Row>& rows) {
 }
 
 void addSlow(std::vector<Row>& rows) {
-  const HttpTimeouts moving{.connect = kShort, .idle = kShort};
+  const HttpTimeouts moving{.idle = std::chrono::milliseconds(2000)};
   const HttpTimeouts endless{.resource = kShort};
   const std::string reply = "HTTP/1.1 200 OK\r\nContent-Length: 16\r\n\r\n{\"success\":true}";
   const auto pause = kShort / 50;
@@ -116,7 +114,7 @@ void addSlow(std::vector<Row>& rows) {
                   serverPlays({handshakeByteByByte(kShort / 10), stall()}), temporaryError(-1001),
                   shortTimeouts()});
   rows.push_back({"reply dripping, longer than a silence may last",
-                  serverPlays(takeRequest() + sayByteByByte(reply, pause) + stall()),
+                  serverPlays(takeRequest() + sayByteByByte(reply, moving.idle / 50) + stall()),
                   response(200, R"({"success":true})"), moving});
   rows.push_back(
       {"reply's head dripping for ever",

@@ -74,7 +74,7 @@ class Request {
 
 bool hasIpv6() {
   try {
-    ScriptedServer server(ScriptedServer::Family::kIpv6);
+    boundSocket(IpFamily::kIpv6);
     return true;
   } catch (const std::runtime_error&) {
     return false;
@@ -121,12 +121,14 @@ void expectOutcome(const Outcome& outcome, const HttpReply& reply) {
   }
 }
 
+milliseconds shortestOf(const HttpTimeouts& timeouts) {
+  return std::min({timeouts.connect, timeouts.idle, timeouts.resource});
+}
+
 // The time-out that a row is about must not come early, but for what clocks differ in.
 void expectTime(const Row& row, const HttpReply& reply, milliseconds time) {
   if (!reply.error || reply.error->code != url_error::kTimedOut) return;
-  const HttpTimeouts& timeouts = row.timeouts;
-  EXPECT_GE(time + milliseconds(10),
-            std::min({timeouts.connect, timeouts.idle, timeouts.resource}));
+  EXPECT_GE(time + milliseconds(10), shortestOf(row.timeouts));
 }
 
 // One line of the table.
@@ -177,7 +179,9 @@ class NetworkFailuresTest : public testing::TestWithParam<Row> {
     EXPECT_LE(kilobytes, kSanitized ? kNoLimit : kMostKilobytes + row.bodySize / 1024);
     if (row.check) row.check(scene);
     scene.mend();
-    expectGoodRequest(client, scene, "afterwards");
+    // On a loaded machine a good request may take longer than a row's short time-outs.
+    HttpClientCurl patient(pool, userAgent);
+    expectGoodRequest(shortestOf(row.timeouts) < kPatience ? patient : client, scene, "afterwards");
     // A thread that could call the completion again is gone.
     EXPECT_TRUE(threads.waitUntilNoneRuns());
     EXPECT_EQ(1, request.completions());

@@ -16,7 +16,7 @@ Row through(const std::string& what, const Script& script, const Outcome& outcom
             HttpTimeouts timeouts = {}) {
   Row row{"proxy " + what,
           [script](Scene& scene) {
-            const auto proxy = std::make_shared<ScriptedServer>();
+            const auto proxy = std::make_shared<HttpsServer>();
             proxy->play(script);
             scene.keep(proxy);
             scene.setVariable("https_proxy", "http://" + proxy->authority());
@@ -106,7 +106,7 @@ std::vector<Row> failing() {
       through("sends a header line without an end",
               {readHead(), say("HTTP/1.1 200 Connection established\r\nX: "),
                sayForEver(std::string(4096, 'x'))},
-              lost, shortTimeouts()),
+              lost),
       through("resets the tunnel", {readHead(), say(established), readSome(), reset()},
               temporaryError(-1200)),
       through("closes the tunnel", {readHead(), say(established), finish()}, temporaryError(-1200)),

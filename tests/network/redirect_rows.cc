@@ -44,11 +44,10 @@ Row kept(int status, const std::string& method, bool withBody) {
           {},
           100'000};
   row.check = [=](Scene& scene) {
-    const std::vector<std::string> received = scene.server().received(2);
-    ASSERT_EQ(2u, received.size());
-    EXPECT_TRUE(received[1].starts_with(method + " /new HTTP/1.1\r\n"));
-    const std::size_t body = received[1].size() - received[1].find("\r\n\r\n") - 4;
-    EXPECT_EQ(withBody ? 100'000u : 0u, body) << "bytes of the second body";
+    const std::vector<ReceivedRequest> requests = scene.server().requests();
+    ASSERT_EQ(2u, requests.size());
+    EXPECT_TRUE(requests[1].head.starts_with(method + " /new HTTP/1.1\r\n"));
+    EXPECT_EQ(withBody ? 100'000u : 0u, requests[1].body.size()) << "bytes of the second body";
   };
   return row;
 }
@@ -62,7 +61,7 @@ Row loop() {
 Row circleOfTwo() {
   return {"redirect to and fro between two servers",
           [](Scene& scene) {
-            ScriptedServer& other = scene.otherServer();
+            HttpsServer& other = scene.otherServer();
             scene.server().play(leads(308, other.url("/")));
             other.play(leads(308, scene.server().url("/")));
             return scene.server().url("/session");
@@ -72,9 +71,7 @@ Row circleOfTwo() {
 
 // Another server, whose root nobody trusts.
 std::string urlOfStranger(Scene& scene) {
-  const auto stranger = std::make_shared<ScriptedServer>();
-  stranger->show(CertificateChain().shown());
-  stranger->play(goodScript());
+  const auto stranger = std::make_shared<HttpsServer>();
   scene.keep(stranger);
   return stranger->url("/");
 }

@@ -1,16 +1,10 @@
 #include "tests/network/scene.h"
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
 #include <cstdio>
-#include <fstream>
-#include <stdexcept>
 #include <utility>
 
-#include "platform/posix/file_descriptor.h"
+#include "tests/support/file_contents.h"
+#include "tests/support/full_port.h"
 
 namespace zln {
 
@@ -18,28 +12,6 @@ namespace {
 
 constexpr const char* kProxyVariables[] = {"http_proxy", "https_proxy", "HTTPS_PROXY", "all_proxy",
                                            "ALL_PROXY",  "no_proxy",    "NO_PROXY"};
-
-sockaddr_in loopback(std::uint16_t port) {
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  address.sin_port = htons(port);
-  return address;
-}
-
-FileDescriptor newSocket(int flags) {
-  return FileDescriptor(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | flags, 0));
-}
-
-std::uint16_t bindToFreePort(int socket) {
-  sockaddr_in address = loopback(0);
-  socklen_t size = sizeof address;
-  auto* const generic = reinterpret_cast<sockaddr*>(&address);
-  if (bind(socket, generic, size) != 0 || getsockname(socket, generic, &size) != 0) {
-    throw std::runtime_error("no port");
-  }
-  return ntohs(address.sin_port);
-}
 
 }  // namespace
 
@@ -49,39 +21,31 @@ Scene::Scene() {
   mend();
 }
 
-ScriptedServer& Scene::otherServer(ScriptedServer::Family family) {
+HttpsServer& Scene::otherServer(IpFamily family) {
   if (!otherServer_) {
-    otherServer_ = std::make_unique<ScriptedServer>(family);
-    otherServer_->show(chain_.shown());
+    otherServer_ = std::make_unique<HttpsServer>(CertificateFlaw::kNone, family);
+    otherServer_->show(server_.chain());
     otherServer_->play(goodScript(R"({"from":"the other"})"));
   }
   return *otherServer_;
 }
 
 std::uint16_t Scene::portThatIsFull() {
-  auto listener = std::make_shared<FileDescriptor>(newSocket(0));
-  const std::uint16_t port = bindToFreePort(listener->get());
-  listen(listener->get(), 0);
-  keep(listener);
-  const sockaddr_in address = loopback(port);
-  for (int i = 0; i < 4; ++i) {
-    auto waiting = std::make_shared<FileDescriptor>(newSocket(SOCK_NONBLOCK));
-    connect(waiting->get(), reinterpret_cast<const sockaddr*>(&address), sizeof address);
-    keep(waiting);
-  }
-  return port;
+  const auto port = std::make_shared<FullPort>();
+  keep(port);
+  return port->port();
 }
 
 std::uint16_t Scene::portThatIsClosed() {
-  const auto bound = std::make_shared<FileDescriptor>(newSocket(0));
   // It stays bound, so that nobody else gets it, and is never listened on.
+  const auto bound = std::make_shared<FileDescriptor>(boundSocket());
   keep(bound);
-  return bindToFreePort(bound->get());
+  return portOf(*bound);
 }
 
-void Scene::show(ChainFlaw flaw) {
+void Scene::show(CertificateFlaw flaw) {
   const CertificateChain chain(flaw);
-  server_.show(chain.shown());
+  server_.show(chain);
   trust(chain.rootPem());
 }
 
@@ -92,7 +56,7 @@ void Scene::trust(const std::optional<std::string>& authorities) {
   }
   // Put in place whole, as a system does that renews its authorities.
   const std::string next = authorities_ + ".new";
-  std::ofstream(next) << *authorities;
+  writeFile(next, *authorities);
   std::rename(next.c_str(), authorities_.c_str());
 }
 
@@ -104,8 +68,8 @@ void Scene::mend() {
   for (const char* name : kProxyVariables) setVariable(name, "");
   setVariable("SSL_CERT_FILE", authorities_);
   kept_.clear();
-  trust(chain_.rootPem());
-  server_.show(chain_.shown());
+  trust(server_.chain().rootPem());
+  server_.show(server_.chain());
   server_.play(goodScript());
 }
 

@@ -11,10 +11,9 @@
 
 #include "platform/http.h"
 #include "platform/posix/http_curl.h"
-#include "tests/network/certificate_chain.h"
-#include "tests/network/scripted_server.h"
 #include "tests/network/system_network.h"
 #include "tests/support/environment_variable.h"
+#include "tests/support/https_server.h"
 #include "tests/support/temporary_folder.h"
 
 namespace zln {
@@ -31,26 +30,23 @@ namespace zln {
 #endif
 
 inline constexpr bool kSanitized = ZLN_TESTS_SANITIZED;
-// How long a row that is about a time-out lets the client wait. A good request must come through
-// within it also where everything is slow.
-inline constexpr std::chrono::milliseconds kShort{kSanitized ? 2000 : 600};
+// How long a row that is about a time-out lets the client wait.
+inline constexpr std::chrono::milliseconds kShort{kSanitized ? 1000 : 300};
 
 // A server that is as it should be, an environment that trusts it, and what a row makes of them.
 class Scene {
  public:
   Scene();
 
-  ScriptedServer& server() { return server_; }
+  HttpsServer& server() { return server_; }
   // A second one that is as it should be.
-  ScriptedServer& otherServer(ScriptedServer::Family family = ScriptedServer::Family::kIpv4);
+  HttpsServer& otherServer(IpFamily family = IpFamily::kIpv4);
   // One that the client does not reach: the connections that wait for it are too many.
   std::uint16_t portThatIsFull();
   std::uint16_t portThatIsClosed();
 
   // The server shows a certificate with such a flaw from now on. Its root is trusted.
-  void show(ChainFlaw flaw);
-  // Whom the server's certificate leads to.
-  const CertificateChain& chain() const { return chain_; }
+  void show(CertificateFlaw flaw);
   // What the file of authorities holds from now on; it is not there without a text.
   void trust(const std::optional<std::string>& authorities);
   void setVariable(const std::string& name, const std::string& value);
@@ -61,9 +57,8 @@ class Scene {
  private:
   const TemporaryFolder folder_;
   const std::string authorities_ = folder_.path() + "/authorities.pem";
-  const CertificateChain chain_;
-  ScriptedServer server_;
-  std::unique_ptr<ScriptedServer> otherServer_;
+  HttpsServer server_;
+  std::unique_ptr<HttpsServer> otherServer_;
   std::map<std::string, EnvironmentVariable> variables_;
   std::vector<std::shared_ptr<void>> kept_;
 };

@@ -8,7 +8,7 @@ namespace zln {
 
 namespace {
 
-Row shows(const std::string& what, ChainFlaw flaw) {
+Row shows(const std::string& what, CertificateFlaw flaw) {
   return {"certificate " + what,
           [flaw](Scene& scene) {
             scene.show(flaw);
@@ -101,7 +101,7 @@ std::vector<Row> roots() {
        temporaryError(-1202)},
       {"the authority below the root trusted alone",
        [](Scene& scene) {
-         scene.trust(scene.chain().intermediatePem());
+         scene.trust(scene.server().chain().intermediatePem());
          return scene.server().url("/session");
        },
        response(200, R"({"success":true})")},
@@ -125,14 +125,14 @@ std::vector<Row> roots() {
 
 std::vector<Row> trustRows() {
   std::vector<Row> rows = {
-      shows("expired", ChainFlaw::kExpired),
-      shows("not yet valid", ChainFlaw::kNotYetValid),
-      shows("signed by itself", ChainFlaw::kSelfSigned),
-      shows("of another host", ChainFlaw::kWrongHost),
-      shows("of a client", ChainFlaw::kClientsOnly),
-      shows("without the one between", ChainFlaw::kNoIntermediate),
-      shows("of an expired authority", ChainFlaw::kExpiredAuthority),
-      shows("of one that is no authority", ChainFlaw::kNoAuthority),
+      shows("expired", CertificateFlaw::kExpired),
+      shows("not yet valid", CertificateFlaw::kNotYetValid),
+      shows("signed by itself", CertificateFlaw::kSelfSigned),
+      shows("of another host", CertificateFlaw::kWrongHost),
+      shows("of a client", CertificateFlaw::kClientsOnly),
+      shows("without the one between", CertificateFlaw::kNoIntermediate),
+      shows("of an expired authority", CertificateFlaw::kExpiredAuthority),
+      shows("of one that is no authority", CertificateFlaw::kNoAuthority),
   };
   for (const std::vector<Row>& part : {roots(), versions()}) {
     rows.insert(rows.end(), part.begin(), part.end());

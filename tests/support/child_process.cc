@@ -8,15 +8,16 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <fstream>
-#include <iterator>
+#include <filesystem>
 #include <stdexcept>
 #include <utility>
+
+#include "tests/support/file_contents.h"
 
 namespace zln {
 namespace {
 
-constexpr int kAnswerMilliseconds = 60000;
+constexpr std::chrono::milliseconds kAnswerTime = kSafetyLimit;
 constexpr int kAdd = O_WRONLY | O_CREAT | O_APPEND;
 
 // As the system takes lists of texts.
@@ -25,6 +26,19 @@ std::vector<char*> pointersTo(std::vector<std::string>& texts) {
   for (std::string& text : texts) pointers.push_back(text.data());
   pointers.push_back(nullptr);
   return pointers;
+}
+
+// What the system says of each thread, which is different once one has run.
+std::string threadsOf(pid_t process) {
+  std::string threads;
+  std::error_code gone;
+  const std::string tasks = "/proc/" + std::to_string(process) + "/task";
+  for (const auto& task : std::filesystem::directory_iterator(tasks, gone)) {
+    const std::string status = contentsOf(task.path().string() + "/status");
+    if (status.find("State:\tS") == std::string::npos) return {};
+    threads += status;
+  }
+  return threads;
 }
 
 }  // namespace
@@ -89,7 +103,8 @@ std::string ChildProcess::readLine() {
   while (unread_.find('\n') == std::string::npos) {
     pollfd waiting{output_, POLLIN, 0};
     char bytes[4096];
-    if (poll(&waiting, 1, kAnswerMilliseconds) != 1) throw std::runtime_error("No answer");
+    if (poll(&waiting, 1, static_cast<int>(kAnswerTime.count())) != 1)
+      throw std::runtime_error("No answer");
     const ssize_t length = read(output_, bytes, sizeof bytes);
     if (length <= 0) throw std::runtime_error("The program has ended: " + errors());
     unread_.append(bytes, static_cast<std::size_t>(length));
@@ -122,9 +137,11 @@ void ChildProcess::kill() {
   waitpid(std::exchange(pid_, -1), nullptr, 0);
 }
 
-std::string ChildProcess::errors() const {
-  std::ifstream file(errorFile_);
-  return {std::istreambuf_iterator<char>(file), {}};
+bool ChildProcess::isAtRest() const {
+  const std::string threads = threadsOf(pid_);
+  return !threads.empty() && threads == threadsOf(pid_);
 }
+
+std::string ChildProcess::errors() const { return contentsOf(errorFile_); }
 
 }  // namespace zln

@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/safety_limit.h"
+
 namespace zln {
 
 // What a program is started with.
@@ -32,16 +34,18 @@ class ChildProcess {
   ChildProcess& operator=(const ChildProcess&) = delete;
 
   // Sends a line and returns all that the program answers up to the line "ok", without it. Throws
-  // when the program ends first, or says nothing for a minute.
+  // when the program ends first, or says nothing for kSafetyLimit.
   std::string tell(const std::string& line);
   // Sends a line to which there is no answer.
   void send(const std::string& line);
 
   // The status of the end as waitpid gives it; -1 when the program does not end in time.
-  int waitForEnd(std::chrono::milliseconds patience);
+  int waitForEnd(std::chrono::milliseconds patience = kSafetyLimit);
   // What Ctrl-C does.
   void interrupt();
   void kill();
+  // Whether all its threads slept at one moment.
+  bool isAtRest() const;
   // What it has written to its error output so far.
   std::string errors() const;
   pid_t pid() const { return pid_; }

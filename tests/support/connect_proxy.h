@@ -1,12 +1,11 @@
 #pragma once
 
-#include <atomic>
 #include <cstdint>
-#include <list>
 #include <mutex>
 #include <string>
-#include <thread>
 #include <vector>
+
+#include "tests/support/loopback_server.h"
 
 namespace zln {
 
@@ -15,32 +14,19 @@ namespace zln {
 class ConnectProxy {
  public:
   explicit ConnectProxy(std::uint16_t targetPort);
-  // Closes all tunnels.
-  ~ConnectProxy();
-  ConnectProxy(const ConnectProxy&) = delete;
-  ConnectProxy& operator=(const ConnectProxy&) = delete;
 
   // "http://127.0.0.1:4711", as the environment variable https_proxy names a proxy.
-  std::string url() const;
+  std::string url() const { return "http://" + server_.authority(); }
   // The "host:port" of all tunnels that were asked for.
   std::vector<std::string> hosts() const;
 
  private:
-  void acceptTunnels();
   void serve(int client);
-  // The "host:port" of the client's request; empty when it makes none.
-  std::string readRequest(int client);
-  int connectToTarget() const;
-  void relay(int client, int server) const;
 
-  std::uint16_t targetPort_;
-  int listener_;
-  std::uint16_t port_ = 0;
-  std::atomic<bool> stopping_{false};
+  const std::uint16_t targetPort_;
   mutable std::mutex mutex_;
   std::vector<std::string> hosts_;
-  std::list<std::thread> tunnels_;
-  std::thread acceptor_;
+  LoopbackServer server_;  // Last: its threads use what is above.
 };
 
 }  // namespace zln

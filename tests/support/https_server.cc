@@ -1,117 +1,70 @@
 #include "tests/support/https_server.h"
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
-#include <netinet/tcp.h>
-#include <pthread.h>
-#include <signal.h>
+#include <openssl/err.h>
+#include <poll.h>
 #include <strings.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <charconv>
-#include <cstdlib>
-#include <filesystem>
-#include <optional>
-#include <stdexcept>
+#include <cstddef>
+#include <fstream>
+#include <limits>
 #include <string_view>
 #include <utility>
 
+#include "tests/support/safety_limit.h"
+
 namespace zln {
+
+using std::chrono::milliseconds;
 
 namespace {
 
-using End = ServerReply::End;
-using SslPointer = std::unique_ptr<SSL, decltype(&SSL_free)>;
+constexpr std::size_t kAll = std::numeric_limits<std::size_t>::max();
+constexpr std::string_view kEndOfHead = "\r\n\r\n";
+constexpr std::string_view kHttp2Preface = "PRI * HTTP/2.0\r\n\r\nSM\r\n\r\n";
+constexpr std::size_t kFrameHead = 9;
 
-constexpr std::chrono::minutes kPatience{1};
-
-void require(bool worked, const char* what) {
-  if (!worked) throw std::runtime_error(what);
-}
-
-std::string writeTemporaryFile(const std::string& text) {
-  std::string path = (std::filesystem::temp_directory_path() / "zln-test-ca-XXXXXX").string();
-  const int file = mkstemp(path.data());
-  require(file >= 0, "no temporary file");
-  const bool written = write(file, text.data(), text.size()) == static_cast<ssize_t>(text.size());
-  close(file);
-  require(written, "the temporary file cannot be written");
-  return path;
-}
-
-// A client that goes away is nothing that ends the test.
-void blockPipeSignal() {
-  sigset_t signals;
-  sigemptyset(&signals);
-  sigaddset(&signals, SIGPIPE);
-  pthread_sigmask(SIG_BLOCK, &signals, nullptr);
-}
-
-// The next close of the socket is a reset.
-void resetOnClose(int socket) {
-  const linger abrupt{1, 0};
-  setsockopt(socket, SOL_SOCKET, SO_LINGER, &abrupt, sizeof abrupt);
-}
-
-void readSome(int socket) {
-  char bytes[4096];
-  [[maybe_unused]] const ssize_t count = recv(socket, bytes, sizeof bytes, 0);
-}
-
-void readUntilClosed(int socket) {
-  char bytes[4096];
-  while (recv(socket, bytes, sizeof bytes, 0) > 0) continue;
-}
-
-void readUntilClosed(SSL* ssl) {
-  char bytes[4096];
-  while (SSL_read(ssl, bytes, sizeof bytes) > 0) continue;
-}
-
-bool sendAll(SSL* ssl, std::string_view bytes) {
-  return bytes.empty() || SSL_write(ssl, bytes.data(), static_cast<int>(bytes.size())) > 0;
-}
-
-// Adds what comes next. False at the end of the connection.
-bool readMore(SSL* ssl, std::string& buffer) {
-  char bytes[16384];
-  const int count = SSL_read(ssl, bytes, sizeof bytes);
-  if (count <= 0) return false;
-  buffer.append(bytes, static_cast<std::size_t>(count));
-  return true;
-}
-
-// Takes the head off the front of `buffer`, which is read on until it is whole.
-std::optional<ReceivedRequest> readHead(SSL* ssl, std::string& buffer) {
-  std::size_t end = 0;
-  while ((end = buffer.find("\r\n\r\n")) == std::string::npos) {
-    if (!readMore(ssl, buffer)) return std::nullopt;
+// The offset behind the frame that ends a request; absent as long as it has not come.
+std::optional<std::size_t> endOfHttp2Request(std::string_view bytes) {
+  constexpr unsigned char kData = 0;
+  constexpr unsigned char kHeaders = 1;
+  constexpr unsigned char kEndOfStream = 1;
+  std::size_t at = kHttp2Preface.size();
+  while (bytes.size() >= at + kFrameHead) {
+    const auto byte = [&](std::size_t i) { return static_cast<unsigned char>(bytes[at + i]); };
+    const std::size_t length = std::size_t{byte(0)} << 16 | std::size_t{byte(1)} << 8 | byte(2);
+    const bool carriesRequest = byte(3) == kData || byte(3) == kHeaders;
+    const bool ends = (byte(4) & kEndOfStream) != 0;
+    at += kFrameHead + length;
+    if (carriesRequest && ends && bytes.size() >= at) return at;
   }
+  return std::nullopt;
+}
+
+// Takes the first line off the front, without its end.
+std::string_view nextLine(std::string_view& lines) {
+  const std::string_view line = lines.substr(0, lines.find("\r\n"));
+  lines.remove_prefix(std::min(lines.size(), line.size() + 2));
+  return line;
+}
+
+ReceivedRequest parseHead(const std::string& head) {
   ReceivedRequest request;
-  request.head = buffer.substr(0, end);
-  buffer.erase(0, end + 4);
-  return request;
-}
-
-void parseHead(ReceivedRequest& request) {
-  std::string_view rest = request.head;
-  bool first = true;
-  while (!rest.empty()) {
-    const std::string_view line = rest.substr(0, rest.find("\r\n"));
-    rest.remove_prefix(std::min(rest.size(), line.size() + 2));
-    if (first) {
-      const std::size_t blank = line.find(' ');
-      request.method = line.substr(0, blank);
-      request.target = line.substr(blank + 1, line.rfind(' ') - blank - 1);
-    } else {
-      const std::size_t colon = line.find(':');
-      const std::size_t value = std::min(line.find_first_not_of(' ', colon + 1), line.size());
-      request.headers.emplace_back(line.substr(0, colon), line.substr(value));
-    }
-    first = false;
+  request.head = head;
+  std::string_view lines = request.head;
+  const std::string_view first = nextLine(lines);
+  const std::size_t blank = first.find(' ');
+  request.method = first.substr(0, blank);
+  request.target = first.substr(blank + 1, first.rfind(' ') - blank - 1);
+  while (!lines.empty()) {
+    const std::string_view line = nextLine(lines);
+    const std::size_t colon = line.find(':');
+    const std::size_t value = std::min(line.find_first_not_of(' ', colon + 1), line.size());
+    request.headers.emplace_back(line.substr(0, colon), line.substr(value));
   }
+  return request;
 }
 
 std::size_t bodyLength(const ReceivedRequest& request) {
@@ -121,30 +74,290 @@ std::size_t bodyLength(const ReceivedRequest& request) {
   return size;
 }
 
-const std::pair<std::string, std::string>* findHeader(const HttpHeaders& headers,
-                                                      const std::string& name) {
-  const auto found = std::find_if(headers.begin(), headers.end(), [&](const auto& header) {
+auto findHeader(const HttpHeaders& headers, const std::string& name) {
+  return std::find_if(headers.begin(), headers.end(), [&](const auto& header) {
     return strcasecmp(header.first.c_str(), name.c_str()) == 0;
   });
-  return found == headers.end() ? nullptr : &*found;
+}
+
+std::shared_ptr<SSL_CTX> newContext(const CertificateChain& chain) {
+  std::shared_ptr<SSL_CTX> context(SSL_CTX_new(TLS_server_method()), SSL_CTX_free);
+  chain.useIn(context.get());
+  return context;
 }
 
 }  // namespace
 
 std::string ReceivedRequest::header(const std::string& name) const {
-  const auto* found = findHeader(headers, name);
-  return found == nullptr ? std::string() : found->second;
+  const auto found = findHeader(headers, name);
+  return found == headers.end() ? "" : found->second;
 }
 
 bool ReceivedRequest::hasHeader(const std::string& name) const {
-  return findHeader(headers, name) != nullptr;
+  return findHeader(headers, name) != headers.end();
 }
+
+// The connection.
+
+// Until the handshake it is plain, then encrypted. What returns a bool returns false at the end of
+// the connection.
+class ServerConnection {
+ public:
+  using Record = std::function<void(const ReceivedRequest&)>;
+
+  ServerConnection(LoopbackServer& server, int socket, SSL_CTX* context, Record record)
+      : server_(server), socket_(socket), ssl_(SSL_new(context), SSL_free), record_(record) {
+    SSL_set_bio(ssl_.get(), BIO_new(BIO_s_mem()), BIO_new(BIO_s_mem()));
+    SSL_set_accept_state(ssl_.get());
+  }
+
+  int socket() const { return socket_; }
+  // What has come and is not part of a whole request.
+  const std::string& unread() const { return unread_; }
+
+  // Sends `limit` bytes of what the handshake has the server send, with a pause after each piece,
+  // and leaves the handshake there.
+  bool handshake(std::size_t limit, std::size_t pieceSize, milliseconds pause);
+  bool readSome();
+  bool readHead();
+  std::optional<ReceivedRequest> readRequest(milliseconds pauseInBody);
+  bool say(std::string_view bytes);
+  bool sayFarewell();
+  bool pause(milliseconds time);
+
+ private:
+  bool receive();
+  bool flush();
+  bool isSecure() const { return SSL_is_init_finished(ssl_.get()) == 1; }
+
+  LoopbackServer& server_;
+  const int socket_;
+  const std::unique_ptr<SSL, decltype(&SSL_free)> ssl_;
+  const Record record_;
+  std::size_t mayFlush_ = kAll;
+  std::size_t pieceSize_ = kAll;
+  milliseconds flushPause_{0};
+  std::string unread_;
+};
+
+bool ServerConnection::handshake(std::size_t limit, std::size_t pieceSize, milliseconds pause) {
+  mayFlush_ = limit;
+  pieceSize_ = pieceSize;
+  flushPause_ = pause;
+  while (!isSecure() && mayFlush_ > 0) {
+    ERR_clear_error();
+    const int result = SSL_do_handshake(ssl_.get());
+    const bool failed = result != 1 && SSL_get_error(ssl_.get(), result) != SSL_ERROR_WANT_READ;
+    // What is to be said is said also when it is an alert.
+    if (!flush() || failed) return false;
+    if (!isSecure() && mayFlush_ > 0 && !receive()) return false;
+  }
+  return true;
+}
+
+// Hands on what TLS has to send.
+bool ServerConnection::flush() {
+  char* bytes = nullptr;
+  const long pending = BIO_get_mem_data(SSL_get_wbio(ssl_.get()), &bytes);
+  std::string_view rest(bytes, std::min(static_cast<std::size_t>(pending), mayFlush_));
+  if (mayFlush_ != kAll) mayFlush_ -= rest.size();
+  while (!rest.empty()) {
+    const std::string_view piece = rest.substr(0, pieceSize_);
+    rest.remove_prefix(piece.size());
+    if (!sendAll(socket_, piece) || !pause(flushPause_)) return false;
+  }
+  BIO_reset(SSL_get_wbio(ssl_.get()));
+  return true;
+}
+
+// Takes what comes over the wire to where it belongs: to TLS.
+bool ServerConnection::receive() {
+  char bytes[16384];
+  const ssize_t count = recv(socket_, bytes, sizeof bytes, 0);
+  return count > 0 && BIO_write(SSL_get_rbio(ssl_.get()), bytes, static_cast<int>(count)) == count;
+}
+
+bool ServerConnection::readSome() {
+  char bytes[16384];
+  if (!isSecure()) {
+    const ssize_t count = recv(socket_, bytes, sizeof bytes, 0);
+    if (count > 0) unread_.append(bytes, static_cast<std::size_t>(count));
+    return count > 0;
+  }
+  while (true) {
+    ERR_clear_error();
+    const int count = SSL_read(ssl_.get(), bytes, sizeof bytes);
+    if (count > 0) {
+      unread_.append(bytes, static_cast<std::size_t>(count));
+      return true;
+    }
+    if (SSL_get_error(ssl_.get(), count) != SSL_ERROR_WANT_READ || !receive()) return false;
+  }
+}
+
+bool ServerConnection::readHead() {
+  while (unread_.find(kEndOfHead) == std::string::npos) {
+    if (!readSome()) return false;
+  }
+  return true;
+}
+
+std::optional<ReceivedRequest> ServerConnection::readRequest(milliseconds pauseInBody) {
+  if (!readHead()) return std::nullopt;
+  const std::size_t end = unread_.find(kEndOfHead);
+  ReceivedRequest request = parseHead(unread_.substr(0, end));
+  unread_.erase(0, end + kEndOfHead.size());
+  const std::size_t size = bodyLength(request);
+  while (unread_.size() < size) {
+    if (!readSome()) return std::nullopt;
+    if (unread_.size() < size / 4 * 3 && !pause(pauseInBody)) return std::nullopt;
+  }
+  request.body = unread_.substr(0, size);
+  unread_.erase(0, size);
+  record_(request);
+  return request;
+}
+
+bool ServerConnection::say(std::string_view bytes) {
+  if (bytes.empty() || !isSecure()) return sendAll(socket_, bytes);
+  ERR_clear_error();
+  return SSL_write(ssl_.get(), bytes.data(), static_cast<int>(bytes.size())) > 0 && flush();
+}
+
+bool ServerConnection::sayFarewell() {
+  SSL_shutdown(ssl_.get());
+  return flush();
+}
+
+bool ServerConnection::pause(milliseconds time) {
+  return time == milliseconds(0) || server_.pauseUnlessStopping(time);
+}
+
+// The steps.
+
+namespace {
+
+// The last step of a script.
+template <typename Act>
+Step last(Act act) {
+  return [act](ServerConnection& connection) {
+    act(connection);
+    return false;
+  };
+}
+
+Step handshakeBy(std::size_t limit, std::size_t pieceSize, milliseconds pause) {
+  return
+      [=](ServerConnection& connection) { return connection.handshake(limit, pieceSize, pause); };
+}
+
+// Waits until the client goes.
+void drain(ServerConnection& connection) {
+  char bytes[16384];
+  while (recv(connection.socket(), bytes, sizeof bytes, 0) > 0) continue;
+}
+
+void closeAndDrain(ServerConnection& connection) {
+  shutdown(connection.socket(), SHUT_WR);
+  drain(connection);
+}
+
+}  // namespace
+
+Step awaitBytes() {
+  return [](ServerConnection& connection) {
+    char byte;
+    return recv(connection.socket(), &byte, 1, MSG_PEEK) == 1;
+  };
+}
+
+Step readSome() { return &ServerConnection::readSome; }
+Step readHead() { return &ServerConnection::readHead; }
+
+Step readRequest(milliseconds pauseInBody) {
+  return
+      [=](ServerConnection& connection) { return connection.readRequest(pauseInBody).has_value(); };
+}
+
+Step readHttp2Request() {
+  return [](ServerConnection& connection) {
+    while (!endOfHttp2Request(connection.unread())) {
+      if (!connection.readSome()) return false;
+    }
+    return true;
+  };
+}
+
+Step handshake() { return handshakeBy(kAll, kAll, milliseconds(0)); }
+Step handshakeUpTo(std::size_t bytes) { return handshakeBy(bytes, kAll, milliseconds(0)); }
+Step handshakeByteByByte(milliseconds pause) { return handshakeBy(kAll, 1, pause); }
+
+Step say(std::string bytes) {
+  return [bytes = std::move(bytes)](ServerConnection& connection) { return connection.say(bytes); };
+}
+
+Step sayUnencrypted(std::string bytes) {
+  return [bytes = std::move(bytes)](ServerConnection& connection) {
+    return sendAll(connection.socket(), bytes);
+  };
+}
+
+Step sayByteByByte(std::string bytes, milliseconds pause) {
+  return [bytes = std::move(bytes), pause](ServerConnection& connection) {
+    return std::all_of(bytes.begin(), bytes.end(), [&](char c) {
+      return connection.say({&c, 1}) && connection.pause(pause);
+    });
+  };
+}
+
+Step sayForEver(std::string bytes, milliseconds pause) {
+  return [bytes = std::move(bytes), pause](ServerConnection& connection) {
+    while (connection.say(bytes) && connection.pause(pause)) continue;
+    return false;
+  };
+}
+
+Step reset() {
+  return last([](ServerConnection& connection) {
+    const linger abrupt{1, 0};
+    setsockopt(connection.socket(), SOL_SOCKET, SO_LINGER, &abrupt, sizeof abrupt);
+  });
+}
+
+Step finish() { return last(&closeAndDrain); }
+
+Step finishWithFarewell() {
+  return last([](ServerConnection& connection) {
+    if (connection.sayFarewell()) closeAndDrain(connection);
+  });
+}
+
+Step stall() { return last(&drain); }
+
+Step stallUnread() {
+  return last([](ServerConnection& connection) {
+    pollfd waiting{connection.socket(), POLLRDHUP, 0};
+    poll(&waiting, 1, -1);
+  });
+}
+
+Script operator+(Script script, Step step) {
+  script.push_back(std::move(step));
+  return script;
+}
+
+Script operator+(Script script, const Script& more) {
+  script.insert(script.end(), more.begin(), more.end());
+  return script;
+}
+
+// Replies.
 
 ServerReply replyWith(int status, const std::string& body, const HttpHeaders& headers) {
   std::string bytes = "HTTP/1.1 " + std::to_string(status) + " Text\r\n";
   for (const auto& [name, value] : headers) bytes += name + ": " + value + "\r\n";
   bytes += "Content-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body;
-  return rawReply(bytes, End::kKeepOpen);
+  return rawReply(bytes, ServerReply::End::kKeepOpen);
 }
 
 ServerReply rawReply(const std::string& bytes, ServerReply::End end) {
@@ -154,71 +367,103 @@ ServerReply rawReply(const std::string& bytes, ServerReply::End end) {
   return reply;
 }
 
-HttpsServer::HttpsServer(CertificateFlaw flaw, std::uint16_t port)
-    : context_(nullptr, SSL_CTX_free), handler_([](const ReceivedRequest&) {
-        return replyWith(200, R"({"success":true})", {{"Content-Type", "application/json"}});
-      }) {
-  const TestAuthority authority;
-  const Identity identity = authority.issue(flaw);
-  caFile_ = writeTemporaryFile(authority.certificatePem());
-  context_.reset(SSL_CTX_new(TLS_server_method()));
-  require(context_ != nullptr, "no TLS context");
-  require(SSL_CTX_use_certificate(context_.get(), identity.certificate.get()) == 1, "certificate");
-  require(SSL_CTX_use_PrivateKey(context_.get(), identity.key.get()) == 1, "private key");
-  listenOn(port);
-  acceptor_ = std::thread([this] { acceptConnections(); });
+ServerReply successReply() {
+  return replyWith(200, R"({"success":true})", {{"Content-Type", "application/json"}});
 }
 
-HttpsServer::~HttpsServer() {
-  {
-    std::lock_guard lock(mutex_);
-    stopping_ = true;
-    shutdown(listener_, SHUT_RDWR);
-    for (const Connection& connection : connections_) {
-      if (!connection.done) shutdown(connection.socket, SHUT_RDWR);
-    }
-    changed_.notify_all();
+namespace {
+
+Script scriptOf(const ServerReply& reply) {
+  Script script;
+  for (const std::string& piece : reply.pieces) {
+    script.push_back([=](ServerConnection& connection) {
+      return connection.say(piece) && connection.pause(reply.pause);
+    });
   }
-  acceptor_.join();
-  for (Connection& connection : connections_) connection.thread.join();
-  close(listener_);
-  unlink(caFile_.c_str());
+  if (reply.endless) return script + sayForEver(reply.pieces.back(), reply.pause);
+  switch (reply.end) {
+    case ServerReply::End::kKeepOpen:
+      return script;
+    case ServerReply::End::kClose:
+      return script + finishWithFarewell();
+    case ServerReply::End::kCut:
+      return script + finish();
+    case ServerReply::End::kReset:
+      return script + reset();
+    case ServerReply::End::kStall:
+      return script + stall();
+  }
+  return script;
 }
 
-void HttpsServer::listenOn(std::uint16_t port) {
-  listener_ = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  const int on = 1;
-  setsockopt(listener_, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  address.sin_port = htons(port);
-  socklen_t size = sizeof address;
-  auto* const generic = reinterpret_cast<sockaddr*>(&address);
-  require(bind(listener_, generic, size) == 0 && listen(listener_, SOMAXCONN) == 0 &&
-              getsockname(listener_, generic, &size) == 0,
-          "no port to listen on");
-  port_ = ntohs(address.sin_port);
+bool run(const Script& script, ServerConnection& connection) {
+  return std::all_of(script.begin(), script.end(),
+                     [&](const Step& step) { return step(connection); });
 }
 
-std::string HttpsServer::authority() const { return "127.0.0.1:" + std::to_string(port_); }
-
-std::string HttpsServer::url(const std::string& target) const {
-  return "https://" + authority() + target;
+Script answering(HttpsServer::Handler handler) {
+  return {handshake(), [handler = std::move(handler)](ServerConnection& connection) {
+            while (const auto request = connection.readRequest(milliseconds(0))) {
+              if (!run(scriptOf(handler(*request)), connection)) return false;
+            }
+            return false;
+          }};
 }
 
-void HttpsServer::answer(Handler handler) {
+}  // namespace
+
+Script scriptOf(ConnectionFault fault) {
+  switch (fault) {
+    case ConnectionFault::kNone:
+      return answering([](const ReceivedRequest&) { return successReply(); });
+    case ConnectionFault::kResetOnAccept:
+      return {reset()};
+    case ConnectionFault::kResetInHandshake:
+      return {readSome(), reset()};
+    case ConnectionFault::kNoHandshake:
+      return {stall()};
+    case ConnectionFault::kPlainText:
+      return {readSome(), say("HTTP/1.1 400 Bad Request\r\nContent-Length: 0\r\n\r\n"), finish()};
+    case ConnectionFault::kResetAfterHandshake:
+      return {handshake(), reset()};
+    case ConnectionFault::kResetAfterHead:
+      return {handshake(), readHead(), reset()};
+    case ConnectionFault::kSlowReader:
+      return Script{handshake(), readRequest(milliseconds(2))} + scriptOf(successReply());
+  }
+  return {};
+}
+
+// The server.
+
+HttpsServer::HttpsServer(CertificateFlaw flaw, IpFamily family)
+    : chain_(flaw),
+      context_(newContext(chain_)),
+      loopback_([this](int socket, int number) { serve(socket, number); }, family) {
+  std::ofstream(caFile_) << chain_.rootPem();
+  answer(successReply());
+}
+
+void HttpsServer::show(const CertificateChain& chain) {
   std::lock_guard lock(mutex_);
-  handler_ = std::move(handler);
+  context_ = newContext(chain);
 }
+
+void HttpsServer::configure(const std::function<void(SSL_CTX*)>& settings) {
+  std::lock_guard lock(mutex_);
+  settings(context_.get());
+}
+
+void HttpsServer::play(std::vector<Script> scripts) {
+  std::lock_guard lock(mutex_);
+  scripts_ = std::move(scripts);
+  played_ = 0;
+}
+
+void HttpsServer::answer(Handler handler) { play(answering(std::move(handler))); }
 
 void HttpsServer::answer(const ServerReply& reply) {
   answer([reply](const ReceivedRequest&) { return reply; });
-}
-
-void HttpsServer::setFault(ConnectionFault fault) {
-  std::lock_guard lock(mutex_);
-  fault_ = fault;
 }
 
 std::vector<ReceivedRequest> HttpsServer::requests() const {
@@ -226,155 +471,26 @@ std::vector<ReceivedRequest> HttpsServer::requests() const {
   return requests_;
 }
 
-int HttpsServer::connections() const {
-  std::lock_guard lock(mutex_);
-  return accepted_;
-}
-
 bool HttpsServer::waitForRequests(std::size_t count) {
   std::unique_lock lock(mutex_);
-  return changed_.wait_for(lock, kPatience, [&] { return requests_.size() >= count; });
+  return received_.wait_for(lock, kSafetyLimit, [&] { return requests_.size() >= count; });
 }
 
-bool HttpsServer::waitUntilDeserted() {
-  std::unique_lock lock(mutex_);
-  return changed_.wait_for(lock, kPatience, [&] {
-    return std::all_of(connections_.begin(), connections_.end(),
-                       [](const Connection& connection) { return connection.done; });
+void HttpsServer::serve(int socket, int number) {
+  std::shared_ptr<SSL_CTX> context;
+  Script script;
+  {
+    std::lock_guard lock(mutex_);
+    context = context_;
+    script = scripts_[std::min(played_++, scripts_.size() - 1)];
+  }
+  ServerConnection connection(loopback_, socket, context.get(), [&](ReceivedRequest request) {
+    request.connection = number;
+    std::lock_guard lock(mutex_);
+    requests_.push_back(std::move(request));
+    received_.notify_all();
   });
-}
-
-void HttpsServer::acceptConnections() {
-  for (;;) {
-    const int socket = accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
-    joinFinished();
-    std::lock_guard lock(mutex_);
-    if (stopping_ || socket < 0) {
-      if (socket >= 0) close(socket);
-      return;
-    }
-    Connection& connection = connections_.emplace_back();
-    connection.number = ++accepted_;
-    connection.socket = socket;
-    connection.thread = std::thread([this, &connection] { serve(connection); });
-  }
-}
-
-void HttpsServer::joinFinished() {
-  std::list<Connection> finished;
-  {
-    std::lock_guard lock(mutex_);
-    for (auto connection = connections_.begin(); connection != connections_.end();) {
-      const auto next = std::next(connection);
-      if (connection->done) finished.splice(finished.end(), connections_, connection);
-      connection = next;
-    }
-  }
-  for (Connection& connection : finished) connection.thread.join();
-}
-
-void HttpsServer::serve(Connection& connection) {
-  blockPipeSignal();
-  const int on = 1;
-  setsockopt(connection.socket, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
-  talk(connection);
-  std::lock_guard lock(mutex_);
-  close(connection.socket);
-  connection.done = true;
-  changed_.notify_all();
-}
-
-void HttpsServer::talk(Connection& connection) {
-  ConnectionFault fault;
-  {
-    std::lock_guard lock(mutex_);
-    fault = fault_;
-  }
-  switch (fault) {
-    case ConnectionFault::kResetOnAccept:
-      return resetOnClose(connection.socket);
-    case ConnectionFault::kResetInHandshake:
-      readSome(connection.socket);
-      return resetOnClose(connection.socket);
-    case ConnectionFault::kNoHandshake:
-      return readUntilClosed(connection.socket);
-    case ConnectionFault::kPlainText: {
-      constexpr std::string_view kText = "HTTP/1.1 400 Bad Request\r\nContent-Length: 0\r\n\r\n";
-      readSome(connection.socket);
-      send(connection.socket, kText.data(), kText.size(), MSG_NOSIGNAL);
-      return;
-    }
-    default:
-      break;
-  }
-  const SslPointer ssl(SSL_new(context_.get()), SSL_free);
-  if (!ssl || SSL_set_fd(ssl.get(), connection.socket) != 1 || SSL_accept(ssl.get()) != 1) return;
-  if (fault == ConnectionFault::kResetAfterHandshake) return resetOnClose(connection.socket);
-  answerRequests(ssl.get(), connection, fault);
-}
-
-void HttpsServer::answerRequests(SSL* ssl, Connection& connection, ConnectionFault fault) {
-  std::string buffer;
-  while (std::optional<ReceivedRequest> request = readHead(ssl, buffer)) {
-    if (fault == ConnectionFault::kResetAfterHead) return resetOnClose(connection.socket);
-    parseHead(*request);
-    const std::chrono::milliseconds pause(fault == ConnectionFault::kSlowReader ? 2 : 0);
-    if (!readBody(ssl, buffer, *request, pause)) return;
-    request->connection = connection.number;
-    record(*request);
-    Handler handler;
-    {
-      std::lock_guard lock(mutex_);
-      handler = handler_;
-    }
-    switch (sendReply(ssl, handler(*request))) {
-      case End::kKeepOpen:
-        break;
-      case End::kClose:
-        SSL_shutdown(ssl);
-        return;
-      case End::kCut:
-        return;
-      case End::kReset:
-        return resetOnClose(connection.socket);
-      case End::kStall:
-        return readUntilClosed(ssl);
-    }
-  }
-}
-
-bool HttpsServer::readBody(SSL* ssl, std::string& buffer, ReceivedRequest& request,
-                           std::chrono::milliseconds pause) {
-  const std::size_t size = bodyLength(request);
-  while (buffer.size() < size) {
-    if (!readMore(ssl, buffer)) return false;
-    if (buffer.size() < size / 4 * 3 && !pauseUnlessStopping(pause)) return false;
-  }
-  request.body = buffer.substr(0, size);
-  buffer.erase(0, size);
-  return true;
-}
-
-// What is to become of the connection: nothing more when the client has gone.
-ServerReply::End HttpsServer::sendReply(SSL* ssl, const ServerReply& reply) {
-  for (const std::string& piece : reply.pieces) {
-    if (!sendAll(ssl, piece) || !pauseUnlessStopping(reply.pause)) return End::kCut;
-  }
-  while (reply.endless) {
-    if (!sendAll(ssl, reply.pieces.back()) || !pauseUnlessStopping(reply.pause)) return End::kCut;
-  }
-  return reply.end;
-}
-
-bool HttpsServer::pauseUnlessStopping(std::chrono::milliseconds pause) {
-  std::unique_lock lock(mutex_);
-  return !changed_.wait_for(lock, pause, [this] { return stopping_; });
-}
-
-void HttpsServer::record(const ReceivedRequest& request) {
-  std::lock_guard lock(mutex_);
-  requests_.push_back(request);
-  changed_.notify_all();
+  run(script, connection);
 }
 
 }  // namespace zln

@@ -7,14 +7,15 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
-#include <list>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "platform/http.h"
+#include "tests/support/loopback_server.h"
+#include "tests/support/temporary_folder.h"
 #include "tests/support/test_certificates.h"
 
 namespace zln {
@@ -38,7 +39,7 @@ struct ServerReply {
   enum class End {
     kKeepOpen,  // Ready for the next request, as a good server is.
     kClose,     // Closed in good order.
-    kCut,       // Closed without a farewell.
+    kCut,       // Closed without the farewell of TLS.
     kReset,
     kStall,  // Nothing more is sent, until the client goes.
   };
@@ -53,8 +54,46 @@ struct ServerReply {
 ServerReply replyWith(int status, const std::string& body, const HttpHeaders& headers = {});
 // The bytes as they are.
 ServerReply rawReply(const std::string& bytes, ServerReply::End end);
+// What a service says that takes everything: {"success":true}.
+ServerReply successReply();
 
-// How the server treats a connection instead of reading requests from it and answering them.
+// One thing that a server does with a connection; false ends the script.
+class ServerConnection;
+using Step = std::function<bool(ServerConnection&)>;
+// What a server does with a connection. At its end the connection is closed.
+using Script = std::vector<Step>;
+
+// The steps. Before a handshake they are unencrypted.
+Step awaitBytes();
+Step readSome();
+Step readHead();
+// A request of HTTP/1, which is recorded. With a pause after each piece of the body but the last
+// quarter: that the client has handed over to its system and can see no more of its way.
+Step readRequest(std::chrono::milliseconds pauseInBody = {});
+// All that HTTP/2 sends of a request.
+Step readHttp2Request();
+Step handshake();
+// Leaves the handshake when the server has sent so many bytes of it.
+Step handshakeUpTo(std::size_t bytes);
+Step handshakeByteByByte(std::chrono::milliseconds pause);
+Step say(std::string bytes);
+Step sayUnencrypted(std::string bytes);
+Step sayByteByByte(std::string bytes, std::chrono::milliseconds pause);
+Step sayForEver(std::string bytes, std::chrono::milliseconds pause = {});
+Step reset();
+// Says that nothing more will come, without and with the farewell of TLS, and waits until the
+// client goes.
+Step finish();
+Step finishWithFarewell();
+// Waits until the client goes, reading what comes or leaving it.
+Step stall();
+Step stallUnread();
+
+// A script that goes on.
+Script operator+(Script script, Step step);
+Script operator+(Script script, const Script& more);
+
+// How a server treats a connection instead of answering requests.
 enum class ConnectionFault {
   kNone,
   kResetOnAccept,
@@ -63,76 +102,63 @@ enum class ConnectionFault {
   kPlainText,         // It is answered without encryption.
   kResetAfterHandshake,
   kResetAfterHead,  // The body of the request is not read.
-  // It is read with a pause after each 16 kB. The last quarter is read at once: the client has
-  // handed it over to its system and can see no more of its way.
   kSlowReader,
 };
+Script scriptOf(ConnectionFault fault);
 
-// An HTTPS server on 127.0.0.1 that records what it receives and answers as it is told, badly if
-// need be. It speaks HTTP/1.1. Any thread may call it. By default every request is answered with
-// {"success":true}.
+// A TLS server on the loopback interface that records the requests it receives and does with each
+// connection what it is told, badly if need be. By default it answers every request with
+// successReply(). Any thread may call it.
 class HttpsServer {
  public:
   // Runs on the connection's own thread, so it may block.
   using Handler = std::function<ServerReply(const ReceivedRequest&)>;
 
-  // Port 0 is one that is free.
-  explicit HttpsServer(CertificateFlaw flaw = CertificateFlaw::kNone, std::uint16_t port = 0);
-  // Closes all connections.
-  ~HttpsServer();
-  HttpsServer(const HttpsServer&) = delete;
-  HttpsServer& operator=(const HttpsServer&) = delete;
+  explicit HttpsServer(CertificateFlaw flaw = CertificateFlaw::kNone,
+                       IpFamily family = IpFamily::kIpv4);
 
+  std::uint16_t port() const { return loopback_.port(); }
   // "127.0.0.1:4711", and a URL there.
-  std::string authority() const;
-  std::string url(const std::string& target) const;
-  // The file with the certificate of the server's own authority. It goes with the server.
+  std::string authority() const { return loopback_.authority(); }
+  std::string url(const std::string& target) const { return "https://" + authority() + target; }
+  // Whom the server's certificate leads to, and the file with that root. It goes with the server.
+  const CertificateChain& chain() const { return chain_; }
   const std::string& caFile() const { return caFile_; }
 
+  // All of these are about connections to come.
+
+  // What the server shows of itself. Its TLS is ordinary again.
+  void show(const CertificateChain& chain);
+  void configure(const std::function<void(SSL_CTX*)>& settings);
+  // The first connection has the first script; the last one is for all others.
+  void play(std::vector<Script> scripts);
+  void play(Script script) { play(std::vector<Script>{std::move(script)}); }
   void answer(Handler handler);
   void answer(const ServerReply& reply);
-  void setFault(ConnectionFault fault);
+  void setFault(ConnectionFault fault) { play(scriptOf(fault)); }
 
   std::vector<ReceivedRequest> requests() const;
-  int connections() const;
-  // Waits until so many requests have come, or all connections are closed. False after a minute.
+  int connections() const { return loopback_.connections(); }
+  // Waits until so many requests or connections have come, or all connections are closed. False
+  // after kSafetyLimit.
   bool waitForRequests(std::size_t count);
-  bool waitUntilDeserted();
+  bool waitForConnections(int count) { return loopback_.waitForConnections(count); }
+  bool waitUntilDeserted() { return loopback_.waitUntilDeserted(); }
 
  private:
-  struct Connection {
-    int number = 0;
-    int socket = -1;
-    bool done = false;
-    std::thread thread;
-  };
+  void serve(int socket, int number);
 
-  void listenOn(std::uint16_t port);
-  void acceptConnections();
-  void joinFinished();
-  void serve(Connection& connection);
-  void talk(Connection& connection);
-  void answerRequests(SSL* ssl, Connection& connection, ConnectionFault fault);
-  bool readBody(SSL* ssl, std::string& buffer, ReceivedRequest& request,
-                std::chrono::milliseconds pause);
-  ServerReply::End sendReply(SSL* ssl, const ServerReply& reply);
-  bool pauseUnlessStopping(std::chrono::milliseconds pause);
-  void record(const ReceivedRequest& request);
-
-  std::string caFile_;
-  std::unique_ptr<SSL_CTX, decltype(&SSL_CTX_free)> context_;
-  int listener_ = -1;
-  std::uint16_t port_ = 0;
-  std::thread acceptor_;
+  const TemporaryFolder folder_;
+  const std::string caFile_ = folder_.path() + "/authority.pem";
+  const CertificateChain chain_;
 
   mutable std::mutex mutex_;
-  std::condition_variable changed_;
-  bool stopping_ = false;
-  Handler handler_;
-  ConnectionFault fault_ = ConnectionFault::kNone;
+  std::condition_variable received_;
+  std::shared_ptr<SSL_CTX> context_;
+  std::vector<Script> scripts_;
+  std::size_t played_ = 0;
   std::vector<ReceivedRequest> requests_;
-  int accepted_ = 0;
-  std::list<Connection> connections_;
+  LoopbackServer loopback_;  // Last: its threads use what is above.
 };
 
 }  // namespace zln

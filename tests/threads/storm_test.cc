@@ -7,8 +7,9 @@
 #include <sys/wait.h>
 
 #include <atomic>
+#include <chrono>
 #include <cstdio>
-#include <thread>
+#include <cstdlib>
 
 #include "tests/host/played_game.h"
 
@@ -39,14 +40,12 @@ class StormTest : public PlayedGameTest {
       case 6:
         return rawReply("HTTP/1.1 200 OK\r\n", ServerReply::End::kCut);
       default:
-        return replyWith(200, R"({"success":true})");
+        return successReply();
     }
   }
 
   bool somethingIsOwed() const {
-    std::ifstream file(folder() + "/reporting/reports.json");
-    const std::string text{std::istreambuf_iterator<char>(file), {}};
-    return text.find("<array/>") == std::string::npos;
+    return contentsOf(reportsFile()).find("<array/>") == std::string::npos;
   }
 
   std::atomic<bool> kindly_{false};
@@ -73,7 +72,8 @@ TEST_F(StormTest, AllFunctionsOnEightThreadsLeaveNothingBehind) {
   const auto end = std::chrono::steady_clock::now() + kPatience;
   do {
     tell("foreground");
-    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    EXPECT_TRUE(server.waitUntilDeserted());
+    waitUntilAtRest();
   } while (somethingIsOwed() && std::chrono::steady_clock::now() < end);
   EXPECT_FALSE(somethingIsOwed());
   std::printf("%zu requests came\n", server.requests().size());
