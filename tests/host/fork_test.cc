@@ -150,6 +150,10 @@ TEST_F(BusyForkTest, ForksWhileOtherThreadsAreInsideTheLibrary) {
 }
 
 TEST_F(BusyForkTest, ForksOnSeveralThreadsAtOnce) {
+#if defined(__SANITIZE_THREAD__)
+  // A thread that does not exist in the child may hold the spin lock of its stack depot.
+  GTEST_SKIP() << "the thread sanitizer's own lock may stay locked in the child";
+#endif
   launchAndBegin();
 
   EXPECT_EQ(kAllWell, tell("on-all-threads")) << game->errors();
