@@ -1,10 +1,10 @@
 #pragma once
 
 #include <map>
-#include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
 
+#include "collector/json.h"
 #include "collector/report_store.h"
 
 namespace zln::collector {

@@ -36,8 +36,8 @@ ConnectionStream::ConnectionStream(int socket, const TransferTimes& times)
 
 ConnectionStream::~ConnectionStream() { served = nullptr; }
 
-bool ConnectionStream::waitForRequest(milliseconds patience) {
-  deadline_ = Clock::now() + patience;
+bool ConnectionStream::waitForRequest() {
+  deadline_ = Clock::now() + times_.idle;
   sizeLeft_ = kLongestRequest;
   if (begin_ == end_ && !fill()) return false;
   deadline_ = Clock::now() + times_.request;

@@ -8,14 +8,9 @@
 #include <string>
 #include <vector>
 
-namespace zln::collector {
+#include "collector/transfer_times.h"
 
-// What a client has for a request as a whole, from its first byte on, and for taking each piece of
-// an answer.
-struct TransferTimes {
-  std::chrono::milliseconds request = std::chrono::seconds(30);
-  std::chrono::milliseconds write = std::chrono::seconds(10);
-};
+namespace zln::collector {
 
 // A connection as httplib reads requests from it and writes answers to it. Its client has a bounded
 // time and a bounded size for each request, and a bounded time for taking each piece of an answer.
@@ -31,7 +26,7 @@ class ConnectionStream : public httplib::Stream {
   ConnectionStream& operator=(const ConnectionStream&) = delete;
 
   // Waits for the first byte of the next request. False when none comes in time.
-  bool waitForRequest(std::chrono::milliseconds patience);
+  bool waitForRequest();
   // There is to be no further request.
   void endAfterAnswer() { ending_ = true; }
   // Ends the connection without a word to the client: nothing more is read or written.

@@ -1,11 +1,18 @@
 #include "collector/event_feed.h"
 
+#include <httplib.h>
+
 #include <charconv>
 #include <chrono>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 #include <utility>
+
+#include "collector/event_stream.h"
+#include "collector/json.h"
+#include "collector/report_store.h"
 
 namespace zln::collector {
 namespace {

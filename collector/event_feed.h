@@ -1,11 +1,14 @@
 #pragma once
 
-#include <httplib.h>
-
-#include "collector/event_stream.h"
-#include "collector/report_store.h"
+namespace httplib {
+struct Request;
+struct Response;
+}  // namespace httplib
 
 namespace zln::collector {
+
+class EventStream;
+class ReportStore;
 
 // Answers a request with the events from now on, until the client leaves, is too slow or the
 // program ends; the reports that a client has missed come first. False when there are too many

@@ -2,6 +2,8 @@
 
 #include <utility>
 
+#include "collector/json.h"
+
 namespace zln::collector {
 namespace {
 

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "collector/json.h"
 #include "collector/report_database.h"
 #include "collector/report_row.h"
 

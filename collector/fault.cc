@@ -9,6 +9,7 @@
 #include <stdexcept>
 #include <utility>
 
+#include "collector/json.h"
 #include "collector/json_object.h"
 #include "collector/report_kinds.h"
 
@@ -112,15 +113,15 @@ std::set<std::string> parseTypes(const json& object) {
   return member->get<std::set<std::string>>();
 }
 
-json parseMatch(const json& object) {
+std::shared_ptr<const json> parseMatch(const json& object) {
   const auto member = object.find("match");
-  if (member == object.end()) return json::object();
+  if (member == object.end()) return nullptr;
   const bool fits = member->is_object() && member->size() <= kMostMatches &&
                     std::ranges::all_of(*member, [](const json& value) {
                       return value.is_primitive() && value.dump().size() <= kLongestText;
                     });
   if (!fits) refuse("\"match\" must be an object of at most 16 texts, numbers or booleans");
-  return *member;
+  return std::make_shared<const json>(*member);
 }
 
 std::string limits(double lowest, double highest) {
@@ -264,7 +265,7 @@ Fault parseFaultSpec(std::string_view spec) {
 json toJson(const Fault& fault) {
   json shown = {{"id", fault.id}, {"effect", nameOf(fault.effect)}, {"hits", fault.hits}};
   if (!fault.types.empty()) shown["types"] = fault.types;
-  if (!fault.match.empty()) shown["match"] = fault.match;
+  if (fault.match && !fault.match->empty()) shown["match"] = *fault.match;
   if (hasStatus(fault.effect)) shown["status"] = fault.status;
   if (fault.effect == Effect::kPermanent) shown["error"] = fault.error;
   if (isATime(fault.effect) || fault.seconds > 0) shown["seconds"] = fault.seconds;

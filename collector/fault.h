@@ -1,7 +1,8 @@
 #pragma once
 
 #include <cstdint>
-#include <nlohmann/json.hpp>
+#include <memory>
+#include <nlohmann/json_fwd.hpp>
 #include <optional>
 #include <set>
 #include <string>
@@ -35,8 +36,8 @@ inline constexpr std::string_view kConfigType = "config";
 struct Fault {
   int id = 0;
   Effect effect = Effect::kTemporary;
-  std::set<std::string> types;                      // Of reports, or "config"; none for all.
-  nlohmann::json match = nlohmann::json::object();  // Members of the body that must be equal.
+  std::set<std::string> types;                  // Of reports, or "config"; none for all.
+  std::shared_ptr<const nlohmann::json> match;  // Members of the body that must be equal, or null.
   int status = 200;
   std::string error;
   double seconds = 0;  // Before the answer or the cut; in the middle of the body for a stall.

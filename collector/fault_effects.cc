@@ -1,9 +1,15 @@
 #include "collector/fault_effects.h"
 
+#include <httplib.h>
+
 #include <algorithm>
 #include <cstddef>
 #include <string>
 #include <string_view>
+
+#include "collector/connection_stream.h"
+#include "collector/fault_list.h"
+#include "collector/report_desk.h"
 
 namespace zln::collector {
 namespace {

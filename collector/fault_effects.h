@@ -1,11 +1,17 @@
 #pragma once
 
-#include "collector/connection_stream.h"
-#include "collector/fault_list.h"
-#include "collector/report_desk.h"
 #include "collector/report_row.h"
 
+namespace httplib {
+struct Request;
+struct Response;
+}  // namespace httplib
+
 namespace zln::collector {
+
+class FaultList;
+struct Fault;
+struct Reply;
 
 // What a game makes of an answer under this fault.
 Answer answerUnder(const Fault& fault);

@@ -8,6 +8,8 @@
 #include <string>
 #include <utility>
 
+#include "collector/json.h"
+
 namespace zln::collector {
 namespace {
 
@@ -26,8 +28,8 @@ bool isFor(const Fault& fault, std::string_view type) {
   return fault.types.empty() || fault.types.contains(std::string(type));
 }
 
-bool matches(const nlohmann::json& wanted, const nlohmann::json& body) {
-  return std::ranges::all_of(wanted.items(), [&](const auto& member) {
+bool matches(const Fault& fault, const nlohmann::json& body) {
+  return !fault.match || std::ranges::all_of(fault.match->items(), [&](const auto& member) {
     const auto found = body.find(member.key());
     return found != body.end() && *found == member.value();
   });
@@ -83,7 +85,7 @@ std::optional<Fault> FaultList::takeForConnection(std::optional<std::string_view
 
 std::optional<Fault> FaultList::takeForRequest(std::string_view type, const nlohmann::json& body) {
   return takeFirst([&](const Fault& fault) {
-    return !actsOnConnection(fault.effect) && isFor(fault, type) && matches(fault.match, body);
+    return !actsOnConnection(fault.effect) && isFor(fault, type) && matches(fault, body);
   });
 }
 

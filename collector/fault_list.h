@@ -2,7 +2,7 @@
 
 #include <condition_variable>
 #include <mutex>
-#include <nlohmann/json.hpp>
+#include <nlohmann/json_fwd.hpp>
 #include <optional>
 #include <string_view>
 #include <vector>

@@ -1,18 +1,22 @@
 #include "collector/game_server.h"
 
+#include <httplib.h>
+#include <openssl/ssl.h>
+
+#include <array>
 #include <cstddef>
 #include <stdexcept>
 #include <utility>
 
 #include "collector/fault_effects.h"
 #include "collector/printable_text.h"
+#include "collector/request_server.h"
 #include "collector/tls_stream.h"
 
 namespace zln::collector {
 namespace {
 
 constexpr std::size_t kMostConnections = 256;
-constexpr auto kPatience = std::chrono::seconds(10);
 
 // In the order of separate ports.
 constexpr std::array<std::string_view, 6> kTypes = {
@@ -53,6 +57,8 @@ GameServer::GameServer(const GamePorts& ports, const CertificateFiles& files, Re
       sound_(makeContext(files.certificate, files.key)),
       expired_(makeContext(files.expired, files.key)),
       wrongHost_(makeContext(files.wrongHost, files.key)),
+      requests_(std::make_unique<RequestServer>()),
+      times_(ports.times),
       threads_(kMostConnections) {
   if (ports.separate) {
     for (const std::string_view type : kTypes) {
@@ -85,38 +91,39 @@ void GameServer::start(int httpPort) {
 
 void GameServer::stop() {
   faults_.endHolds();
-  requests_.endBodies();
+  requests_->endBodies();
   ports_.clear();
   threads_.stop();
 }
 
 void GameServer::route() {
-  requests_.Post("/session", [this](const httplib::Request& request, httplib::Response& response) {
+  requests_->Post("/session", [this](const httplib::Request& request, httplib::Response& response) {
     const Reply& reply = current().reply.emplace(desk_.takeReport(request.body));
     respond(reply, request, response, faults_, httpPort_);
   });
-  requests_.Post("/config", [this](const httplib::Request& request, httplib::Response& response) {
+  requests_->Post("/config", [this](const httplib::Request& request, httplib::Response& response) {
     const Reply& reply = current().reply.emplace(desk_.takeConfigRequest(request.body));
     respond(reply, request, response, faults_, httpPort_);
   });
-  requests_.set_error_handler([this](const httplib::Request& request, httplib::Response& response) {
-    if (current().reply) return;  // Such is the fault.
-    current().endAfterAnswer();
-    response.set_header("Connection", "close");
-    desk_.print("refused a request: " + printable(request.method + " " + request.path) +
-                "  -> HTTP " + std::to_string(response.status));
-  });
-  requests_.set_logger([](const httplib::Request&, const httplib::Response&) {
+  requests_->set_error_handler(
+      [this](const httplib::Request& request, httplib::Response& response) {
+        if (current().reply) return;  // Such is the fault.
+        current().endAfterAnswer();
+        response.set_header("Connection", "close");
+        desk_.print("refused a request: " + printable(request.method + " " + request.path) +
+                    "  -> HTTP " + std::to_string(response.status));
+      });
+  requests_->set_logger([](const httplib::Request&, const httplib::Response&) {
     if (!current().isBroken()) current().reply.reset();
   });
 }
 
 void GameServer::serve(std::optional<std::string_view> type, int socket) {
   const std::optional<Fault> fault = desk_.takeConnectionFault(type);
-  GameConnection connection(socket, contextUnder(fault));
+  GameConnection connection(socket, contextUnder(fault), times_);
   if (fault && fault->effect == Effect::kCutBefore) return connection.reset();
   if (!connection.shakeHands()) return;
-  requests_.serve(connection, kPatience);
+  requests_->serve(connection);
   if (connection.isBroken() && connection.reply) desk_.noteLostAnswer(*connection.reply);
   connection.close();
 }

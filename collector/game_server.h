@@ -1,8 +1,5 @@
 #pragma once
 
-#include <openssl/ssl.h>
-
-#include <array>
 #include <map>
 #include <memory>
 #include <optional>
@@ -14,15 +11,20 @@
 #include "collector/connection_threads.h"
 #include "collector/listening_port.h"
 #include "collector/report_desk.h"
-#include "collector/request_server.h"
+#include "collector/transfer_times.h"
+
+struct ssl_ctx_st;
 
 namespace zln::collector {
+
+class RequestServer;
 
 // Where games reach the collector.
 struct GamePorts {
   std::string address = "127.0.0.1";
   int first = 8443;       // 0 for any free port.
   bool separate = false;  // A port for each type, one after the other, or one for all.
+  TransferTimes times = {};
 };
 
 // The side that games see: takes reports at /session and requests for settings at /config, over
@@ -44,7 +46,7 @@ class GameServer {
   void stop();
 
  private:
-  using Context = std::unique_ptr<SSL_CTX, decltype(&SSL_CTX_free)>;
+  using Context = std::unique_ptr<ssl_ctx_st, void (*)(ssl_ctx_st*)>;
 
   struct Port {
     std::optional<std::string_view> type;  // None for all.
@@ -53,7 +55,7 @@ class GameServer {
 
   void route();
   void serve(std::optional<std::string_view> type, int socket);
-  SSL_CTX& contextUnder(const std::optional<Fault>& fault) const;
+  ssl_ctx_st& contextUnder(const std::optional<Fault>& fault) const;
 
   ReportDesk& desk_;
   FaultList& faults_;
@@ -61,7 +63,8 @@ class GameServer {
   const Context expired_;
   const Context wrongHost_;
   std::vector<Port> ports_;
-  RequestServer requests_;
+  const std::unique_ptr<RequestServer> requests_;
+  const TransferTimes times_;
   ConnectionThreads threads_;
   int httpPort_ = 0;
 };

@@ -22,9 +22,11 @@
 #include "collector/export.h"
 #include "collector/game_server.h"
 #include "collector/line_printer.h"
+#include "collector/operator_api.h"
 #include "collector/operator_server.h"
 #include "collector/options.h"
 #include "collector/report_desk.h"
+#include "collector/report_store.h"
 
 namespace {
 

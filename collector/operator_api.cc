@@ -4,6 +4,9 @@
 #include <utility>
 
 #include "collector/api_error.h"
+#include "collector/api_query.h"
+#include "collector/json.h"
+#include "collector/report_store.h"
 #include "collector/settings_lint.h"
 
 namespace zln::collector {
@@ -64,7 +67,7 @@ json OperatorApi::report(std::int64_t id) {
 
 void OperatorApi::clearReports() { desk_.clear(); }
 
-WaitResult OperatorApi::wait(const json& request) {
+json OperatorApi::wait(const json& request) {
   const WaitRequest wanted = parseWait(request);
   const auto deadline = std::chrono::steady_clock::now() +
                         std::chrono::milliseconds(static_cast<long>(wanted.seconds * 1000));
@@ -73,7 +76,7 @@ WaitResult OperatorApi::wait(const json& request) {
     const ReportList list = parts_.store.list(wanted.query);
     const bool satisfied = list.total >= wanted.query.limit;
     if (satisfied || !parts_.events.waitForMoreThan(seen, deadline)) {
-      return {{{"reports", toJson(list)["reports"]}, {"satisfied", satisfied}}, satisfied};
+      return {{"reports", toJson(list)["reports"]}, {"satisfied", satisfied}};
     }
   }
 }

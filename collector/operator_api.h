@@ -2,10 +2,9 @@
 
 #include <cstdint>
 #include <map>
-#include <nlohmann/json.hpp>
+#include <nlohmann/json_fwd.hpp>
 #include <string>
 
-#include "collector/api_query.h"
 #include "collector/report_desk.h"
 
 namespace zln::collector {
@@ -19,12 +18,6 @@ struct CollectorFacts {
   bool rejectInvalid = false;
 };
 
-// A list of reports, and whether it is as long as somebody wanted it.
-struct WaitResult {
-  nlohmann::json body;
-  bool satisfied = false;
-};
-
 // What the interface for programs does, without its HTTP. Any thread may call it. All throw
 // ApiError or std::invalid_argument when something is wrong with what was asked, and
 // std::runtime_error when the store cannot be used.
@@ -33,12 +26,13 @@ class OperatorApi {
   OperatorApi(const CollectorParts& parts, ReportDesk& desk, CollectorFacts facts);
 
   nlohmann::json status();
-  nlohmann::json reports(const Parameters& parameters);
+  nlohmann::json reports(const std::multimap<std::string, std::string>& parameters);
   nlohmann::json report(std::int64_t id);
   void clearReports();
-  WaitResult wait(const nlohmann::json& request);
+  // With "satisfied": whether there are as many reports as were to be waited for.
+  nlohmann::json wait(const nlohmann::json& request);
   nlohmann::json summary();
-  nlohmann::json timeline(const Parameters& parameters);
+  nlohmann::json timeline(const std::multimap<std::string, std::string>& parameters);
 
   nlohmann::json faults();
   nlohmann::json addFault(const nlohmann::json& request);

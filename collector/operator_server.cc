@@ -1,18 +1,24 @@
 #include "collector/operator_server.h"
 
+#include <httplib.h>
+
 #include <algorithm>
 #include <charconv>
-#include <regex>
 #include <stdexcept>
 #include <string_view>
 #include <utility>
 
 #include "collector/api_error.h"
+#include "collector/connection_stream.h"
 #include "collector/embedded_files.h"
 #include "collector/event_feed.h"
 #include "collector/export.h"
+#include "collector/json.h"
 #include "collector/json_object.h"
+#include "collector/operator_api.h"
+#include "collector/report_store.h"
 #include "collector/request_guard.h"
+#include "collector/request_server.h"
 
 namespace zln::collector {
 namespace {
@@ -23,7 +29,6 @@ using nlohmann::json;
 
 constexpr std::size_t kMostConnections = 128;
 constexpr std::size_t kMostRequestsOfOne = 1000;
-constexpr auto kPatience = std::chrono::seconds(10);
 
 constexpr int kOk = 200;
 constexpr int kCreated = 201;
@@ -38,7 +43,10 @@ constexpr int kServerError = 500;
 constexpr int kUnavailable = 503;
 
 constexpr char kJson[] = "application/json";
-constexpr char kIdentifier[] = "([0-9]{1,15})";
+// In the path of a route, whose last part it is then, and what it stands for.
+constexpr std::string_view kIdentifier = "{id}";
+constexpr char kIdentifierPattern[] = "([0-9]{1,15})";
+constexpr std::size_t kMostDigits = 15;
 
 constexpr char kContentPolicy[] =
     "default-src 'none'; script-src 'self'; style-src 'self' 'unsafe-inline'; img-src 'self' data:; "
@@ -134,6 +142,15 @@ std::string textOfStatus(int status) {
   }
 }
 
+bool isPath(std::string_view path, std::string_view route) {
+  if (!route.ends_with(kIdentifier)) return path == route;
+  route.remove_suffix(kIdentifier.size());
+  if (!path.starts_with(route)) return false;
+  const std::string_view digits = path.substr(route.size());
+  return !digits.empty() && digits.size() <= kMostDigits &&
+         digits.find_first_not_of("0123456789") == std::string_view::npos;
+}
+
 ExportFormat formatOf(const Request& request) {
   const std::string name = request.get_param_value("format");
   if (name.empty() || name == "jsonl") return ExportFormat::kJsonLines;
@@ -145,16 +162,19 @@ ExportFormat formatOf(const Request& request) {
 
 OperatorServer::OperatorServer(std::unique_ptr<ListeningPort> port, const std::string& address,
                                const CollectorParts& parts, ReportDesk& desk,
-                               const CollectorFacts& facts, std::filesystem::path database)
+                               const CollectorFacts& facts, std::filesystem::path database,
+                               const TransferTimes& times)
     : parts_(parts),
-      api_(parts, desk, facts),
+      api_(std::make_unique<OperatorApi>(parts, desk, facts)),
       database_(std::move(database)),
       port_(std::move(port)),
+      requests_(std::make_unique<RequestServer>()),
+      times_(times),
       threads_(kMostConnections) {
-  requests_.set_keep_alive_max_count(kMostRequestsOfOne);
-  requests_.set_default_headers({{"Content-Security-Policy", kContentPolicy},
-                                 {"X-Content-Type-Options", "nosniff"},
-                                 {"Referrer-Policy", "no-referrer"}});
+  requests_->set_keep_alive_max_count(kMostRequestsOfOne);
+  requests_->set_default_headers({{"Content-Security-Policy", kContentPolicy},
+                                  {"X-Content-Type-Options", "nosniff"},
+                                  {"Referrer-Policy", "no-referrer"}});
   guard(address);
   routeReports();
   routeFaults();
@@ -169,21 +189,21 @@ OperatorServer::~OperatorServer() { stop(); }
 void OperatorServer::start() {
   port_->start([this](OwnedSocket connection) {
     threads_.serve(std::move(connection), [this](int socket) {
-      ConnectionStream stream(socket);
-      requests_.serve(stream, kPatience);
+      ConnectionStream stream(socket, times_);
+      requests_->serve(stream);
       stream.close();
     });
   });
 }
 
 void OperatorServer::stop() {
-  requests_.endBodies();
+  requests_->endBodies();
   port_.reset();
   threads_.stop();
 }
 
 void OperatorServer::guard(const std::string& address) {
-  requests_.set_pre_routing_handler(
+  requests_->set_pre_routing_handler(
       [guard = RequestGuard(address)](const Request& request, Response& response) {
         response.status = refusalOfUnbounded(request);
         if (response.status != 0) return httplib::Server::HandlerResponse::Handled;
@@ -194,7 +214,7 @@ void OperatorServer::guard(const std::string& address) {
         }
         return respondWithPage(request, response);
       });
-  requests_.set_error_handler([this](const Request& request, Response& response) {
+  requests_->set_error_handler([this](const Request& request, Response& response) {
     ConnectionStream::current().endAfterAnswer();
     response.set_header("Connection", "close");
     completeError(request, response);
@@ -203,25 +223,25 @@ void OperatorServer::guard(const std::string& address) {
 
 void OperatorServer::routeReports() {
   add("GET", "/api/status",
-      [this](const Request&, Response& response) { respond(response, kOk, api_.status()); });
+      [this](const Request&, Response& response) { respond(response, kOk, api_->status()); });
   add("GET", "/api/reports", [this](const Request& request, Response& response) {
-    respond(response, kOk, api_.reports(request.params));
+    respond(response, kOk, api_->reports(request.params));
   });
   add("GET", "/api/reports/{id}", [this](const Request& request, Response& response) {
-    respond(response, kOk, api_.report(identifierOf<std::int64_t>(request)));
+    respond(response, kOk, api_->report(identifierOf<std::int64_t>(request)));
   });
   add("DELETE", "/api/reports", [this](const Request&, Response& response) {
-    api_.clearReports();
+    api_->clearReports();
     response.status = kNoContent;
   });
   add("POST", "/api/wait", [this](const Request& request, Response& response) {
-    const WaitResult result = api_.wait(bodyOf(request));
-    respond(response, result.satisfied ? kOk : kRequestTimeout, result.body);
+    const json result = api_->wait(bodyOf(request));
+    respond(response, result.at("satisfied") ? kOk : kRequestTimeout, result);
   });
   add("GET", "/api/summary",
-      [this](const Request&, Response& response) { respond(response, kOk, api_.summary()); });
+      [this](const Request&, Response& response) { respond(response, kOk, api_->summary()); });
   add("GET", "/api/timeline", [this](const Request& request, Response& response) {
-    respond(response, kOk, api_.timeline(request.params));
+    respond(response, kOk, api_->timeline(request.params));
   });
   add("GET", "/api/export",
       [this](const Request& request, Response& response) { respondWithExport(request, response); });
@@ -234,45 +254,48 @@ void OperatorServer::routeReports() {
 
 void OperatorServer::routeFaults() {
   add("GET", "/api/faults",
-      [this](const Request&, Response& response) { respond(response, kOk, api_.faults()); });
+      [this](const Request&, Response& response) { respond(response, kOk, api_->faults()); });
   add("POST", "/api/faults", [this](const Request& request, Response& response) {
-    respond(response, kCreated, api_.addFault(bodyOf(request)));
+    respond(response, kCreated, api_->addFault(bodyOf(request)));
   });
   add("DELETE", "/api/faults", [this](const Request&, Response& response) {
-    api_.clearFaults();
+    api_->clearFaults();
     response.status = kNoContent;
   });
   add("DELETE", "/api/faults/{id}", [this](const Request& request, Response& response) {
-    api_.removeFault(identifierOf<int>(request));
+    api_->removeFault(identifierOf<int>(request));
     response.status = kNoContent;
   });
 }
 
 void OperatorServer::routeSettings() {
   add("GET", "/api/settings",
-      [this](const Request&, Response& response) { respond(response, kOk, api_.settings()); });
+      [this](const Request&, Response& response) { respond(response, kOk, api_->settings()); });
   add("PUT", "/api/settings", [this](const Request& request, Response& response) {
-    respond(response, kOk, api_.setSettings(bodyOf(request)));
+    respond(response, kOk, api_->setSettings(bodyOf(request)));
   });
-  add("DELETE", "/api/settings",
-      [this](const Request&, Response& response) { respond(response, kOk, api_.resetSettings()); });
+  add("DELETE", "/api/settings", [this](const Request&, Response& response) {
+    respond(response, kOk, api_->resetSettings());
+  });
   add("POST", "/api/settings/lint", [this](const Request& request, Response& response) {
-    respond(response, kOk, api_.lint(bodyOf(request)));
+    respond(response, kOk, api_->lint(bodyOf(request)));
   });
 }
 
-// "{id}" in a path stands for a number.
 void OperatorServer::add(const char* method, const char* path, const Handler& handler) {
   routes_.push_back({method, path});
-  const std::string pattern = std::regex_replace(path, std::regex("\\{id\\}"), kIdentifier);
+  std::string pattern = path;
+  if (pattern.ends_with(kIdentifier)) {
+    pattern.replace(pattern.size() - kIdentifier.size(), kIdentifier.size(), kIdentifierPattern);
+  }
   const auto guarded = [handler](const Request& request, Response& response) {
     attempt([&] { handler(request, response); }, response);
   };
   const std::string_view name = method;
-  if (name == "GET") requests_.Get(pattern, guarded);
-  if (name == "POST") requests_.Post(pattern, guarded);
-  if (name == "PUT") requests_.Put(pattern, guarded);
-  if (name == "DELETE") requests_.Delete(pattern, guarded);
+  if (name == "GET") requests_->Get(pattern, guarded);
+  if (name == "POST") requests_->Post(pattern, guarded);
+  if (name == "PUT") requests_->Put(pattern, guarded);
+  if (name == "DELETE") requests_->Delete(pattern, guarded);
 }
 
 void OperatorServer::respondWithExport(const Request& request, Response& response) {
@@ -303,10 +326,7 @@ void OperatorServer::completeError(const Request& request, Response& response) c
 }
 
 bool OperatorServer::isKnownPath(const std::string& path) const {
-  return std::ranges::any_of(routes_, [&](const Route& route) {
-    const std::string pattern = std::regex_replace(route.path, std::regex("\\{id\\}"), kIdentifier);
-    return std::regex_match(path, std::regex(pattern));
-  });
+  return std::ranges::any_of(routes_, [&](const Route& route) { return isPath(path, route.path); });
 }
 
 }  // namespace zln::collector

@@ -3,16 +3,24 @@
 #include <filesystem>
 #include <functional>
 #include <memory>
-#include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
 #include "collector/connection_threads.h"
 #include "collector/listening_port.h"
-#include "collector/operator_api.h"
-#include "collector/request_server.h"
+#include "collector/report_desk.h"
+#include "collector/transfer_times.h"
+
+namespace httplib {
+struct Request;
+struct Response;
+}  // namespace httplib
 
 namespace zln::collector {
+
+class OperatorApi;
+class RequestServer;
+struct CollectorFacts;
 
 // The side that people and programs of this machine see: the page and the interface for programs,
 // over plain HTTP. Faults do not touch it.
@@ -27,7 +35,7 @@ class OperatorServer {
   // `address` is the one that the port listens on.
   OperatorServer(std::unique_ptr<ListeningPort> port, const std::string& address,
                  const CollectorParts& parts, ReportDesk& desk, const CollectorFacts& facts,
-                 std::filesystem::path database);
+                 std::filesystem::path database, const TransferTimes& times = {});
   ~OperatorServer();
 
   void start();
@@ -50,11 +58,12 @@ class OperatorServer {
   bool isKnownPath(const std::string& path) const;
 
   const CollectorParts parts_;
-  OperatorApi api_;
+  const std::unique_ptr<OperatorApi> api_;
   const std::filesystem::path database_;
   std::unique_ptr<ListeningPort> port_;
   std::vector<Route> routes_;
-  RequestServer requests_;
+  const std::unique_ptr<RequestServer> requests_;
+  const TransferTimes times_;
   ConnectionThreads threads_;
 };
 

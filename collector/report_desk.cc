@@ -5,8 +5,10 @@
 #include <utility>
 
 #include "collector/fault_effects.h"
+#include "collector/json.h"
 #include "collector/json_object.h"
 #include "collector/report_line.h"
+#include "collector/report_store.h"
 
 namespace zln::collector {
 namespace {

@@ -2,7 +2,7 @@
 
 #include <cstdint>
 #include <mutex>
-#include <nlohmann/json.hpp>
+#include <nlohmann/json_fwd.hpp>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -10,7 +10,6 @@
 #include "collector/event_stream.h"
 #include "collector/fault_list.h"
 #include "collector/line_printer.h"
-#include "collector/report_store.h"
 #include "collector/settings_values.h"
 
 namespace zln::collector {
@@ -22,6 +21,9 @@ struct Reply {
   std::optional<Fault> fault = {};          // How the answer is to be spoiled.
   std::optional<std::int64_t> report = {};  // The report that it is the answer to.
 };
+
+class ReportStore;
+struct Added;
 
 // What stands behind the servers. All of it may be called by any thread.
 struct CollectorParts {

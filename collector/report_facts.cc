@@ -2,6 +2,8 @@
 
 #include <string_view>
 
+#include "collector/json.h"
+
 namespace zln::collector {
 namespace {
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <charconv>
 
+#include "collector/json.h"
 #include "collector/printable_text.h"
 
 namespace zln::collector {

@@ -6,6 +6,7 @@
 #include <utility>
 #include <vector>
 
+#include "collector/json.h"
 #include "collector/json_object.h"
 #include "collector/report_kinds.h"
 #include "collector/report_row.h"

@@ -2,12 +2,12 @@
 
 #include <cstdint>
 #include <map>
-#include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "collector/database.h"
+#include "collector/json.h"
 #include "collector/report_row.h"
 
 namespace zln::collector {

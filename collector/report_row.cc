@@ -6,6 +6,7 @@
 #include <iterator>
 #include <utility>
 
+#include "collector/json.h"
 #include "collector/json_object.h"
 
 namespace zln::collector {

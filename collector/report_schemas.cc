@@ -14,6 +14,7 @@
 #include <valijson/validation_results.hpp>
 #include <valijson/validator.hpp>
 
+#include "collector/json.h"
 #include "collector/printable_text.h"
 
 namespace zln::collector {

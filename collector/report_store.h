@@ -4,11 +4,11 @@
 #include <filesystem>
 #include <functional>
 #include <memory>
-#include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "collector/json.h"
 #include "collector/kept_reports.h"
 #include "collector/report_queries.h"
 #include "collector/report_row.h"

@@ -6,6 +6,7 @@
 #include <stdexcept>
 #include <utility>
 
+#include "collector/json.h"
 #include "collector/report_database.h"
 
 namespace zln::collector {

@@ -1,6 +1,7 @@
 #include "collector/request_guard.h"
 
 #include <arpa/inet.h>
+#include <httplib.h>
 
 #include <algorithm>
 #include <cctype>

@@ -1,9 +1,11 @@
 #pragma once
 
-#include <httplib.h>
-
 #include <optional>
 #include <string>
+
+namespace httplib {
+struct Request;
+}  // namespace httplib
 
 namespace zln::collector {
 

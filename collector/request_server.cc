@@ -31,9 +31,9 @@ RequestServer::RequestServer() {
   });
 }
 
-void RequestServer::serve(ConnectionStream& connection, std::chrono::milliseconds patience) {
+void RequestServer::serve(ConnectionStream& connection) {
   for (std::size_t left = keep_alive_max_count_; left > 0 && !connection.isEnding(); --left) {
-    if (!connection.waitForRequest(patience)) return;
+    if (!connection.waitForRequest()) return;
     bool isLast = left == 1;
     if (!process_request(connection, isLast, isLast, adjust) || isLast) return;
   }

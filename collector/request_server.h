@@ -1,7 +1,5 @@
 #pragma once
 
-#include <chrono>
-
 #include "collector/connection_stream.h"
 
 namespace zln::collector {
@@ -12,9 +10,8 @@ class RequestServer : public httplib::Server {
  public:
   RequestServer();
 
-  // Answers the requests of a connection, one after the other. `patience` is what it waits for
-  // each.
-  void serve(ConnectionStream& connection, std::chrono::milliseconds patience);
+  // Answers the requests of a connection, one after the other.
+  void serve(ConnectionStream& connection);
   // Ends bodies that are made piece by piece. Any thread may call it.
   void endBodies();
 };

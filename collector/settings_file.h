@@ -1,7 +1,8 @@
 #pragma once
 
 #include <filesystem>
-#include <nlohmann/json.hpp>
+#include <memory>
+#include <nlohmann/json_fwd.hpp>
 
 namespace zln::collector {
 
@@ -9,7 +10,7 @@ namespace zln::collector {
 // time.
 class SettingsFile {
  public:
-  SettingsFile() = default;
+  SettingsFile();
   // Throws std::invalid_argument with a text for people when the file holds no JSON object.
   explicit SettingsFile(std::filesystem::path path);
 
@@ -22,7 +23,7 @@ class SettingsFile {
 
  private:
   std::filesystem::path path_;
-  nlohmann::json settings_ = nlohmann::json::object();
+  std::shared_ptr<const nlohmann::json> settings_;
   bool broken_ = false;
 };
 

@@ -9,6 +9,8 @@
 #include <string>
 #include <string_view>
 
+#include "collector/json.h"
+
 namespace zln::collector {
 namespace {
 

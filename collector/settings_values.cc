@@ -3,6 +3,7 @@
 #include <stdexcept>
 #include <utility>
 
+#include "collector/json.h"
 #include "collector/settings_lint.h"
 
 namespace zln::collector {
@@ -32,7 +33,7 @@ void SettingsValues::set(json values) {
     throw std::invalid_argument("\"values\" may have 64 KiB");
   }
   const std::lock_guard lock(mutex_);
-  set_ = std::move(values);
+  set_ = std::make_shared<const json>(std::move(values));
 }
 
 void SettingsValues::reset() {

@@ -1,9 +1,9 @@
 #pragma once
 
+#include <memory>
 #include <mutex>
-#include <nlohmann/json.hpp>
-#include <optional>
-#include <string>
+#include <nlohmann/json_fwd.hpp>
+#include <utility>
 
 #include "collector/settings_file.h"
 
@@ -31,7 +31,7 @@ class SettingsValues {
 
   std::mutex mutex_;
   SettingsFile file_;
-  std::optional<nlohmann::json> set_;
+  std::shared_ptr<const nlohmann::json> set_;  // Null while the file counts.
 };
 
 }  // namespace zln::collector

@@ -1,24 +1,22 @@
 #include "collector/tls_stream.h"
 
 #include <openssl/err.h>
+#include <openssl/ssl.h>
 #include <poll.h>
 
 #include <new>
 
 namespace zln::collector {
-namespace {
 
-constexpr auto kHandshakeTime = std::chrono::seconds(10);
-
-}  // namespace
-
-TlsStream::TlsStream(int socket, SSL_CTX& context)
-    : ConnectionStream(socket), tls_(SSL_new(&context), &SSL_free) {
+TlsStream::TlsStream(int socket, SSL_CTX& context, const TransferTimes& times)
+    : ConnectionStream(socket, times),
+      handshakeTime_(times.handshake),
+      tls_(SSL_new(&context), &SSL_free) {
   if (!tls_ || SSL_set_fd(tls_.get(), socket) != 1) throw std::bad_alloc();
 }
 
 bool TlsStream::shakeHands() {
-  const auto deadline = Clock::now() + kHandshakeTime;
+  const auto deadline = Clock::now() + handshakeTime_;
   while (true) {
     ERR_clear_error();
     const int result = SSL_accept(tls_.get());

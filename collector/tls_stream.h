@@ -1,10 +1,11 @@
 #pragma once
 
-#include <openssl/ssl.h>
-
 #include <memory>
 
 #include "collector/connection_stream.h"
+
+struct ssl_ctx_st;
+struct ssl_st;
 
 namespace zln::collector {
 
@@ -12,7 +13,7 @@ namespace zln::collector {
 class TlsStream : public ConnectionStream {
  public:
   // The identity comes from the context.
-  TlsStream(int socket, SSL_CTX& context);
+  TlsStream(int socket, ssl_ctx_st& context, const TransferTimes& times);
 
   // Agrees with the client on the encryption. False when that fails or takes too long.
   bool shakeHands();
@@ -25,7 +26,8 @@ class TlsStream : public ConnectionStream {
  private:
   Step outcome(int result, std::size_t bytes);
 
-  std::unique_ptr<SSL, decltype(&SSL_free)> tls_;
+  const std::chrono::milliseconds handshakeTime_;
+  const std::unique_ptr<ssl_st, void (*)(ssl_st*)> tls_;
 };
 
 }  // namespace zln::collector

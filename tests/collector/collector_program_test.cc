@@ -15,11 +15,11 @@
 #include <fstream>
 #include <iterator>
 #include <memory>
-#include <nlohmann/json.hpp>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "collector/json.h"
 #include "collector/owned_socket.h"
 #include "tests/collector/small_pipe.h"
 #include "tests/support/temporary_folder.h"

@@ -39,22 +39,23 @@ TEST_F(ConnectionStreamTest, ReadsWhatTheClientSends) {
   say("GET");
   char bytes[8] = "";
 
-  EXPECT_TRUE(stream.waitForRequest(kLong));
+  EXPECT_TRUE(stream.waitForRequest());
   EXPECT_EQ(3, stream.read(bytes, sizeof bytes));
 
   EXPECT_STREQ("GET", bytes);
 }
 
 TEST_F(ConnectionStreamTest, WaitsForARequestNoLongerThanAskedTo) {
-  ConnectionStream stream(own_.get());
+  ConnectionStream stream(own_.get(), {.idle = milliseconds(1)});
 
-  EXPECT_FALSE(stream.waitForRequest(milliseconds(1)));
+  EXPECT_FALSE(stream.waitForRequest());
 
   EXPECT_TRUE(stream.isEnding());
 }
 
 TEST_F(ConnectionStreamTest, GivesARequestItsTimeAsAWhole) {
-  ConnectionStream stream(own_.get(), {.request = milliseconds(200), .write = kLong});
+  ConnectionStream stream(own_.get(),
+                          {.idle = kLong, .request = milliseconds(200), .write = kLong});
   std::atomic<bool> ended = false;
   std::atomic<int> said = 0;
   std::thread slow([&] {
@@ -64,7 +65,7 @@ TEST_F(ConnectionStreamTest, GivesARequestItsTimeAsAWhole) {
     }
     ::shutdown(client_.get(), SHUT_WR);
   });
-  EXPECT_TRUE(stream.waitForRequest(kLong));
+  EXPECT_TRUE(stream.waitForRequest());
 
   char byte = 0;
   while (stream.read(&byte, 1) == 1) continue;
@@ -86,7 +87,7 @@ TEST_F(ConnectionStreamTest, GivesUpAClientThatTakesNoAnswer) {
 TEST_F(ConnectionStreamTest, TakesARequestOfABoundedSize) {
   ConnectionStream stream(own_.get());
   say("a");
-  EXPECT_TRUE(stream.waitForRequest(kLong));
+  EXPECT_TRUE(stream.waitForRequest());
   std::thread endless([this] {
     const std::string piece(64 * 1024, 'a');
     for (int i = 0; i < 32 * 16; ++i) {

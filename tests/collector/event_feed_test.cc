@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <httplib.h>
 
 #include <atomic>
 #include <chrono>
@@ -14,6 +15,8 @@
 #include <thread>
 #include <vector>
 
+#include "collector/event_stream.h"
+#include "collector/fault_list.h"
 #include "tests/collector/running_collector.h"
 
 namespace zln::collector {
@@ -114,10 +117,8 @@ TEST(EventFeedTest, TellsOfAClearingInItsPlace) {
     if (event->report) told.insert(*event->report);
     if (event->text.starts_with("event: cleared")) told.clear();
   }
-  ReportQuery all;
-  all.limit = 1000;
   std::set<std::int64_t> stored;
-  for (const ReportRow& row : collector.parts().store.list(all).reports) stored.insert(row.id);
+  for (const ReportRow& row : collector.rows()) stored.insert(row.id);
   EXPECT_EQ(stored, told);
   collector.parts().events.leave(listener);
 }
@@ -126,11 +127,10 @@ TEST(EventFeedTest, TellsOfAmendedReports) {
   RunningCollector collector;
   Follower follower(collector);
   follower.textWith("connected");
-  collector.addFault({{"effect", "stall"}, {"seconds", 0.3}});
-  const auto client = collector.game();
-  client->set_read_timeout(0, 100000);
+  const int id = collector.addFault(R"({"effect":"stall","seconds":3000})");
+  collector.leaveDuringAnswer();
 
-  client->Post("/session", adAttempt(), "application/json");
+  collector.parts().faults.remove(id);
 
   EXPECT_THAT(follower.textWith("event: amended"), HasSubstr("event: amended\ndata: {"));
 }
@@ -162,8 +162,7 @@ TEST(EventFeedTest, SendsTheReportsThatWereMissedFirst) {
 TEST(EventFeedTest, SaysSoWhenTooManyWereMissed) {
   RunningCollector collector;
   for (int i = 0; i < 1002; ++i) {
-    collector.parts().store.add("{}",
-                                [](const ReportRow&, const nlohmann::json&) { return Answer(); });
+    collector.desk().takeReport("{}");
   }
 
   Follower far(collector, {{"Last-Event-ID", "1"}});

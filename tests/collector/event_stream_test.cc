@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "collector/json.h"
+
 namespace zln::collector {
 namespace {
 
@@ -26,11 +28,7 @@ TEST(EventStreamTest, TellsAllListenersInOrder) {
   const auto other = events.listen();
 
   events.publish(
-      "report",
-      [] {
-        return json{{"id", 7}};
-      },
-      7);
+      "report", [] { return json::parse(R"({"id":7})"); }, 7);
   events.publish("cleared", [] { return json::object(); });
 
   for (const auto& listener : {one, other}) {

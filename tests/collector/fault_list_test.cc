@@ -7,12 +7,13 @@
 #include <future>
 #include <stdexcept>
 #include <string>
+#include <string_view>
+
+#include "tests/collector/shown.h"
 
 namespace zln::collector {
 namespace {
 
-using nlohmann::json;
-using testing::HasSubstr;
 using testing::SizeIs;
 
 constexpr char kAd[] = "ad-attempt";
@@ -24,10 +25,10 @@ double hitsIn(const std::string& pattern) {
 
 class FaultListTest : public testing::Test {
  protected:
-  int add(const json& fault) { return faults_.add(parseFault(fault)).id; }
+  int add(const Json& fault) { return faults_.add(parseFault(fault)).id; }
 
   // The fault that acts on a request, 0 for none.
-  int actingOn(std::string_view type, const json& body = json::object()) {
+  int actingOn(std::string_view type, const Json& body = "{}") {
     const auto fault = faults_.takeForRequest(type, body);
     return fault ? fault->id : 0;
   }
@@ -45,45 +46,45 @@ class FaultListTest : public testing::Test {
 TEST_F(FaultListTest, HasNoneAtFirst) {
   EXPECT_EQ(0, actingOn(kAd));
   EXPECT_EQ(std::nullopt, faults_.takeForConnection(std::nullopt));
-  EXPECT_EQ(json::array(), faults_.list());
+  EXPECT_EQ("[]", shown(faults_).text());
 }
 
 TEST_F(FaultListTest, LetsTheFirstThatAppliesAct) {
-  add({{"effect", "empty"}, {"types", {"config"}}});
-  add({{"effect", "empty"}, {"match", {{"network", "Flicker"}}}});
-  add({{"effect", "empty"}});
-  add({{"effect", "garbage"}});
+  add(R"({"effect":"empty","types":["config"]})");
+  add(R"({"effect":"empty","match":{"network":"Flicker"}})");
+  add(R"({"effect":"empty"})");
+  add(R"({"effect":"garbage"})");
 
   EXPECT_EQ(1, actingOn("config"));
-  EXPECT_EQ(2, actingOn(kAd, {{"network", "Flicker"}, {"fill", true}}));
-  EXPECT_EQ(3, actingOn(kAd, {{"network", "Sunrise"}}));
-  EXPECT_EQ(3, actingOn("unknown", json()));
+  EXPECT_EQ(2, actingOn(kAd, R"({"network":"Flicker","fill":true})"));
+  EXPECT_EQ(3, actingOn(kAd, R"({"network":"Sunrise"})"));
+  EXPECT_EQ(3, actingOn("unknown", "null"));
 }
 
 TEST_F(FaultListTest, ComparesMembersByValue) {
-  add({{"effect", "empty"}, {"match", {{"fill", true}, {"count", 1}}}});
+  add(R"({"effect":"empty","match":{"fill":true,"count":1}})");
 
-  EXPECT_EQ(1, actingOn(kAd, {{"fill", true}, {"count", 1.0}}));
-  EXPECT_EQ(0, actingOn(kAd, {{"fill", true}}));
-  EXPECT_EQ(0, actingOn(kAd, {{"fill", "true"}, {"count", 1}}));
+  EXPECT_EQ(1, actingOn(kAd, R"({"fill":true,"count":1.0})"));
+  EXPECT_EQ(0, actingOn(kAd, R"({"fill":true})"));
+  EXPECT_EQ(0, actingOn(kAd, R"({"fill":"true","count":1})"));
 }
 
 TEST_F(FaultListTest, CountsOff) {
-  add({{"effect", "empty"}, {"times", 2}});
+  add(R"({"effect":"empty","times":2})");
 
   EXPECT_EQ("xx..", pattern(4));
-  EXPECT_EQ(0, faults_.list()[0]["left"]);
-  EXPECT_EQ(2, faults_.list()[0]["hits"]);
+  EXPECT_EQ("0", shown(faults_)["0/left"]);
+  EXPECT_EQ("2", shown(faults_)["0/hits"]);
 }
 
 TEST_F(FaultListTest, ActsOnTheSameShareForTheSameSeed) {
-  add({{"effect", "empty"}, {"share", 0.3}, {"seed", 7}});
+  add(R"({"effect":"empty","share":0.3,"seed":7})");
   const std::string seven = pattern(1000);
   faults_.clear();
-  add({{"effect", "empty"}, {"share", 0.3}, {"seed", 7}});
+  add(R"({"effect":"empty","share":0.3,"seed":7})");
   const std::string sevenAgain = pattern(1000);
   faults_.clear();
-  add({{"effect", "empty"}, {"share", 0.3}, {"seed", 8}});
+  add(R"({"effect":"empty","share":0.3,"seed":8})");
   const std::string eight = pattern(1000);
 
   EXPECT_EQ(seven, sevenAgain);
@@ -93,42 +94,42 @@ TEST_F(FaultListTest, ActsOnTheSameShareForTheSameSeed) {
 }
 
 TEST_F(FaultListTest, TakesNoneAndAllAsShares) {
-  add({{"effect", "empty"}, {"share", 0}});
+  add(R"({"effect":"empty","share":0})");
   EXPECT_EQ("....................", pattern(20));
   faults_.clear();
-  add({{"effect", "empty"}, {"share", 1}});
+  add(R"({"effect":"empty","share":1})");
   EXPECT_EQ("xxxxxxxxxxxxxxxxxxxx", pattern(20));
 }
 
 TEST_F(FaultListTest, PassesARequestOnThatIsInNoShare) {
-  add({{"effect", "empty"}, {"share", 0}});
-  add({{"effect", "garbage"}});
+  add(R"({"effect":"empty","share":0})");
+  add(R"({"effect":"garbage"})");
 
   EXPECT_EQ(2, actingOn(kAd));
 }
 
 TEST_F(FaultListTest, ForgetsFaults) {
-  const int one = add({{"effect", "empty"}});
-  const int other = add({{"effect", "empty"}});
+  const int one = add(R"({"effect":"empty"})");
+  const int other = add(R"({"effect":"empty"})");
 
   EXPECT_TRUE(faults_.remove(one));
   EXPECT_FALSE(faults_.remove(one));
   EXPECT_EQ(other, actingOn(kAd));
   faults_.clear();
   EXPECT_EQ(0, actingOn(kAd));
-  EXPECT_EQ(3, add({{"effect", "empty"}}));
+  EXPECT_EQ(3, add(R"({"effect":"empty"})"));
 }
 
 TEST_F(FaultListTest, KeepsConnectionsAndRequestsApart) {
-  add({{"effect", "cut-before"}});
-  add({{"effect", "empty"}});
+  add(R"({"effect":"cut-before"})");
+  add(R"({"effect":"empty"})");
 
   EXPECT_EQ(2, actingOn(kAd));
   EXPECT_EQ(1, faults_.takeForConnection(std::nullopt)->id);
 }
 
 TEST_F(FaultListTest, KnowsTheTypeOfAConnectionOnSeparatePortsAlone) {
-  const Fault fault = parseFault({{"effect", "expired-certificate"}, {"types", {"config"}}});
+  const Fault fault = parseFault(Json(R"({"effect":"expired-certificate","types":["config"]})"));
   FaultList separate(/*separatePorts=*/true);
 
   separate.add(fault);
@@ -139,22 +140,22 @@ TEST_F(FaultListTest, KnowsTheTypeOfAConnectionOnSeparatePortsAlone) {
 }
 
 TEST_F(FaultListTest, HoldsABoundedNumber) {
-  add({{"effect", "empty"}, {"times", 1}});
-  for (int i = 1; i < 64; ++i) add({{"effect", "empty"}});
-  EXPECT_THROW(add({{"effect", "empty"}}), std::invalid_argument);
+  add(R"({"effect":"empty","times":1})");
+  for (int i = 1; i < 64; ++i) add(R"({"effect":"empty"})");
+  EXPECT_THROW(add(R"({"effect":"empty"})"), std::invalid_argument);
 
   actingOn(kAd);  // The first has acted so often as it was to.
 
-  EXPECT_EQ(65, add({{"effect", "empty"}}));
-  EXPECT_THAT(faults_.list(), SizeIs(64));
+  EXPECT_EQ(65, add(R"({"effect":"empty"})"));
+  EXPECT_THAT(shown(faults_).each("", "id"), SizeIs(64));
 }
 
 TEST_F(FaultListTest, HoldsUntilTheTimeIsOver) {
-  EXPECT_TRUE(faults_.hold(add({{"effect", "delay"}}), 0.01));
+  EXPECT_TRUE(faults_.hold(add(R"({"effect":"delay"})"), 0.01));
 }
 
 TEST_F(FaultListTest, HoldsUntilTheFaultIsOff) {
-  const int id = add({{"effect", "delay"}});
+  const int id = add(R"({"effect":"delay"})");
   auto holding = std::async(std::launch::async, [&] { return faults_.hold(id, kHeld); });
 
   faults_.remove(id);
@@ -163,7 +164,7 @@ TEST_F(FaultListTest, HoldsUntilTheFaultIsOff) {
 }
 
 TEST_F(FaultListTest, HoldsNoLongerThanTheProgramRuns) {
-  const int id = add({{"effect", "delay"}});
+  const int id = add(R"({"effect":"delay"})");
   auto holding = std::async(std::launch::async, [&] { return faults_.hold(id, kHeld); });
 
   faults_.endHolds();

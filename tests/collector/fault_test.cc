@@ -6,16 +6,19 @@
 #include <stdexcept>
 #include <string>
 
+#include "tests/collector/shown.h"
+
 namespace zln::collector {
 namespace {
 
-using nlohmann::json;
 using testing::ElementsAre;
 using testing::HasSubstr;
 
-std::string complaintAbout(const json& fault) {
+Fault faultFrom(const std::string& text) { return parseFault(Json(text)); }
+
+std::string complaintAbout(const std::string& text) {
   try {
-    parseFault(fault);
+    faultFrom(text);
     return "";
   } catch (const std::invalid_argument& failure) {
     return failure.what();
@@ -32,16 +35,13 @@ std::string complaintAboutSpec(const std::string& spec) {
 }
 
 TEST(FaultTest, IsReadFromJson) {
-  const Fault fault = parseFault({{"effect", "delay"},
-                                  {"types", {"ad-attempt", "config"}},
-                                  {"match", {{"network", "Flicker"}}},
-                                  {"seconds", 0.5},
-                                  {"share", 0.25},
-                                  {"seed", 7}});
+  const Fault fault = faultFrom(R"({"effect":"delay", "types":["ad-attempt","config"],
+                                    "match":{"network":"Flicker"}, "seconds":0.5,
+                                    "share":0.25, "seed":7})");
 
   EXPECT_EQ(Effect::kDelay, fault.effect);
   EXPECT_THAT(fault.types, ElementsAre("ad-attempt", "config"));
-  EXPECT_EQ(json({{"network", "Flicker"}}), fault.match);
+  EXPECT_EQ(R"({"network":"Flicker"})", textOf(*fault.match));
   EXPECT_EQ(0.5, fault.seconds);
   EXPECT_EQ(0.25, fault.share);
   EXPECT_EQ(7u, fault.seed);
@@ -49,81 +49,77 @@ TEST(FaultTest, IsReadFromJson) {
 }
 
 TEST(FaultTest, HasDefaults) {
-  EXPECT_EQ(200, parseFault({{"effect", "empty"}}).status);
-  EXPECT_EQ(2, parseFault({{"effect", "stall"}}).seconds);
-  EXPECT_EQ("refused on demand", parseFault({{"effect", "permanent"}}).error);
-  EXPECT_FALSE(parseFault({{"effect", "redirect"}}).toHttp);
-  EXPECT_TRUE(parseFault({{"effect", "cut-after"}}).types.empty());
+  EXPECT_EQ(200, faultFrom(R"({"effect":"empty"})").status);
+  EXPECT_EQ(2, faultFrom(R"({"effect":"stall"})").seconds);
+  EXPECT_EQ("refused on demand", faultFrom(R"({"effect":"permanent"})").error);
+  EXPECT_FALSE(faultFrom(R"({"effect":"redirect"})").toHttp);
+  EXPECT_TRUE(faultFrom(R"({"effect":"cut-after"})").types.empty());
 }
 
 TEST(FaultTest, IsShownAsItWasRead) {
-  const json fault = {{"effect", "permanent"}, {"types", {"config"}}, {"match", {{"fill", true}}},
-                      {"status", 500},         {"error", "no room"},  {"times", 2}};
-  json shown = fault;
-  shown.update({{"id", 0}, {"hits", 0}, {"left", 2}});
-
-  EXPECT_EQ(shown, toJson(parseFault(fault)));
-  EXPECT_EQ(json({{"id", 0},
-                  {"hits", 0},
-                  {"effect", "redirect"},
-                  {"to", "http"},
-                  {"share", 1.0},
-                  {"seed", 1}}),
-            toJson(parseFault({{"effect", "redirect"}, {"to", "http"}, {"share", 1}})));
-  EXPECT_EQ(json({{"id", 0}, {"hits", 0}, {"effect", "delay"}, {"seconds", 2.0}}),
-            toJson(parseFault({{"effect", "delay"}})));
+  EXPECT_EQ(R"({"effect":"permanent","error":"no room","hits":0,"id":0,"left":2,)"
+            R"("match":{"fill":true},"status":500,"times":2,"types":["config"]})",
+            shown(faultFrom(R"({"effect":"permanent", "types":["config"], "match":{"fill":true},
+                                "status":500, "error":"no room", "times":2})"))
+                .text());
+  EXPECT_EQ(R"({"effect":"redirect","hits":0,"id":0,"seed":1,"share":1.0,"to":"http"})",
+            shown(faultFrom(R"({"effect":"redirect","to":"http","share":1,"match":{}})")).text());
+  EXPECT_EQ(R"({"effect":"delay","hits":0,"id":0,"seconds":2.0})",
+            shown(faultFrom(R"({"effect":"delay"})")).text());
 }
 
 TEST(FaultTest, NeedsAnEffectThatThereIs) {
-  EXPECT_EQ("a fault is a JSON object", complaintAbout("delay"));
-  EXPECT_THAT(complaintAbout(json::object()), HasSubstr("needs an \"effect\": temporary, "));
-  EXPECT_THAT(complaintAbout({{"effect", 5}}), HasSubstr("needs an \"effect\""));
-  EXPECT_THAT(complaintAbout({{"effect", "explode"}}), HasSubstr("\"explode\" is no effect: "));
-  EXPECT_THAT(complaintAbout({{"effect", "status"}}), HasSubstr("needs a \"status\""));
+  EXPECT_EQ("a fault is a JSON object", complaintAbout(R"("delay")"));
+  EXPECT_THAT(complaintAbout("{}"), HasSubstr("needs an \"effect\": temporary, "));
+  EXPECT_THAT(complaintAbout(R"({"effect":5})"), HasSubstr("needs an \"effect\""));
+  EXPECT_THAT(complaintAbout(R"({"effect":"explode"})"), HasSubstr("\"explode\" is no effect: "));
+  EXPECT_THAT(complaintAbout(R"({"effect":"status"})"), HasSubstr("needs a \"status\""));
 }
 
 TEST(FaultTest, TakesNoMemberThatMeansNothing) {
-  EXPECT_EQ("the effect \"delay\" takes no \"status\"",
-            complaintAbout({{"effect", "delay"}, {"status", 200}}));
-  EXPECT_EQ("the effect \"empty\" takes no \"error\"",
-            complaintAbout({{"effect", "empty"}, {"error", "no"}}));
-  EXPECT_EQ("the effect \"cut-before\" takes no \"seconds\"",
-            complaintAbout({{"effect", "cut-before"}, {"seconds", 1}}));
-  EXPECT_EQ("the effect \"status\" takes no \"to\"",
-            complaintAbout({{"effect", "status"}, {"status", 200}, {"to", "http"}}));
-  EXPECT_EQ("the effect \"cut-before\" takes no \"match\"",
-            complaintAbout({{"effect", "cut-before"}, {"match", json::object()}}));
-  EXPECT_EQ("the effect \"empty\" takes no \"id\"",
-            complaintAbout({{"effect", "empty"}, {"id", 1}}));
+  const struct {
+    std::string effect;
+    std::string member;
+    std::string value;
+  } kCases[] = {{"delay", "status", "200"},     {"empty", "error", R"("no")"},
+                {"cut-before", "seconds", "1"}, {"status", "to", R"("http")"},
+                {"cut-before", "match", "{}"},  {"empty", "id", "1"}};
+  for (const auto& [effect, member, value] : kCases) {
+    EXPECT_EQ("the effect \"" + effect + "\" takes no \"" + member + "\"",
+              complaintAbout(R"({"effect":")" + effect + "\",\"" + member + "\":" + value + "}"));
+  }
 }
 
 TEST(FaultTest, TakesNoMemberOfAnotherKind) {
-  const auto complaintWith = [](const char* key, const json& value) {
-    json fault = {{"effect", "temporary"}};
-    fault[key] = value;
-    return complaintAbout(fault);
+  const std::string types =
+      "\"types\" must be an array with some of session-first, session-start, session-stop, "
+      "ad-attempt, ad-zone-attempt, config";
+  const std::string match = "\"match\" must be an object of at most 16 texts, numbers or booleans";
+  const struct {
+    std::string complaint;
+    std::string members;
+  } kCases[] = {
+      {types, R"("temporary","types":[])"},
+      {types, R"("temporary","types":["unknown"])"},
+      {types, R"("temporary","types":"config")"},
+      {match, R"("temporary","match":[1])"},
+      {match, R"("temporary","match":{"a":[1]})"},
+      {"\"status\" must be a number from 200 to 599", R"("temporary","status":199)"},
+      {"\"status\" must be a number from 200 to 599", R"("temporary","status":"503")"},
+      {"\"status\" must be a whole number", R"("temporary","status":200.5)"},
+      {"\"times\" must be a number from 1 to 1000000", R"("temporary","times":0)"},
+      {"\"share\" must be a number from 0 to 1", R"("temporary","share":1.5)"},
+      {"a \"seed\" needs a \"share\"", R"("temporary","seed":1)"},
+      {"\"seed\" must be a whole number that is not negative", R"("empty","share":1,"seed":-1)"},
+      {"a fault has \"times\" or a \"share\", not both", R"("empty","share":1,"times":1)"},
+      {"\"seconds\" must be a number from 0 to 3600", R"("delay","seconds":3601)"},
+      {"\"error\" must be a text of at most 1000 bytes",
+       R"("permanent","error":")" + std::string(1001, 'a') + '"'},
+      {"\"to\" must be \"https\" or \"http\"", R"("redirect","to":"ftp")"},
   };
-  EXPECT_THAT(complaintWith("types", json::array()), HasSubstr("\"types\" must be an array"));
-  EXPECT_THAT(complaintWith("types", {"unknown"}), HasSubstr("\"types\" must be an array"));
-  EXPECT_THAT(complaintWith("types", "config"), HasSubstr("\"types\" must be an array"));
-  EXPECT_THAT(complaintWith("match", {1}), HasSubstr("\"match\" must be an object"));
-  EXPECT_THAT(complaintWith("match", {{"a", {1}}}), HasSubstr("\"match\" must be an object"));
-  EXPECT_EQ("\"status\" must be a number from 200 to 599", complaintWith("status", 199));
-  EXPECT_EQ("\"status\" must be a number from 200 to 599", complaintWith("status", "503"));
-  EXPECT_EQ("\"status\" must be a whole number", complaintWith("status", 200.5));
-  EXPECT_EQ("\"times\" must be a number from 1 to 1000000", complaintWith("times", 0));
-  EXPECT_EQ("\"share\" must be a number from 0 to 1", complaintWith("share", 1.5));
-  EXPECT_EQ("a \"seed\" needs a \"share\"", complaintWith("seed", 1));
-  EXPECT_EQ("\"seed\" must be a whole number that is not negative",
-            complaintAbout({{"effect", "empty"}, {"share", 1}, {"seed", -1}}));
-  EXPECT_EQ("a fault has \"times\" or a \"share\", not both",
-            complaintAbout({{"effect", "empty"}, {"share", 1}, {"times", 1}}));
-  EXPECT_EQ("\"seconds\" must be a number from 0 to 3600",
-            complaintAbout({{"effect", "delay"}, {"seconds", 3601}}));
-  EXPECT_EQ("\"error\" must be a text of at most 1000 bytes",
-            complaintAbout({{"effect", "permanent"}, {"error", std::string(1001, 'a')}}));
-  EXPECT_EQ("\"to\" must be \"https\" or \"http\"",
-            complaintAbout({{"effect", "redirect"}, {"to", "ftp"}}));
+  for (const auto& [complaint, members] : kCases) {
+    EXPECT_EQ(complaint, complaintAbout(R"({"effect":)" + members + "}"));
+  }
 }
 
 TEST(FaultTest, IsReadFromTheCommandLine) {
@@ -134,7 +130,7 @@ TEST(FaultTest, IsReadFromTheCommandLine) {
       "type=config,error=5,times=3,status=500");
 
   EXPECT_EQ(Effect::kPermanent, fault.effect);
-  EXPECT_EQ(json({{"network", "Grumble"}, {"fill", true}, {"zoneId", "7"}}), fault.match);
+  EXPECT_EQ(R"({"fill":true,"network":"Grumble","zoneId":"7"})", textOf(*fault.match));
   EXPECT_THAT(fault.types, ElementsAre("ad-attempt", "config"));
   EXPECT_EQ("5", fault.error);
   EXPECT_EQ(3, fault.times);

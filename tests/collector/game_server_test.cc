@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <httplib.h>
 
 #include <chrono>
 #include <future>
@@ -11,19 +12,19 @@
 #include <string>
 
 #include "collector/database.h"
+#include "collector/listening_port.h"
 #include "tests/collector/running_collector.h"
 
 namespace zln::collector {
 namespace {
 
-using nlohmann::json;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::SizeIs;
 using Outcome = Answer::Outcome;
 
 constexpr char kSuccess[] = R"({"success":true})";
-constexpr char kEvent[] = "0D9AF0A5-2C9A-4F0B-8F4D-6E4C3E0E5F11";
+constexpr char kEvent[] = R"({"adEventId":"0D9AF0A5-2C9A-4F0B-8F4D-6E4C3E0E5F11"})";
 
 TEST(GameServerTest, TakesAReportAndKeepsIt) {
   RunningCollector collector;
@@ -41,7 +42,7 @@ TEST(GameServerTest, TakesInvalidReportsLikeOthers) {
   RunningCollector collector;
 
   EXPECT_EQ(kSuccess, collector.answerTo("/session", "no JSON"));
-  EXPECT_EQ(kSuccess, collector.answerTo("/session", adAttempt({{"fill", "yes"}})));
+  EXPECT_EQ(kSuccess, collector.answerTo("/session", adAttempt(R"({"fill":"yes"})")));
 
   ASSERT_THAT(collector.rows(), SizeIs(2));
   EXPECT_EQ(Verdict::kInvalid, collector.rows()[0].verdict);
@@ -52,8 +53,8 @@ TEST(GameServerTest, RefusesInvalidReportsForGoodWhenToldTo) {
   RunningCollector collector({.rejectInvalid = true});
 
   EXPECT_THAT(collector.answerTo("/session", "no JSON"), HasSubstr(R"("errorIsPermanent":true)"));
-  EXPECT_EQ(kSuccess, collector.answerTo("/session", adAttempt({{"adEventId", kEvent}})));
-  EXPECT_EQ(kSuccess, collector.answerTo("/session", adAttempt({{"adEventId", kEvent}})));
+  EXPECT_EQ(kSuccess, collector.answerTo("/session", adAttempt(kEvent)));
+  EXPECT_EQ(kSuccess, collector.answerTo("/session", adAttempt(kEvent)));
 
   ASSERT_THAT(collector.rows(), SizeIs(3));
   EXPECT_EQ(Outcome::kDropped, collector.rows()[0].answer.outcome);
@@ -80,7 +81,7 @@ TEST(GameServerTest, AnswersARequestForSettingsWithThoseOfTheMoment) {
   RunningCollector collector;
 
   EXPECT_EQ("{}", collector.answerTo("/config", "{}"));
-  collector.parts().settings.set({{"key", -1}});
+  collector.askPage({"PUT", "/api/settings", R"({"values":{"key":-1}})"});
   EXPECT_EQ(R"({"key":-1})", collector.answerTo("/config", "no JSON"));
 }
 

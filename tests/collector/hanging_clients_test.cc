@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <httplib.h>
 #include <sys/socket.h>
 
 #include <cerrno>
@@ -111,7 +112,8 @@ TEST(HangingClientsTest, GiveWayToOperatorsWhileTheySayNothing) {
 }
 
 TEST(HangingClientsTest, AreLetGoAfterAWhile) {
-  RunningCollector collector;
+  RunningCollector collector(
+      {.times = {.handshake = std::chrono::seconds(1), .idle = std::chrono::seconds(1)}});
   const OwnedSocket silentGame = connectTo(collector.gamePort());
   const OwnedSocket slowGame = connectTo(collector.gamePort(), "\x16\x03\x01");
   const OwnedSocket silentOperator = connectTo(collector.pagePort());

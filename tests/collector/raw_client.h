@@ -6,8 +6,8 @@
 
 namespace zln::collector {
 
-// Connects to a port of this machine and sends some bytes. Reading from the socket waits at most 20
-// seconds.
+// Connects to a port of this machine and sends some bytes. Reading from the socket waits at most a
+// minute.
 OwnedSocket connectTo(int port, std::string_view firstBytes = "");
 
 }  // namespace zln::collector

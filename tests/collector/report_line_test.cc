@@ -2,30 +2,30 @@
 
 #include <gtest/gtest.h>
 
+#include <optional>
+#include <string>
+
 #include "collector/printable_text.h"
+#include "tests/collector/json_text.h"
 
 namespace zln::collector {
 namespace {
 
-using nlohmann::json;
 using Outcome = Answer::Outcome;
 
-json sessionReport(const char* type) {
-  return {{"type", type},
-          {"sessionId", "56576270-4B32-4851-97C2-4BF7D9DF705C"},
-          {"bundleId", "com.example.game"},
-          {"appVersion", "1.4.2"},
-          {"mwVersion", "3.2.1"},
-          {"userId", "3E7DE0B0-EC24-4FF5-9556-752F3E7386F8"},
-          {"totalDuration", 5.25}};
+std::string sessionReport(const std::string& type) {
+  return R"({"sessionId":"56576270-4B32-4851-97C2-4BF7D9DF705C","bundleId":"com.example.game",
+             "appVersion":"1.4.2","mwVersion":"3.2.1","totalDuration":5.25,
+             "userId":"3E7DE0B0-EC24-4FF5-9556-752F3E7386F8","type":")" +
+         type + R"("})";
 }
 
-std::string describe(const json& report) { return describeReport(report, 0); }
+std::string describe(const Json& report) { return describeReport(report, 0); }
 
 std::string lineWith(Outcome outcome, const std::optional<Fault>& fault = {}) {
   ReportRow row;
   row.answer.outcome = outcome;
-  return reportLine({{"type", "other"}}, row, fault);
+  return reportLine(Json(R"({"type":"other"})"), row, fault);
 }
 
 Fault faultWith(Effect effect) {
@@ -51,19 +51,16 @@ TEST(ReportLineTest, TellsOfAStoppedSessionHowLongItWas) {
 }
 
 TEST(ReportLineTest, TellsOfAnAdAttempt) {
-  EXPECT_EQ("ad attempt       banner by Sunrise, filled", describe({{"type", "ReportTypeAdAttempt"},
-                                                                    {"adType", "banner"},
-                                                                    {"network", "Sunrise"},
-                                                                    {"fill", true}}));
+  EXPECT_EQ(
+      "ad attempt       banner by Sunrise, filled",
+      describe(
+          R"({"type":"ReportTypeAdAttempt","adType":"banner","network":"Sunrise","fill":true})"));
 }
 
 TEST(ReportLineTest, TellsOfAnAdZoneAttemptItsZone) {
   EXPECT_EQ("ad zone attempt  rewarded by Meteor in zone extra life, not filled",
-            describe({{"type", "ReportTypeAdZoneAttempt"},
-                      {"adType", "rewarded"},
-                      {"network", "Meteor"},
-                      {"zoneId", "extra life"},
-                      {"fill", false}}));
+            describe(R"({"type":"ReportTypeAdZoneAttempt","adType":"rewarded","network":"Meteor",
+                         "zoneId":"extra life","fill":false})"));
 }
 
 TEST(ReportLineTest, TellsTheAnswer) {
@@ -89,22 +86,21 @@ TEST(ReportLineTest, TellsAVerdictThatIsNotGood) {
   EXPECT_EQ(
       "no report: 3 bytes that are no JSON object  -> REFUSED FOR GOOD: there is no network  "
       "(invalid)",
-      reportLine(json(), row, std::nullopt));
+      reportLine(Json("null"), row, std::nullopt));
 }
 
 TEST(ReportLineTest, ShowsAQuestionMarkForWhatIsMissingOrOfTheWrongKind) {
-  EXPECT_EQ("unknown report   ?", describe(json::object()));
-  EXPECT_EQ(
-      "session stop     session ? after ? seconds of play",
-      describe({{"type", "ReportTypeSessionStop"}, {"sessionId", 5}, {"totalDuration", "x"}}));
+  EXPECT_EQ("unknown report   ?", describe("{}"));
+  EXPECT_EQ("session stop     session ? after ? seconds of play",
+            describe(R"({"type":"ReportTypeSessionStop","sessionId":5,"totalDuration":"x"})"));
 }
 
 TEST(ReportLineTest, TellsWhoAsksForSettingsAndHowManyThereAre) {
-  const json request = {{"ConfigSerializationKeyAppVersion", "1.4.2"},
-                        {"ConfigSerializationKeySDKVersion", "7.0.0"}};
+  const Json request = R"({"ConfigSerializationKeyAppVersion":"1.4.2",
+                           "ConfigSerializationKeySDKVersion":"7.0.0"})";
 
   EXPECT_EQ("settings         asked for by version 1.4.2, library 7.0.0  -> 1 given",
-            settingsLine(request, {{"key", 1}}));
+            settingsLine(request, Json(R"({"key":1})")));
 }
 
 TEST(PrintableTextTest, MakesControlCharactersHarmless) {

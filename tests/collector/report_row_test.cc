@@ -2,10 +2,13 @@
 
 #include <gtest/gtest.h>
 
+#include <optional>
+#include <string>
+
+#include "tests/collector/report_samples.h"
+
 namespace zln::collector {
 namespace {
-
-using nlohmann::json;
 
 const Finding kNoticed{"rounded-date", Severity::kNotice, "a"};
 const Finding kRepeated{"duplicate", Severity::kNotice, "b"};
@@ -27,33 +30,26 @@ ReportRow row() {
 }
 
 TEST(ReportRowTest, IsShownAsJson) {
-  const json expected = json::parse(R"({
-    "id": 17, "arrived": 1795238203.125, "kind": "ad-attempt",
-    "user": "u", "session": null, "event": "e", "verdict": "invalid",
-    "findings": [{"code": "schema", "severity": "error", "text": "d"}],
-    "answer": {"outcome": "retry", "status": 503, "fault": 3},
-    "body": {"a": [true], "b": 1}})");
-
-  EXPECT_EQ(expected, toJson(row()));
+  EXPECT_EQ(R"({"answer":{"fault":3,"outcome":"retry","status":503},"arrived":1795238203.125,)"
+            R"("body":{"a":[true],"b":1},"event":"e",)"
+            R"("findings":[{"code":"schema","severity":"error","text":"d"}],)"
+            R"("id":17,"kind":"ad-attempt","session":null,"user":"u","verdict":"invalid"})",
+            shown(row()).text());
 }
 
 TEST(ReportRowTest, ShowsNoFaultWhereThereIsNone) {
   ReportRow plain = row();
   plain.answer = {};
 
-  EXPECT_EQ(json({{"outcome", "accepted"}, {"status", 200}, {"fault", nullptr}}),
-            toJson(plain)["answer"]);
+  EXPECT_EQ(R"({"fault":null,"outcome":"accepted","status":200})", shown(plain)["answer"]);
 }
 
 TEST(ReportRowTest, ShowsABodyThatIsNoObjectAsText) {
   ReportRow odd = row();
   odd.body = std::string("a\0\xFF\"b", 5);
 
-  const json shown = toJson(odd);
-
-  EXPECT_FALSE(shown.contains("body"));
-  EXPECT_EQ(std::string("a\0\xEF\xBF\xBD\"b", 7), shown["raw"].get<std::string>());
-  EXPECT_NO_THROW(shown.dump());
+  EXPECT_EQ("", shown(odd)["body"]);
+  EXPECT_EQ(std::string("a\0\xEF\xBF\xBD\"b", 7), shown(odd)["raw"]);
 }
 
 TEST(ReportRowTest, IsJudgedByItsGravestFinding) {
@@ -65,7 +61,7 @@ TEST(ReportRowTest, IsJudgedByItsGravestFinding) {
 }
 
 TEST(ReportRowTest, HasFindingsThatComeBackFromTheirText) {
-  const auto read = findingsFrom(toJson(std::vector{kNoticed, kWrong}).dump());
+  const auto read = findingsFrom(shown({kNoticed, kWrong}).text());
 
   ASSERT_EQ(2u, read.size());
   EXPECT_EQ("rounded-date", read[0].code);

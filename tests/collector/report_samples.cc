@@ -3,6 +3,8 @@
 #include <fstream>
 #include <iterator>
 
+#include "collector/json.h"
+
 namespace zln::collector {
 namespace {
 
@@ -10,28 +12,25 @@ using nlohmann::json;
 
 constexpr double kStart = 1795238203.7436833;
 
-json report(const char* type, int user) {
-  return {{"type", type},       {"userId", uuid(user)}, {"country", "US"},
-          {"device", "x86_64"}, {"platform", "iOS"},    {"bundleId", "com.example.starhopper"}};
+std::string report(const std::string& type, int user) {
+  return R"({"bundleId":"com.example.starhopper","country":"US","device":"x86_64","platform":"iOS",)"
+         R"("type":")" +
+         type + R"(","userId":")" + uuid(user) + R"("})";
 }
 
-json sessionReport(const char* type, int user, int session) {
-  json made = report(type, user);
-  made.update({{"sessionId", uuid(session)},
-               {"startTime", kStart + session},
-               {"os", "12"},
-               {"sdkVersion", "0.0.0"},
-               {"mwVersion", "3.2.1"},
-               {"appVersion", "1.4.2"},
-               {"reportingVersion", "7.0.0"}});
-  return made;
+std::string sessionReport(const std::string& type, int user, int session) {
+  json made = json::parse(report(type, user));
+  made.update(json::parse(R"({"os":"12","sdkVersion":"0.0.0","mwVersion":"3.2.1",
+                              "appVersion":"1.4.2","reportingVersion":"7.0.0"})"));
+  made["sessionId"] = uuid(session);
+  made["startTime"] = kStart + session;
+  return made.dump();
 }
 
-json adReport(const char* type, int user, int event) {
-  json made = report(type, user);
-  made.update(
-      {{"adEventId", uuid(event)}, {"network", "Sunrise"}, {"adType", "banner"}, {"fill", true}});
-  return made;
+std::string adReport(const std::string& type, int user, int event) {
+  return with(report(type, user),
+              R"({"network":"Sunrise","adType":"banner","fill":true,"adEventId":")" + uuid(event) +
+                  R"("})");
 }
 
 }  // namespace
@@ -51,29 +50,28 @@ std::string uuid(int number) {
   return "00000000-0000-4000-8000-" + std::string(12 - digits.size(), '0') + digits;
 }
 
-json sessionFirst(int user, int session) {
+std::string sessionFirst(int user, int session) {
   return sessionReport("ReportTypeSessionFirst", user, session);
 }
 
-json sessionStart(int user, int session) {
+std::string sessionStart(int user, int session) {
   return sessionReport("ReportTypeSessionStart", user, session);
 }
 
-json sessionStop(int user, int session) {
-  json made = sessionReport("ReportTypeSessionStop", user, session);
-  made.update({{"stopTime", kStart + session + 8.5}, {"totalDuration", 5.25}});
-  return made;
+std::string sessionStop(int user, int session) {
+  json made = json::parse(sessionReport("ReportTypeSessionStop", user, session));
+  made["stopTime"] = kStart + session + 8.5;
+  made["totalDuration"] = 5.25;
+  return made.dump();
 }
 
-json adAttempt(int user, int event) { return adReport("ReportTypeAdAttempt", user, event); }
+std::string adAttempt(int user, int event) { return adReport("ReportTypeAdAttempt", user, event); }
 
-json adZoneAttempt(int user, int event) {
-  json made = adReport("ReportTypeAdZoneAttempt", user, event);
-  made["zoneId"] = "main menu";
-  return made;
+std::string adZoneAttempt(int user, int event) {
+  return with(adReport("ReportTypeAdZoneAttempt", user, event), R"({"zoneId":"main menu"})");
 }
 
-json sampleOf(ReportKind kind) {
+std::string sampleOf(ReportKind kind) {
   switch (kind) {
     case ReportKind::kSessionFirst:
       return sessionFirst(1, 1);
@@ -88,7 +86,30 @@ json sampleOf(ReportKind kind) {
     case ReportKind::kUnknown:
       break;
   }
-  return json::object();
+  return "{}";
 }
+
+std::string with(const std::string& report, const std::string& members) {
+  json changed = json::parse(report);
+  changed.update(json::parse(members));
+  return changed.dump();
+}
+
+std::string without(const std::string& report, const std::string& name) {
+  json changed = json::parse(report);
+  changed.erase(name);
+  return changed.dump();
+}
+
+std::vector<std::string> membersOf(const std::string& report) {
+  const json members = json::parse(report);
+  std::vector<std::string> names;
+  for (const auto& member : members.items()) names.push_back(member.key());
+  return names;
+}
+
+JsonText shown(const ReportRow& row) { return JsonText(textOf(toJson(row))); }
+
+JsonText shown(const std::vector<Finding>& findings) { return JsonText(textOf(toJson(findings))); }
 
 }  // namespace zln::collector

@@ -6,12 +6,11 @@
 #include <stdexcept>
 #include <string>
 
+#include "tests/collector/shown.h"
 #include "tests/support/temporary_folder.h"
 
 namespace zln::collector {
 namespace {
-
-using nlohmann::json;
 
 class SettingsValuesTest : public testing::Test {
  protected:
@@ -27,31 +26,31 @@ class SettingsValuesTest : public testing::Test {
 TEST_F(SettingsValuesTest, HasNoneAtFirst) {
   SettingsValues settings{SettingsFile()};
 
-  EXPECT_EQ(json({{"values", json::object()}, {"source", "none"}, {"lint", json::array()}}),
-            settings.describe());
+  EXPECT_EQ(R"({"lint":[],"source":"none","values":{}})", shown(settings).text());
 }
 
 TEST_F(SettingsValuesTest, FollowsItsFileUntilOthersAreSet) {
   SettingsValues settings{SettingsFile(fileWith(R"({"key":1})"))};
-  EXPECT_EQ("file", settings.describe()["source"]);
+  EXPECT_EQ("file", shown(settings)["source"]);
   fileWith(R"({"key":2})");
-  EXPECT_EQ(json({{"key", 2}}), settings.current());
+  EXPECT_EQ(R"({"key":2})", currentOf(settings));
 
-  settings.set({{"key", 3}});
+  set(settings, R"({"key":3})");
   fileWith(R"({"key":4})");
 
-  EXPECT_EQ(json({{"key", 3}}), settings.current());
-  EXPECT_EQ("api", settings.describe()["source"]);
+  EXPECT_EQ(R"({"key":3})", currentOf(settings));
+  EXPECT_EQ("api", shown(settings)["source"]);
   settings.reset();
-  EXPECT_EQ(json({{"key", 4}}), settings.current());
+  EXPECT_EQ(R"({"key":4})", currentOf(settings));
 }
 
 TEST_F(SettingsValuesTest, TakesNoOtherThanObjectsOfABoundedSize) {
   SettingsValues settings{SettingsFile()};
 
-  EXPECT_THROW(settings.set({1}), std::invalid_argument);
-  EXPECT_THROW(settings.set({{"key", std::string(65536, 'a')}}), std::invalid_argument);
-  EXPECT_EQ(json::object(), settings.current());
+  EXPECT_THROW(set(settings, "[1]"), std::invalid_argument);
+  EXPECT_THROW(set(settings, R"({"key":")" + std::string(65536, 'a') + R"("})"),
+               std::invalid_argument);
+  EXPECT_EQ("{}", currentOf(settings));
 }
 
 TEST_F(SettingsValuesTest, SaysThatItsFileIsBroken) {
@@ -59,10 +58,10 @@ TEST_F(SettingsValuesTest, SaysThatItsFileIsBroken) {
   fileWith("{");
 
   EXPECT_EQ("the settings file holds no JSON object now; what it held before is handed out",
-            settings.describe()["lint"][0]["text"]);
+            shown(settings)["lint/0/text"]);
 
   fileWith("{}");
-  EXPECT_EQ(json::array(), settings.describe()["lint"]);
+  EXPECT_EQ("[]", shown(settings)["lint"]);
 }
 
 }  // namespace

@@ -1,0 +1,3 @@
+#include "collector/json.h"
+
+template class nlohmann::basic_json<>;
