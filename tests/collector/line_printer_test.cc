@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <cstdio>
 #include <memory>
 #include <string>
 #include <thread>
@@ -23,11 +24,15 @@ class LinePrinterTest : public testing::Test {
 
   std::string readLine() const {
     std::string line;
-    for (char byte; ::read(pipe_.reading(), &byte, 1) == 1 && byte != '\n';) line += byte;
+    for (int byte; (byte = std::getc(reader_.get())) != EOF && byte != '\n';) {
+      line += static_cast<char>(byte);
+    }
     return line;
   }
 
   SmallPipe pipe_;
+  const std::unique_ptr<std::FILE, int (*)(std::FILE*)> reader_{
+      ::fdopen(::dup(pipe_.reading()), "r"), std::fclose};
   std::unique_ptr<LinePrinter> printer_ = std::make_unique<LinePrinter>(pipe_.writing());
 };
 
