@@ -336,7 +336,9 @@ TEST_F(OperationQueueTest, ASecondAnnouncementIsHeardButFreesNoSecondSlot) {
 
 TEST_F(OperationQueueTest, CancellingRetiresNothingAndACancelledOperationIsStartedToo) {
   queue->setMaxConcurrentOperationCount(1);
-  const auto a = add("a");
+  const auto a = make("a");
+  a->cancel();
+  queue->addOperation(a);
   const auto b = add("b");
   dispatch.runGlobal();
 

@@ -41,20 +41,18 @@ constexpr IllFormed kIllFormed[] = {
     {"\xF0\x9F\xE2\x82\xAC"sv, "\uFFFD€"sv},
 };
 
-TEST(Utf8Test, WellFormedTextIsValid) {
-  for (const std::string_view text : kWellFormed) EXPECT_TRUE(isValidUtf8(text)) << text;
+TEST(Utf8Test, WellFormedTextIsValidAndKept) {
+  for (const std::string_view text : kWellFormed) {
+    EXPECT_TRUE(isValidUtf8(text)) << text;
+    EXPECT_EQ(text, mendUtf8(text));
+  }
 }
 
-TEST(Utf8Test, IllFormedTextIsNotValid) {
-  for (const IllFormed& text : kIllFormed) EXPECT_FALSE(isValidUtf8(text.bytes)) << text.mended;
-}
-
-TEST(Utf8Test, MendingKeepsWellFormedText) {
-  for (const std::string_view text : kWellFormed) EXPECT_EQ(text, mendUtf8(text));
-}
-
-TEST(Utf8Test, MendingReplacesEveryIllFormedSequence) {
-  for (const IllFormed& text : kIllFormed) EXPECT_EQ(text.mended, mendUtf8(text.bytes));
+TEST(Utf8Test, IllFormedTextIsNotValidAndReplaced) {
+  for (const IllFormed& text : kIllFormed) {
+    EXPECT_FALSE(isValidUtf8(text.bytes)) << text.mended;
+    EXPECT_EQ(text.mended, mendUtf8(text.bytes));
+  }
 }
 
 TEST(Utf8Test, AppendsCodePointsOfEveryLength) {

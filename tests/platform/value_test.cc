@@ -27,9 +27,8 @@ TEST(ValueTest, AnswersOnlyAsItsOwnKind) {
   EXPECT_EQ(nullptr, value.array());
   EXPECT_EQ(nullptr, value.dictionary());
   EXPECT_FALSE(value.isNull());
+  EXPECT_TRUE(Value(Null{}).isNull());
 }
-
-TEST(ValueTest, NullIsAPresentValue) { EXPECT_TRUE(Value(Null{}).isNull()); }
 
 TEST(ValueTest, HasOneClassNameForEachKind) {
   EXPECT_STREQ("__NSCFString", Value("a").className());
@@ -49,9 +48,6 @@ TEST(ValueTest, OutsideOfContainersIsShownUnquoted) {
   EXPECT_EQ("1", Value(Number::boolean(true)).description());
   EXPECT_EQ("2023-11-14 22:13:20 +0000", Value(Date{1700000000}).description());
   EXPECT_EQ("<null>", Value(Null{}).description());
-}
-
-TEST(ValueTest, ShowsEmptyContainersAsTwoLines) {
   EXPECT_EQ("{\n}", Value(Dictionary{}).description());
   EXPECT_EQ("(\n)", Value(Array{}).description());
 }
@@ -84,9 +80,9 @@ TEST(ValueTest, QuotesInsideOfContainersWhatIsNoPlainWord) {
       description(array));
 }
 
-TEST(ValueTest, EscapesInsideOfQuotes) {
-  const Array array{"say \"x\"", "back\\slash", "two\nlines", "tab\tcr\r",
-                    std::string("\0\x1F", 2)};
+TEST(ValueTest, EscapesInsideOfQuotesAndShowsOtherThanAsciiAsCodeUnits) {
+  const Array array{"say \"x\"", "back\\slash", "two\nlines", "tab\tcr\r", std::string("\0\x1F", 2),
+                    "\u00e9",    "\U0001F600",  "\xFF"};
 
   EXPECT_EQ(
       "(\n"
@@ -94,16 +90,7 @@ TEST(ValueTest, EscapesInsideOfQuotes) {
       "    \"back\\\\slash\",\n"
       "    \"two\\nlines\",\n"
       "    \"tab\\tcr\\r\",\n"
-      "    \"\\U0000\\U001f\"\n"
-      ")",
-      description(array));
-}
-
-TEST(ValueTest, ShowsOtherThanAsciiAsCodeUnits) {
-  const Array array{"\u00e9", "\U0001F600", "\xFF"};
-
-  EXPECT_EQ(
-      "(\n"
+      "    \"\\U0000\\U001f\",\n"
       "    \"\\U00e9\",\n"
       "    \"\\Ud83d\\Ude00\",\n"
       "    \"\\Ufffd\"\n"
@@ -148,19 +135,13 @@ TEST(ValueTest, DoesNotIndentBeyondTheSixtyFourthLevel) {
   EXPECT_EQ('\n', text[text.find('x') - 257]);
 }
 
-TEST(DataTest, OfUpTo24BytesIsShownWhole) {
+TEST(DataTest, OfUpTo24BytesIsShownWholeAndElseWithItsEnds) {
   EXPECT_EQ("{length = 0, bytes = 0x}", Data{}.description());
   EXPECT_EQ("{length = 6, bytes = 0x615e084d23dc}", Data{"\x61\x5e\x08\x4d\x23\xdc"}.description());
   EXPECT_EQ("{length = 24, bytes = 0x414141414141414141414141414141414141414141414141}",
             Data{std::string(24, 'A')}.description());
-}
-
-TEST(DataTest, LongerThan24BytesShowsItsEnds) {
   EXPECT_EQ("{length = 25, bytes = 0x41414141 41414141 41414141 41414141 ... 41414141 41414142 }",
             Data{std::string(24, 'A') + "B"}.description());
-}
-
-TEST(DataTest, InsideOfAContainerIsNotQuoted) {
   EXPECT_EQ("(\n    {length = 1, bytes = 0x61}\n)", description(Array{Data{"a"}}));
 }
 
