@@ -41,34 +41,36 @@ def build(prefix, work):
     return program
 
 
-def run(tool, program, depth, work, server):
+def run(tool, program, depth, work):
     """Runs the program on a fresh installation, under a tool; returns what it prints."""
     home = os.path.join(work, "home")
     shutil.rmtree(home, ignore_errors=True)
-    environment = {
-        "PATH": os.environ["PATH"],
-        "HOME": home,
-        "XDG_DATA_HOME": os.path.join(home, "data"),
-        "XDG_CONFIG_HOME": os.path.join(home, "config"),
-        "https_proxy": "http://127.0.0.1:%d" % server.getsockname()[1],
-    }
-    return subprocess.run([*tool, program, str(depth), str(CALLS)], check=True, timeout=120,
-                          capture_output=True, text=True, env=environment).stdout
+    # It listens and never answers, so whatever is sent stays under way.
+    with socket.create_server(("127.0.0.1", 0), backlog=16) as server:
+        environment = {
+            "PATH": os.environ["PATH"],
+            "HOME": home,
+            "XDG_DATA_HOME": os.path.join(home, "data"),
+            "XDG_CONFIG_HOME": os.path.join(home, "config"),
+            "https_proxy": "http://127.0.0.1:%d" % server.getsockname()[1],
+        }
+        return subprocess.run([*tool, program, str(depth), str(CALLS)], check=True,
+                              capture_output=True, text=True, env=environment).stdout
 
 
-def count_instructions(program, depth, work, server):
+def count_instructions(program, depth, work):
     output = os.path.join(work, "callgrind.out")
     run(["valgrind", "--quiet", "--tool=callgrind", "--callgrind-out-file=" + output,
-         "--toggle-collect=ZLNSendRewardedAdZoneAttemptReport"], program, depth, work, server)
+         "--toggle-collect=ZLNSendRewardedAdZoneAttemptReport"], program, depth, work)
     with open(output) as lines:
         totals = [line for line in lines if line.startswith(("summary:", "totals:"))]
     return int(totals[0].split()[1]) // CALLS
 
 
-def count_system_calls(program, depth, work, server):
+def count_system_calls(program, depth, work):
     """The median call's number of system calls and of bytes that they write."""
     trace = os.path.join(work, "trace")
-    run(["strace", "-o", trace], program, depth, work, server)
+    run(["strace", "-o", trace], program, depth, work)
     with open(trace) as lines:
         pieces = re.split(r"^getppid\(\).*\n", lines.read(), flags=re.MULTILINE)
     calls = [piece.splitlines() for piece in pieces[1::2]]
@@ -79,23 +81,21 @@ def count_system_calls(program, depth, work, server):
     return sorted(len(call) for call in calls)[CALLS // 2], sorted(written)[CALLS // 2]
 
 
-def count_allocations(program, depth, work, server):
-    return int(run([], program, depth, work, server).split()[1])
+def count_allocations(program, depth, work):
+    return int(run([], program, depth, work).split()[1])
 
 
 def main():
     prefix, work = sys.argv[1:]
     os.makedirs(work, exist_ok=True)
     program = build(prefix, work)
-    # It listens and never answers, so whatever is sent stays under way.
-    server = socket.create_server(("127.0.0.1", 0), backlog=16)
     failed = False
     print("%-6s %-14s %9s %9s" % ("depth", "of one call", "counted", "limit"))
     for depth, limits in LIMITS.items():
-        system_calls, written = count_system_calls(program, depth, work, server)
+        system_calls, written = count_system_calls(program, depth, work)
         counted = {
-            "instructions": count_instructions(program, depth, work, server),
-            "allocations": count_allocations(program, depth, work, server),
+            "instructions": count_instructions(program, depth, work),
+            "allocations": count_allocations(program, depth, work),
             "system calls": system_calls,
             "bytes written": written,
         }
@@ -104,7 +104,6 @@ def main():
             failed = failed or wrong
             print("%-6d %-14s %9d %9d%s" % (depth, what, counted[what], limit,
                                             "  TOO MUCH" if wrong else ""))
-    server.close()
     return 1 if failed else 0
 
 

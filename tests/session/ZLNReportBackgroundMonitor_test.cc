@@ -193,16 +193,6 @@ TEST_F(ZLNReportBackgroundMonitorTest, WithoutALimitTheDelegateIsToldAtOnce) {
   EXPECT_THAT(delegate->told, ElementsAre(monitor.get()));
 }
 
-TEST_F(ZLNReportBackgroundMonitorTest, EightSecondsLeftEndTheWaitAfterTheFirstStep) {
-  env.backgroundTasks.remainingTime = 8;
-
-  makeMonitorAndGoToBackground();
-
-  expectLines({kStarting, kStarted, kFirstStep, kSending, kStopped});
-  EXPECT_EQ(1.0, env.clock.slept());
-  EXPECT_THAT(delegate->told, ElementsAre(monitor.get()));
-}
-
 TEST_F(ZLNReportBackgroundMonitorTest, TenSecondsOrLessLeftEndTheWait) {
   struct Row {
     double left;
@@ -470,19 +460,18 @@ TEST_F(ZLNReportBackgroundMonitorTest, WhenTheSystemRefusesATaskNobodyIsTold) {
   EXPECT_THAT(env.backgroundTasks.ended(), IsEmpty());
 }
 
-TEST_F(ZLNReportBackgroundMonitorTest, WithoutMultitaskingSupportTheMonitorNeverStarts) {
+TEST_F(ZLNReportBackgroundMonitorTest, WithoutMultitaskingBeginOrTheMonitorItselfNoWorkerStarts) {
   env.backgroundTasks.offersMultitasking = false;
   makeMonitor();
-
   env.app.enterBackground();
 
-  EXPECT_EQ(0u, env.dispatch.globalCount());
-}
-
-TEST_F(ZLNReportBackgroundMonitorTest, WithoutBeginTheBackgroundStartsNothing) {
+  env.backgroundTasks.offersMultitasking = true;
   makeMonitor();
   env.backgroundTasks.offersBeginTask = false;
+  env.app.enterBackground();
 
+  env.backgroundTasks.offersBeginTask = true;
+  monitor.reset();
   env.app.enterBackground();
 
   EXPECT_EQ(0u, env.dispatch.globalCount());
@@ -546,15 +535,6 @@ TEST_F(ZLNReportBackgroundMonitorTest, TheWorkerKeepsTheMonitorUntilItReturns) {
 
   EXPECT_THAT(delegate->told, SizeIs(1));
   EXPECT_TRUE(weak.expired());
-}
-
-TEST_F(ZLNReportBackgroundMonitorTest, AMonitorThatIsGoneStartsNothing) {
-  makeMonitor();
-  monitor.reset();
-
-  env.app.enterBackground();
-
-  EXPECT_EQ(0u, env.dispatch.globalCount());
 }
 
 TEST_F(ZLNReportBackgroundMonitorTest, EachTimeInTheBackgroundHasAWorkerAndATaskOfItsOwn) {

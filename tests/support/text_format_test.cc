@@ -75,21 +75,17 @@ std::vector<std::string> conversions(std::string_view flags,
   return formats;
 }
 
-TEST(TextFormatTest, KeepsTextWithoutConversions) {
+TEST(TextFormatTest, KeepsTextWithoutConversionsAndIsAbsentWhenTheFormatIs) {
   EXPECT_EQ("plain \u20AC text", typed("plain \u20AC text"));
   EXPECT_EQ("", typed(""));
   EXPECT_EQ("100%", typed("100%%"));
+  EXPECT_EQ(std::nullopt, listed(nullptr));
 }
 
-TEST(TextFormatTest, IsAbsentWhenTheFormatIs) { EXPECT_EQ(std::nullopt, listed(nullptr)); }
-
-TEST(TextFormatTest, InsertsObjectsByTheirDescription) {
+TEST(TextFormatTest, InsertsObjectsByTheirDescriptionAndStringsAsThemselves) {
   EXPECT_EQ("got described.", typed("got %@.", Described{}));
   EXPECT_EQ("got described.", typed("got %@.", std::make_shared<Described>()));
   EXPECT_EQ("got described.", typed("got %@.", std::optional<Described>(Described{})));
-}
-
-TEST(TextFormatTest, InsertsStringsAsThemselves) {
   EXPECT_EQ("a b c d", typed("%@ %@ %@ %s", "a", std::string("b"), std::string_view("c"), "d"));
   EXPECT_EQ("a \u20AC", listed("%@ %@", "a", "\u20AC"));
 }
@@ -100,17 +96,11 @@ TEST(TextFormatTest, ShowsAbsentObjects) {
   EXPECT_EQ("(null) (null) (null)", listed("%@ %s %ls", nullptr, nullptr, nullptr));
 }
 
-TEST(TextFormatTest, InsertsTypedNumbers) {
+TEST(TextFormatTest, ConvertsTypedNumbersToTheKindAskedForIntegersToTheirLow32Bits) {
   EXPECT_EQ("-1 18446744073709551615 1 30.500000", typed("%i %lu %d %f", std::uint64_t{UINT64_MAX},
                                                          std::uint64_t{UINT64_MAX}, true, 30.5f));
-}
-
-TEST(TextFormatTest, ShowsTheLow32BitsOfALongInteger) {
   EXPECT_EQ("7 -1 0", typed("%i %d %d", std::uint64_t{7}, std::uint64_t{UINT64_MAX},
                             std::int64_t{4294967296}));
-}
-
-TEST(TextFormatTest, ConvertsTypedNumbersToTheKindAskedFor) {
   EXPECT_EQ("5.000000 -2 3 0.1", typed("%f %d %@ %@", 5, -2.9, 3, 0.1));
 }
 
@@ -132,13 +122,10 @@ TEST(TextFormatTest, WritesWhatIsNotFinite) {
   EXPECT_EQ("NAN INF   inf   nan", typed("%F %E %05f %05g", kNan, kInfinity, kInfinity, kNan));
 }
 
-TEST(TextFormatTest, ShowsAConversionWithoutArgumentAsItStands) {
+TEST(TextFormatTest, ShowsAConversionWithoutASuitableArgumentAsItStands) {
   EXPECT_EQ("1 %d %5.2f %@", typed("%d %d %5.2f %@", 1));
   EXPECT_EQ("%*d", typed("%*d", 3));
   EXPECT_EQ("%3$d 1", typed("%3$d %1$d", 1));
-}
-
-TEST(TextFormatTest, ShowsANumberConversionOfAnObjectAsItStands) {
   EXPECT_EQ("%d %f %c %p", typed("%d %f %c %p", "a", "b", "c", "d"));
 }
 
@@ -158,9 +145,7 @@ TEST(TextFormatTest, TakesArgumentsByPosition) {
   EXPECT_EQ("x 2.50 1", listed("%3$@ %2$.2f %1$d", 1, 2.5, "x"));
   EXPECT_EQ("[  7][7.1250]", listed("[%1$*2$d][%3$.*4$f]", 7, 3, 7.125, 4));
   EXPECT_EQ("b a", typed("%2$@ %1$@", "a", "b"));
-}
-
-TEST(TextFormatTest, TakesAnArgumentThatNoConversionNamesForAnInt) {
+  // The others, which no conversion names, are taken for ints.
   EXPECT_EQ("3", listed("%3$d", 1, 2, 3));
 }
 
@@ -225,15 +210,11 @@ TEST(TextFormatTest, ConvertsCharacters) {
   EXPECT_EQ(std::string("[\0]", 3), listed("[%c]", 0));
 }
 
-TEST(TextFormatTest, ShowsPointers) {
+TEST(TextFormatTest, ShowsPointersAndStoresNothing) {
   const auto* address = reinterpret_cast<const void*>(0x600000C04050);
-
-  EXPECT_EQ("0x600000c04050 0x0 [   0x0]", listed("%p %p [%6p]", address, nullptr, nullptr));
-}
-
-TEST(TextFormatTest, StoresNothing) {
   int target = 5;
 
+  EXPECT_EQ("0x600000c04050 0x0 [   0x0]", listed("%p %p [%6p]", address, nullptr, nullptr));
   EXPECT_EQ("ab 7", listed("a%nb %d", &target, 7));
   EXPECT_EQ(5, target);
 }
@@ -244,18 +225,14 @@ TEST(TextFormatTest, MendsWhatIsNotUtf8) {
   EXPECT_EQ("\uFFFD", typed("%.2@", "\u20AC"));
 }
 
-TEST(TextFormatTest, IgnoresTheApostrophe) { EXPECT_EQ("1234567", listed("%'d", 1234567)); }
-
-TEST(TextFormatTest, KnowsEveryLengthOfIntegers) {
+TEST(TextFormatTest, KnowsEveryLengthOfNumbersAndIgnoresTheApostrophe) {
   EXPECT_EQ("-1 255 -1 65535", listed("%hhd %hhu %hd %hu", 0x1FF, 0x1FF, 0x1FFFF, 0x1FFFF));
   EXPECT_EQ("-2 -3 -4 -5 -6",
             listed("%ld %lld %qd %jd %td", -2L, -3LL, -4LL, std::intmax_t{-5}, std::ptrdiff_t{-6}));
   EXPECT_EQ("18446744073709551615 -7", listed("%zu %Ld", std::size_t{SIZE_MAX}, -7LL));
   EXPECT_EQ("4294967295", listed("%u", -1));
-}
-
-TEST(TextFormatTest, ShowsLongDoublesWithTheDigitsOfADouble) {
   EXPECT_EQ("1.500000 2.500e+00 8", listed("%Lf %.3Le %d", 1.5L, 2.5L, 8));
+  EXPECT_EQ("1234567", listed("%'d", 1234567));
 }
 
 TEST(TextFormatTest, WritesSignedIntegersAsPrintfDoes) {
@@ -277,32 +254,34 @@ TEST(TextFormatTest, WritesUnsignedIntegersAsPrintfDoes) {
 }
 
 TEST(TextFormatTest, WritesRealsAsPrintfDoes) {
+  constexpr double kInfinity = std::numeric_limits<double>::infinity();
+  constexpr double kValues[] = {0.0,
+                                -0.0,
+                                1.0,
+                                -1.5,
+                                0.1,
+                                0.5,
+                                2.5,
+                                9.995,
+                                1e-5,
+                                0.0001,
+                                123456.0,
+                                1234567.0,
+                                1700000050.123456,
+                                1e15,
+                                1e16,
+                                1e17,
+                                1e22,
+                                1e100,
+                                5e-324,
+                                2.2250738585072014e-308,
+                                DBL_MAX,
+                                DBL_EPSILON,
+                                1.0 / 3,
+                                kInfinity,
+                                -kInfinity};
   for (const std::string& format : conversions("-+ #0", {"", "l"}, "fFeEgGaA")) {
-    for (const double value : {0.0,
-                               -0.0,
-                               1.0,
-                               -1.5,
-                               0.1,
-                               0.5,
-                               2.5,
-                               9.995,
-                               1e-5,
-                               0.0001,
-                               123456.0,
-                               1234567.0,
-                               1700000050.123456,
-                               1e15,
-                               1e16,
-                               1e17,
-                               1e22,
-                               1e100,
-                               5e-324,
-                               2.2250738585072014e-308,
-                               DBL_MAX,
-                               DBL_EPSILON,
-                               1.0 / 3,
-                               std::numeric_limits<double>::infinity(),
-                               -std::numeric_limits<double>::infinity()}) {
+    for (const double value : kValues) {
       ASSERT_EQ(printed(format.c_str(), value), listed(format.c_str(), value))
           << format << " of " << value;
     }

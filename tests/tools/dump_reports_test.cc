@@ -7,6 +7,7 @@
 #include <fstream>
 #include <iterator>
 #include <string>
+#include <vector>
 
 #include "tests/support/temporary_folder.h"
 
@@ -20,21 +21,18 @@ class DumpReportsTest : public testing::Test {
     std::ofstream(path("file"), std::ios::binary) << bytes;
   }
 
-  // Leaves the exit status, the output and the error output.
-  void dump(const std::string& arguments = "file") {
+  // Runs the program and compares its exit status, its output and its error output.
+  void expectDump(int status, const std::string& output, const std::string& errors,
+                  const std::string& arguments = "file") {
     const std::string command = "cd '" + folder_.path() + "' && " + ZLN_DUMP_REPORTS_PROGRAM + " " +
                                 arguments + " >output 2>errors";
     const int end = std::system(command.c_str());
-    status = WIFEXITED(end) ? WEXITSTATUS(end) : -1;
-    output = contentsOf("output");
-    errors = contentsOf("errors");
+    EXPECT_EQ(status, WIFEXITED(end) ? WEXITSTATUS(end) : -1);
+    EXPECT_EQ(output, contentsOf("output"));
+    EXPECT_EQ(errors, contentsOf("errors"));
   }
 
   std::string path(const std::string& name) const { return folder_.path() + "/" + name; }
-
-  int status = -1;
-  std::string output;
-  std::string errors;
 
  private:
   std::string contentsOf(const std::string& name) const {
@@ -51,11 +49,7 @@ TEST_F(DumpReportsTest, ShowsReportsWithDatesBesideTheSeconds) {
       "<dict><key>type</key><string>ReportTypeAdAttempt</string><key>fill</key><true/></dict>"
       "</array></plist>");
 
-  dump();
-
-  EXPECT_EQ(0, status);
-  EXPECT_EQ("", errors);
-  EXPECT_EQ(R"([
+  expectDump(0, R"([
   {
     "type": "ReportTypeSessionFirst",
     "sessionId": "S",
@@ -68,7 +62,7 @@ TEST_F(DumpReportsTest, ShowsReportsWithDatesBesideTheSeconds) {
   }
 ]
 )",
-            output);
+             "");
 }
 
 TEST_F(DumpReportsTest, ShowsSettings) {
@@ -76,39 +70,25 @@ TEST_F(DumpReportsTest, ShowsSettings) {
       "<key>ConfigSerializationKeyConfigUpdateInterval</key><integer>3600</integer>"
       "<key>ConfigSerializationKeySendStopSessionReports</key><false/></dict>");
 
-  dump();
-
-  EXPECT_EQ(0, status);
-  EXPECT_EQ("", errors);
-  EXPECT_EQ(R"({
+  expectDump(0, R"({
   "lastUpdate": 1700000000.0,
   "lastUpdate as a date": "2023-11-14 22:13:20 +0000",
   "ConfigSerializationKeyConfigUpdateInterval": 3600,
   "ConfigSerializationKeySendStopSessionReports": false
 }
 )",
-            output);
+             "");
 }
 
-TEST_F(DumpReportsTest, ShowsAnEmptyListOfReports) {
+TEST_F(DumpReportsTest, ShowsAnEmptyListOfReportsAlsoInTheBinaryForm) {
   put("<array/>");
+  expectDump(0, "[]\n", "");
 
-  dump();
-
-  EXPECT_EQ(0, status);
-  EXPECT_EQ("[]\n", output);
-}
-
-TEST_F(DumpReportsTest, ShowsTheBinaryForm) {
   put(std::string(
       "bplist00\xA0\x08\0\0\0\0\0\0\x01\x01\0\0\0\0\0\0\0\x01\0\0\0\0\0\0\0\0\0\0\0\0\0\0"
       "\0\x09",
       42));
-
-  dump();
-
-  EXPECT_EQ(0, status);
-  EXPECT_EQ("[]\n", output);
+  expectDump(0, "[]\n", "");
 }
 
 TEST_F(DumpReportsTest, SaysWhatBecomesOfABadReportAndShowsIt) {
@@ -116,17 +96,8 @@ TEST_F(DumpReportsTest, SaysWhatBecomesOfABadReportAndShowsIt) {
       "<dict><key>type</key><string>X</string></dict>"
       "<dict><key>type</key><string>ReportTypeSessionStop</string></dict></array>");
 
-  dump();
-
-  EXPECT_EQ(1, status);
-  EXPECT_EQ(
-      "file: report 1: it is no dictionary; it will be dropped\n"
-      "file: report 2: it has no \"type\"; it will be dropped\n"
-      "file: report 3: \"X\" is no type; it will be dropped\n"
-      "file: report 4: it has no \"sessionId\" or \"startTime\"; it will be sent without its "
-      "session\n",
-      errors);
-  EXPECT_EQ(R"([
+  expectDump(
+      1, R"([
   "a",
   {},
   {
@@ -137,66 +108,53 @@ TEST_F(DumpReportsTest, SaysWhatBecomesOfABadReportAndShowsIt) {
   }
 ]
 )",
-            output);
+      "file: report 1: it is no dictionary; it will be dropped\n"
+      "file: report 2: it has no \"type\"; it will be dropped\n"
+      "file: report 3: \"X\" is no type; it will be dropped\n"
+      "file: report 4: it has no \"sessionId\" or \"startTime\"; it will be sent without its "
+      "session\n");
 }
 
 TEST_F(DumpReportsTest, NamesSettingsThatAreNoNumbers) {
   put("<dict><key>lastUpdate</key><string>soon</string>"
       "<key>ConfigSerializationKeyConfigUpdateInterval</key><string>5</string></dict>");
 
-  dump();
-
-  EXPECT_EQ(1, status);
-  EXPECT_EQ(
+  expectDump(
+      1, R"({
+  "lastUpdate": "soon",
+  "ConfigSerializationKeyConfigUpdateInterval": "5"
+}
+)",
       "file: lastUpdate: it is no number; it will be ignored\n"
-      "file: ConfigSerializationKeyConfigUpdateInterval: it is no number; it will be ignored\n",
-      errors);
+      "file: ConfigSerializationKeyConfigUpdateInterval: it is no number; it will be ignored\n");
 }
 
 TEST_F(DumpReportsTest, SaysWhyAFileIsNoPropertyList) {
   struct Row {
-    const char* bytes;
-    const char* errors;
+    std::string bytes;
+    const char* reason;
   };
-  constexpr Row kRows[] = {
-      {"", "file: no property list: no element found in line 1\n"},
-      {"words", "file: no property list: syntax error in line 1\n"},
-      {"[]", "file: no property list: syntax error in line 1\n"},
-      {"<array>\n<dict>\n", "file: no property list: no element found in line 3\n"},
-      {"<array>\n<real>1,5</real></array>",
-       "file: no property list: a malformed value in line 2\n"},
-      {"bplist00", "file: no property list: a damaged binary form\n"},
-  };
-  for (const auto& [bytes, expected] : kRows) {
+  std::string nested;
+  for (int level = 0; level < 100000; ++level) nested += "<array>";
+  for (const auto& [bytes, reason] :
+       std::vector<Row>{{"", "no element found in line 1"},
+                        {"words", "syntax error in line 1"},
+                        {"[]", "syntax error in line 1"},
+                        {"<array>\n<dict>\n", "no element found in line 3"},
+                        {"<array>\n<real>1,5</real></array>", "a malformed value in line 2"},
+                        {"bplist00", "a damaged binary form"},
+                        {nested, "too many levels in line 1"}}) {
+    SCOPED_TRACE(reason);
     put(bytes);
 
-    dump();
-
-    EXPECT_EQ(1, status) << bytes;
-    EXPECT_EQ("", output) << bytes;
-    EXPECT_EQ(expected, errors) << bytes;
+    expectDump(1, "", std::string("file: no property list: ") + reason + "\n");
   }
 }
 
 TEST_F(DumpReportsTest, SaysThatTheRootIsOfTheWrongKind) {
   put("<string>a</string>");
 
-  dump();
-
-  EXPECT_EQ(1, status);
-  EXPECT_EQ("\"a\"\n", output);
-  EXPECT_EQ("file: neither a list of reports nor settings\n", errors);
-}
-
-TEST_F(DumpReportsTest, SaysThatNestingIsTooDeep) {
-  std::string bytes;
-  for (int level = 0; level < 100000; ++level) bytes += "<array>";
-  put(bytes);
-
-  dump();
-
-  EXPECT_EQ(1, status);
-  EXPECT_EQ("file: no property list: too many levels in line 1\n", errors);
+  expectDump(1, "\"a\"\n", "file: neither a list of reports nor settings\n");
 }
 
 TEST_F(DumpReportsTest, DoesNotReadWhatIsNoFileOrTooLarge) {
@@ -208,19 +166,11 @@ TEST_F(DumpReportsTest, DoesNotReadWhatIsNoFileOrTooLarge) {
   std::filesystem::resize_file(path("large"), 67108865);
 
   for (const std::string name : {"missing", "folder", "dangling", "pipe", "large"}) {
-    dump(name);
-
-    EXPECT_EQ(1, status) << name;
-    EXPECT_EQ(name + ": cannot be read, or is larger than 64 MB\n", errors);
+    expectDump(1, "", name + ": cannot be read, or is larger than 64 MB\n", name);
   }
 }
 
-TEST_F(DumpReportsTest, WantsOneFile) {
-  dump("");
-
-  EXPECT_EQ(2, status);
-  EXPECT_EQ("usage: dump_reports FILE\n", errors);
-}
+TEST_F(DumpReportsTest, WantsOneFile) { expectDump(2, "", "usage: dump_reports FILE\n", ""); }
 
 }  // namespace
 }  // namespace zln

@@ -30,12 +30,6 @@ class ScriptedOperation : public ZLNAsynchronousOperation {
   std::function<void()> onMain;
 };
 
-// Leaves the work out.
-class IdleOperation : public ZLNAsynchronousOperation {
- public:
-  std::string description() const override { return "idle operation"; }
-};
-
 // Notes every announcement with the flags that are set at that moment.
 class RecordingObserver : public OperationObserver {
  public:
@@ -84,15 +78,6 @@ TEST_F(ZLNAsynchronousOperationTest, IsExecutingBeforeMainRunsAndAfterItHasRetur
   EXPECT_EQ(1, operation->mainCount);
   expectState(true, false);
   EXPECT_EQ((Lines{"will isExecuting", "did isExecuting, executing"}), newLines());
-}
-
-TEST_F(ZLNAsynchronousOperationTest, MainOfTheBaseDoesNothing) {
-  IdleOperation idle;
-
-  idle.start();
-
-  EXPECT_TRUE(idle.isExecuting());
-  EXPECT_FALSE(idle.isFinished());
 }
 
 TEST_F(ZLNAsynchronousOperationTest, CompletionEndsExecutingAndThenFinishes) {
