@@ -117,14 +117,6 @@ TEST_F(ZLNReportBaseTest, ALocaleWithoutACountryLeavesTheKeyOut) {
   EXPECT_EQ((Dictionary{{"userId", "USER"}}), report->toDictionary());
 }
 
-TEST_F(ZLNReportBaseTest, AUserIdentifierStoredAsANumberIsTakenAsItIs) {
-  env.defaults.set(kUserIdKey, Number::int64(7));
-
-  const auto report = ZLNReportBase::initWithURLString(kUrl);
-
-  EXPECT_EQ((Dictionary{{"userId", Number::int64(7)}, {"country", "DE"}}), report->toDictionary());
-}
-
 TEST_F(ZLNReportBaseTest, TheUserAndTheCountryAloneAreInTheDictionary) {
   const auto report = ZLNReportBase::initWithURLString(kUrl);
 

@@ -183,16 +183,6 @@ TEST_F(ZLNReportBackgroundMonitorTest, TheLimitDecidesHowManyStepsAreWaited) {
   }
 }
 
-TEST_F(ZLNReportBackgroundMonitorTest, WithoutALimitTheDelegateIsToldAtOnce) {
-  setLimit(0);
-
-  makeMonitorAndGoToBackground();
-
-  expectLines({kStarting, kStarted, kSending, kStopped});
-  EXPECT_EQ(0.0, env.clock.slept());
-  EXPECT_THAT(delegate->told, ElementsAre(monitor.get()));
-}
-
 TEST_F(ZLNReportBackgroundMonitorTest, TenSecondsOrLessLeftEndTheWait) {
   struct Row {
     double left;
@@ -255,6 +245,7 @@ TEST_F(ZLNReportBackgroundMonitorTest, TheDelegateIsToldOnTheWorkersThreadWhileT
 
   makeMonitorAndGoToBackground();
 
+  expectLines({kStarting, kStarted, kSending, kStopped});
   EXPECT_TRUE(waitingMainTaskRan);
   EXPECT_THAT(openWhenTold, ElementsAre(1));
   EXPECT_EQ(1u, taskWhenTold);
@@ -375,16 +366,23 @@ TEST_F(ZLNReportBackgroundMonitorTest, CancelOnceTheTaskIsBegunEndsIt) {
 // Expiration.
 
 TEST_F(ZLNReportBackgroundMonitorTest, AnExpiredTaskIsForgottenNotEndedAndNobodyIsTold) {
-  env.backgroundTasks.remainingTime = 500;
-  env.clock.at(1.5, [&] { env.backgroundTasks.expire(1); });
+  for (const bool cancels : {false, true}) {
+    SCOPED_TRACE(cancels);
+    const std::string task = std::to_string(env.backgroundTasks.begun() + 1);
+    env.clock.at(0.25, [&] { env.backgroundTasks.expire(monitor->uploadTask()); });
+    env.clock.at(0.5, [&] {
+      if (cancels) monitor->cancel();
+    });
 
-  makeMonitorAndGoToBackground();
-  monitor.reset();
+    makeMonitorAndGoToBackground();
+    monitor.reset();
 
-  expectLines({kStarting, kStarted, kFirstStep, "Time left: 500.000000", kKilled});
+    expectLines({kStarting, "Started background task " + task, kFirstStep,
+                 "Background task is getting killed " + task});
+    EXPECT_THAT(delegate->told, IsEmpty());
+    EXPECT_THAT(env.backgroundTasks.ended(), IsEmpty());
+  }
   EXPECT_EQ(2.0, env.clock.slept());
-  EXPECT_THAT(delegate->told, IsEmpty());
-  EXPECT_THAT(env.backgroundTasks.ended(), IsEmpty());
 }
 
 TEST_F(ZLNReportBackgroundMonitorTest, ExpirationDuringTheLastStepTellsNobody) {
@@ -395,16 +393,6 @@ TEST_F(ZLNReportBackgroundMonitorTest, ExpirationDuringTheLastStepTellsNobody) {
 
   EXPECT_THAT(delegate->told, IsEmpty());
   expectLines({kStarting, kStarted, kFirstStep, kKilled});
-}
-
-TEST_F(ZLNReportBackgroundMonitorTest, CancelAfterExpirationEndsNothing) {
-  env.clock.at(0.25, [&] { env.backgroundTasks.expire(1); });
-  env.clock.at(0.5, [&] { monitor->cancel(); });
-
-  makeMonitorAndGoToBackground();
-
-  expectLines({kStarting, kStarted, kFirstStep, kKilled});
-  EXPECT_THAT(env.backgroundTasks.ended(), IsEmpty());
 }
 
 TEST_F(ZLNReportBackgroundMonitorTest, ExpirationBeforeTheFirstStepEndsTheWait) {

@@ -87,11 +87,6 @@ class ZLNReportingManagerFileTest : public ManagerTest {
 
 // Saving.
 
-TEST_F(ZLNReportingManagerFileTest, LiesInTheReportingFolder) {
-  EXPECT_EQ("/support/com.zelnor.sdk/reporting/reports.json",
-            ZLNReportingManager::savedReportsPath());
-}
-
 TEST_F(ZLNReportingManagerFileTest, NothingOwedIsAnEmptyArrayWhateverTheFileHeld) {
   beginSuspended();
   env.files.put(kReportsFile, "something else");
@@ -173,6 +168,11 @@ TEST_F(ZLNReportingManagerFileTest, LeavesADeliveredReportOutWhoseOperationIsSti
   // The only write since: it was made before the operation left the queue.
   EXPECT_EQ(3u, env.files.writeCount(kReportsFile));
   EXPECT_THAT(storedNetworks(), ElementsAre("other"));
+
+  env.http.reply(1, kAccepted);
+
+  EXPECT_EQ(kEmptyFile, env.files.contents(kReportsFile));
+  EXPECT_THAT(env.files.removed(), IsEmpty());
 }
 
 TEST_F(ZLNReportingManagerFileTest, LeavesOutOnlyTheSameObjectsAndSaysNothingOfThem) {
@@ -298,15 +298,6 @@ TEST_F(ZLNReportingManagerFileTest, WhatCannotBeSavedIsAnError) {
       {kNoSuper, kNoStop, kNoSuper, kNoStop, "unexpected report in op queue: foreign operation"});
 }
 
-TEST_F(ZLNReportingManagerFileTest, WithoutItsFolderTheWriteFails) {
-  beginSuspended();
-  env.files.remove("/support/com.zelnor.sdk/reporting", nullptr);
-
-  manager().saveReports();
-
-  expectLines({"failed to save 0 pending reports!"});
-}
-
 TEST_F(ZLNReportingManagerFileTest, AValueThatAPropertyListCannotHoldFailsTheWrite) {
   beginSuspended();
   queue("first");
@@ -328,16 +319,6 @@ TEST_F(ZLNReportingManagerFileTest, ASaveThatIsOvertakenLosesNothingOfTheLaterOn
   manager().saveReports();
 
   EXPECT_THAT(storedNetworks(), ElementsAre("early", "late"));
-}
-
-TEST_F(ZLNReportingManagerFileTest, TheFileIsNeverDeleted) {
-  begin();
-  send();
-
-  env.http.reply(0, kAccepted);
-
-  EXPECT_EQ(kEmptyFile, env.files.contents(kReportsFile));
-  EXPECT_THAT(env.files.removed(), IsEmpty());
 }
 
 TEST_F(ZLNReportingManagerFileTest, WhatXmlCannotHoldIsStoredAsTheReplacementCharacter) {
