@@ -19,7 +19,6 @@
 #include <set>
 #include <string>
 #include <string_view>
-#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -411,7 +410,7 @@ class Run : private LogSink {
     constexpr std::string_view kEnd = "</dict>";
     std::size_t begin = 0;
     for (std::size_t end; (end = file.find(kEnd, begin)) != std::string::npos;) {
-      ++stored_[identityOf(file.substr(begin, end - begin))];
+      ++stored_[reportIdentityInElement(std::string_view(file).substr(begin, end - begin))];
       begin = end + kEnd.size();
     }
     return stored_;
@@ -436,12 +435,6 @@ class Run : private LogSink {
   const ReportIdentity& identityOf(const std::shared_ptr<ZLNReportBase>& one) {
     const auto [found, isNew] = identities_.try_emplace(one);
     if (isNew) found->second = reportIdentityInElement(one->toElement()->text.value());
-    return found->second;
-  }
-
-  const ReportIdentity& identityOf(const std::string& element) {
-    const auto [found, isNew] = elements_.try_emplace(element);
-    if (isNew) found->second = reportIdentityInElement(element);
     return found->second;
   }
 
@@ -482,7 +475,6 @@ class Run : private LogSink {
   std::size_t storedAt_ = 0;
   // What has been looked into; reports of an earlier process are none any more.
   std::map<std::shared_ptr<ZLNReportBase>, ReportIdentity> identities_;
-  std::unordered_map<std::string, ReportIdentity> elements_;
   bool isDiskFull_ = false;
   // From a change of the disk, or the beginning, to the next write.
   bool isFileBehind_ = true;
