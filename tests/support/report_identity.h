@@ -1,7 +1,6 @@
 #pragma once
 
 #include <compare>
-#include <nlohmann/json.hpp>
 #include <string>
 #include <string_view>
 
@@ -15,9 +14,13 @@ inline std::string textIn(const Dictionary& dictionary, std::string_view key) {
   return text == nullptr ? std::string() : *text;
 }
 
-inline std::string textIn(const nlohmann::json& object, std::string_view key) {
+// Of nlohmann's JSON, whose header takes long to compile for those that have none.
+template <typename Json>
+requires requires(const Json& object) { object.is_object(); }
+std::string textIn(const Json& object, std::string_view key) {
   const auto found = object.is_object() ? object.find(key) : object.end();
-  return found == object.end() || !found->is_string() ? std::string() : found->get<std::string>();
+  if (found == object.end() || !found->is_string()) return {};
+  return found->template get<std::string>();
 }
 
 // What makes two dictionaries the same report, wherever they are found: in the library's files, in

@@ -14,7 +14,6 @@
 #include <cstdlib>
 #include <map>
 #include <memory>
-#include <nlohmann/json.hpp>
 #include <optional>
 #include <set>
 #include <string>
@@ -24,6 +23,7 @@
 
 #include "ZLNSessionReporting/ZLNLog.h"
 #include "ZLNSessionReporting/ZLNSessionReporting.h"
+#include "platform/json.h"
 #include "testkit/fake_environment.h"
 #include "tests/support/dice.h"
 #include "tests/support/process_state_for_tests.h"
@@ -254,8 +254,8 @@ class Run : private LogSink {
   void answer(std::size_t index, std::string_view body) {
     const bool isFinal = body.find("true") != std::string_view::npos;
     if (isFinal) {
-      const auto identity =
-          reportIdentity(nlohmann::json::parse(machine_.http.requests()[index].body));
+      const auto root = json::parse(machine_.http.requests()[index].body, nullptr);
+      const ReportIdentity identity = reportIdentity(*root->dictionary());
       --owed_[identity];
       finished_.insert(identity);
     }
