@@ -33,7 +33,8 @@ struct MultiCleanup {
 using Multi = std::unique_ptr<CURLM, MultiCleanup>;
 
 // OpenSSL's own exit handler would take everything down under the threads of transfers, which run
-// on while the process ends. Where the game has opened it before, the handler is there already. The
+// on while the process ends. Where the game has opened it before, the handler is there already, and
+// the gate must close before it runs, also where the game did so after the client was made. The
 // first opening takes milliseconds.
 bool openLibraries() {
   static const bool opened = [] {
@@ -182,7 +183,13 @@ class HttpClientCurl::Network {
 
 HttpClientCurl::HttpClientCurl(ThreadPool& pool, std::function<std::string()> userAgent,
                                HttpTimeouts timeouts)
-    : pool_(pool), timeouts_(timeouts), network_(std::make_shared<Network>(std::move(userAgent))) {}
+    : pool_(pool), timeouts_(timeouts), network_(std::make_shared<Network>(std::move(userAgent))) {
+  // Already now: exit() may begin while the first transfer opens the libraries.
+  [[maybe_unused]] static const bool closes = [] {
+    ExitGate::closeAtExit();
+    return true;
+  }();
+}
 
 HttpClientCurl::~HttpClientCurl() { network_->stop(); }
 
