@@ -6,6 +6,7 @@
 #include <sstream>
 
 #include "tests/host/played_game.h"
+#include "tests/support/sanitizers.h"
 
 namespace zln {
 namespace {
@@ -123,9 +124,7 @@ TEST_F(ForkTest, AProgramThatAChildBecomesHasNoneOfTheLibrarysFiles) {
 }
 
 TEST_F(ForkTest, AChildOfTheChildDoesNothingEither) {
-#if defined(__SANITIZE_THREAD__)
-  GTEST_SKIP() << "the thread sanitizer does not go with a second fork";
-#endif
+  if (kThreadSanitizerMayLockChildren) GTEST_SKIP() << "GCC's does not go with a second fork";
   launchWithSilentServer();
 
   EXPECT_EQ(kAllWell, tell("grandchild")) << game->errors();
@@ -135,9 +134,8 @@ TEST_F(ForkTest, AChildOfTheChildDoesNothingEither) {
 class BusyForkTest : public ForkTest {
  protected:
   void SetUp() override {
-#if defined(__SANITIZE_ADDRESS__)
-    GTEST_SKIP() << "the address sanitizer's allocator is not whole in a child forked under load";
-#endif
+    if (kAddressSanitized)
+      GTEST_SKIP() << "the address sanitizer's memory may be torn in the child";
   }
 };
 
@@ -150,10 +148,8 @@ TEST_F(BusyForkTest, ForksWhileOtherThreadsAreInsideTheLibrary) {
 }
 
 TEST_F(BusyForkTest, ForksOnSeveralThreadsAtOnce) {
-#if defined(__SANITIZE_THREAD__)
-  // A thread that does not exist in the child may hold the spin lock of its stack depot.
-  GTEST_SKIP() << "the thread sanitizer's own lock may stay locked in the child";
-#endif
+  // A thread that the child lacks may hold the spin lock of the sanitizer's table of stacks.
+  if (kThreadSanitizerMayLockChildren) GTEST_SKIP() << "GCC's thread sanitizer may hang the child";
   launchAndBegin();
 
   EXPECT_EQ(kAllWell, tell("on-all-threads")) << game->errors();

@@ -8,7 +8,6 @@
 #include <unistd.h>
 
 #include <atomic>
-#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -40,13 +39,6 @@ std::atomic<bool> lineWasWritten{false};
 
 void noteLine(const char*, void*) { lineWasWritten = true; }
 
-void begin() {
-  ZLNHostSetApplicationInfo("com.example.game", "1.2.3");
-  ZLNInitializeReporting("engine-5");
-  ZLNStartSessionReporting();
-  ZLNHostApplicationDidBecomeActive();
-}
-
 bool hasNoSession() {
   char* text = ZLNGetSessionDescription();
   const bool isSo = std::strcmp(text, "[Encountered error]") == 0;
@@ -69,7 +61,7 @@ int callInChild() {
 // As in a host that starts to use the library only when it has forked.
 int useInChild() {
   alarm(kPatienceSeconds);
-  begin();
+  zln::beginGame();
   ZLNSendBannerAdAttemptReport("child", true);
   return hasNoSession() ? kWrongText : kWorked;
 }
@@ -96,21 +88,17 @@ int statusOf(pid_t child) {
                                              : 1000 + WTERMSIG(status);
 }
 
+// The status of a child that does this and ends with what it returns.
+template <typename Body>
+int inChild(Body body) {
+  const pid_t child = fork();
+  if (child == 0) _exit(body());
+  return statusOf(child);
+}
+
 int forkAndCall(const std::string& way) {
   const pid_t child = fork();
   if (child == 0) leaveChild(way, callInChild());
-  return statusOf(child);
-}
-
-int forkAndUse() {
-  const pid_t child = fork();
-  if (child == 0) _exit(useInChild());
-  return statusOf(child);
-}
-
-int forkTwiceAndCall() {
-  const pid_t child = fork();
-  if (child == 0) _exit(forkAndCall("exit"));
   return statusOf(child);
 }
 
@@ -142,7 +130,8 @@ int forkVirtually() {
 }
 
 // The first of the statuses that is not the expected one.
-int forkOften(int (*forkOnce)()) {
+template <typename ForkOnce>
+int forkOften(ForkOnce forkOnce) {
   for (int count = 0; count < kForksOfAThread; ++count) {
     const int status = forkOnce();
     if (status != kAllWell) return status;
@@ -150,74 +139,77 @@ int forkOften(int (*forkOnce)()) {
   return kAllWell;
 }
 
-int forkOnce() { return forkAndCall("_exit"); }
-
-// Forks while other threads are inside the library.
-int forkBesideCalls() {
-  std::atomic<bool> isOver{false};
+// Runs `body` on threads of their own, and `meanwhile` on this one.
+template <typename Body, typename Meanwhile>
+int besideThreads(Body body, Meanwhile meanwhile) {
   std::vector<std::thread> threads;
-  for (int index = 0; index < kThreads; ++index) {
-    threads.emplace_back([&isOver] {
-      while (!isOver) {
-        ZLNSendBannerAdAttemptReport("storm", true);
-        ZLNReleaseString(ZLNGetSessionDescription());
-        ZLNHostApplicationWillResignActive();
-        ZLNLogDebug("%@", "storm");
-        ZLNHostApplicationDidBecomeActive();
-      }
-    });
-  }
-  const int status = forkOften(&forkOnce);
-  isOver = true;
+  for (int index = 0; index < kThreads; ++index) threads.emplace_back(body);
+  const int status = meanwhile();
   for (std::thread& thread : threads) thread.join();
   return status;
 }
 
+// Forks while other threads are inside the library.
+int forkBesideCalls() {
+  std::atomic<bool> isOver{false};
+  const auto call = [&isOver] {
+    while (!isOver) {
+      ZLNSendBannerAdAttemptReport("storm", true);
+      ZLNReleaseString(ZLNGetSessionDescription());
+      ZLNHostApplicationWillResignActive();
+      ZLNLogDebug("%@", "storm");
+      ZLNHostApplicationDidBecomeActive();
+    }
+  };
+  return besideThreads(call, [&isOver] {
+    const int status = forkOften([] { return inChild(&callInChild); });
+    isOver = true;
+    return status;
+  });
+}
+
 int forkOnAllThreads() {
   std::atomic<int> wrong{kAllWell};
-  std::vector<std::thread> threads;
-  for (int index = 0; index < kThreads; ++index) {
-    threads.emplace_back([&wrong] {
-      const int status = forkOften([] {
-        ZLNSendBannerAdAttemptReport("storm", true);
-        return forkOnce();
-      });
-      if (status != kAllWell) wrong = status;
+  const auto forkAll = [&wrong] {
+    const int status = forkOften([] {
+      ZLNSendBannerAdAttemptReport("storm", true);
+      return inChild(&callInChild);
     });
-  }
-  for (std::thread& thread : threads) thread.join();
+    if (status != kAllWell) wrong = status;
+  };
+  besideThreads(forkAll, [] { return 0; });
   return wrong;
 }
 
 // Forks while other threads call the library for the first time. A child may come too early to
 // know of them: then it may use the library itself.
 int forkBesideFirstCalls() {
-  std::atomic<int> ready{0};
-  std::vector<std::thread> threads;
-  for (int index = 0; index < kThreads; ++index) {
-    threads.emplace_back([&ready] {
-      ++ready;
-      while (ready < kThreads) std::this_thread::yield();
-      begin();
+  std::atomic<int> missing{kThreads + 1};
+  // All go on at the very same time.
+  const auto meet = [&missing] {
+    --missing;
+    while (missing > 0) std::this_thread::yield();
+  };
+  const auto callFirst = [&meet] {
+    meet();
+    zln::beginGame();
+  };
+  return besideThreads(callFirst, [&meet] {
+    meet();
+    return inChild([] {
+      alarm(kPatienceSeconds);
+      ZLNInitializeReporting("engine-5");
+      return kAllWell;
     });
-  }
-  while (ready < kThreads) std::this_thread::yield();
-  const pid_t child = fork();
-  if (child == 0) {
-    alarm(kPatienceSeconds);
-    ZLNInitializeReporting("engine-5");
-    _exit(kAllWell);
-  }
-  for (std::thread& thread : threads) thread.join();
-  return statusOf(child);
+  });
 }
 
 int run(const std::string& command) {
-  if (command == "begin") return begin(), 0;
+  if (command == "begin") return zln::beginGame(), 0;
   if (command == "banner") return ZLNSendBannerAdAttemptReport("parent", true), 0;
   if (command == "leave-child-alone") return forkAndLeaveAlone(), 0;
-  if (command == "use-in-child") return forkAndUse();
-  if (command == "grandchild") return forkTwiceAndCall();
+  if (command == "use-in-child") return inChild(&useInChild);
+  if (command == "grandchild") return inChild([] { return forkAndCall("exit"); });
   if (command == "spawn") return spawn();
   if (command == "vfork") return forkVirtually();
   if (command == "beside-calls") return forkBesideCalls();

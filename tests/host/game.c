@@ -5,7 +5,6 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
-#include <unistd.h>
 
 #include "ZLNSessionReporting/ZLNHost.h"
 #include "ZLNSessionReporting/ZLNLog.h"
@@ -54,88 +53,71 @@ static void writeLine(const char* text, void* context) {
   fprintf((FILE*)context, "sink: %s\n", text);
 }
 
-static bool runLibraryCommand(void) {
-  if (is("app")) {
-    ZLNHostSetApplicationInfo(text(1), text(2));
-  } else if (is("initialize")) {
-    ZLNInitializeReporting(text(1));
-  } else if (is("start")) {
-    ZLNStartSessionReporting();
-  } else if (is("stop")) {
-    ZLNStopSessionReporting();
-  } else if (is("clear")) {
-    ZLNClearCache();
-  } else if (is("level")) {
-    ZLNLogSetLevel(strtoull(words[1], NULL, 10));
-  } else if (is("log")) {
-    ZLNLogError("%@", text(1));
-  } else if (is("sink")) {
-    ZLNHostSetLogSink(writeLine, stdout);
-  } else if (is("describe")) {
-    char* description = ZLNGetSessionDescription();
-    printf("%s\n", description);
-    ZLNReleaseString(description);
-  } else {
-    return false;
-  }
-  return true;
+static void setApp(void) { ZLNHostSetApplicationInfo(text(1), text(2)); }
+static void initialize(void) { ZLNInitializeReporting(text(1)); }
+static void setLevel(void) { ZLNLogSetLevel(strtoull(words[1], NULL, 10)); }
+static void logText(void) { ZLNLogError("%@", text(1)); }
+static void setSink(void) { ZLNHostSetLogSink(writeLine, stdout); }
+static void describe(void) {
+  char* description = ZLNGetSessionDescription();
+  printf("%s\n", description);
+  ZLNReleaseString(description);
 }
-
-static bool runAdCommand(void) {
-  if (is("ad")) {
-    ZLNSendAdAttemptReport(text(1), text(2), filled(3));
-  } else if (is("banner")) {
-    ZLNSendBannerAdAttemptReport(text(1), filled(2));
-  } else if (is("interstitial")) {
-    ZLNSendInterstitialAdAttemptReport(text(1), filled(2));
-  } else if (is("rewarded")) {
-    ZLNSendRewardedAdAttemptReport(text(1), filled(2));
-  } else if (is("zone")) {
-    ZLNSendAdZoneAttemptReport(text(1), text(2), text(3), filled(4));
-  } else if (is("banner-zone")) {
-    ZLNSendBannerAdZoneAttemptReport(text(1), text(2), filled(3));
-  } else if (is("interstitial-zone")) {
-    ZLNSendInterstitialAdZoneAttemptReport(text(1), text(2), filled(3));
-  } else if (is("rewarded-zone")) {
-    ZLNSendRewardedAdZoneAttemptReport(text(1), text(2), filled(3));
-  } else if (is("refused")) {
-    printf("%s\n", bannerIsRefused(text(1)) ? "refused" : "accepted");
-  } else {
-    return false;
-  }
-  return true;
+static void ad(void) { ZLNSendAdAttemptReport(text(1), text(2), filled(3)); }
+static void banner(void) { ZLNSendBannerAdAttemptReport(text(1), filled(2)); }
+static void interstitial(void) { ZLNSendInterstitialAdAttemptReport(text(1), filled(2)); }
+static void rewarded(void) { ZLNSendRewardedAdAttemptReport(text(1), filled(2)); }
+static void zone(void) { ZLNSendAdZoneAttemptReport(text(1), text(2), text(3), filled(4)); }
+static void bannerZone(void) { ZLNSendBannerAdZoneAttemptReport(text(1), text(2), filled(3)); }
+static void interstitialZone(void) {
+  ZLNSendInterstitialAdZoneAttemptReport(text(1), text(2), filled(3));
 }
+static void rewardedZone(void) { ZLNSendRewardedAdZoneAttemptReport(text(1), text(2), filled(3)); }
+static void refused(void) { printf("%s\n", bannerIsRefused(text(1)) ? "refused" : "accepted"); }
 
-static bool runLifecycleCommand(void) {
-  if (is("resign")) {
-    ZLNHostApplicationWillResignActive();
-  } else if (is("active")) {
-    ZLNHostApplicationDidBecomeActive();
-  } else if (is("foreground")) {
-    ZLNHostApplicationWillEnterForeground();
-  } else if (is("background")) {
-    ZLNHostApplicationDidEnterBackground();
-  } else if (is("terminate")) {
-    ZLNHostApplicationWillTerminate();
-  } else {
-    return false;
+static const struct {
+  const char* name;
+  void (*run)(void);
+} commands[] = {
+    {"app", setApp},
+    {"initialize", initialize},
+    {"start", ZLNStartSessionReporting},
+    {"level", setLevel},
+    {"log", logText},
+    {"sink", setSink},
+    {"describe", describe},
+    {"ad", ad},
+    {"banner", banner},
+    {"interstitial", interstitial},
+    {"rewarded", rewarded},
+    {"zone", zone},
+    {"banner-zone", bannerZone},
+    {"interstitial-zone", interstitialZone},
+    {"rewarded-zone", rewardedZone},
+    {"refused", refused},
+    {"resign", ZLNHostApplicationWillResignActive},
+    {"active", ZLNHostApplicationDidBecomeActive},
+    {"foreground", ZLNHostApplicationWillEnterForeground},
+    {"background", ZLNHostApplicationDidEnterBackground},
+    {"terminate", ZLNHostApplicationWillTerminate},
+};
+
+static bool runCommand(void) {
+  for (size_t index = 0; index < sizeof commands / sizeof *commands; ++index) {
+    if (is(commands[index].name)) {
+      commands[index].run();
+      return true;
+    }
   }
-  return true;
-}
-
-static bool leave(void) {
-  if (is("exit")) exit(7);
-  if (is("_exit")) _exit(7);
-  if (is("quick_exit")) quick_exit(7);
-  if (is("abort")) abort();
-  return is("return");
+  return false;
 }
 
 int main(void) {
   while (fgets(line, sizeof line, stdin) != NULL) {
     splitLine();
-    if (!runLibraryCommand() && !runAdCommand() && !runLifecycleCommand()) {
-      if (leave()) return 7;
+    if (!runCommand()) {
+      if (is("exit")) exit(7);
+      if (is("return")) return 7;
       printf("unknown command\n");
     }
     printf("ok\n");

@@ -57,6 +57,14 @@ inline constexpr PublicFunction kPublicFunctions[] = {
     {"ZLNHostApplicationWillTerminate", &ZLNHostApplicationWillTerminate},
 };
 
+// The usual first steps of a game.
+inline void beginGame() {
+  ZLNHostSetApplicationInfo("com.example.game", "1.2.3");
+  ZLNInitializeReporting("engine-5");
+  ZLNStartSessionReporting();
+  ZLNHostApplicationDidBecomeActive();
+}
+
 inline void callEveryFunction() {
   for (const PublicFunction& function : kPublicFunctions) function.call();
 }

@@ -39,10 +39,7 @@ struct CallsAtTheEnd {
 
 void begin() {
   usesLibrary = true;
-  ZLNHostSetApplicationInfo("com.example.game", "1.2.3");
-  ZLNInitializeReporting("engine-5");
-  ZLNStartSessionReporting();
-  ZLNHostApplicationDidBecomeActive();
+  zln::beginGame();
   for (int report = 0; report < kReports; ++report) ZLNSendBannerAdAttemptReport("n", true);
 }
 

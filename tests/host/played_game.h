@@ -19,7 +19,8 @@ class PlayedGameTest : public LaunchedGameTest {
   }
 
   // Whatever a test plays, every request of the library must keep to its schema.
-  void TearDown() override {
+  void TearDown() override { expectThatRequestsKeepToSchemas(server); }
+  static void expectThatRequestsKeepToSchemas(const HttpsServer& server) {
     for (const ReceivedRequest& request : server.requests()) {
       EXPECT_EQ("", schemaViolation(ZLN_SCHEMA_FOLDER, request));
     }

@@ -9,6 +9,8 @@
 #include <functional>
 #include <ostream>
 
+#include "tests/support/sanitizers.h"
+
 namespace zln {
 namespace {
 
@@ -18,11 +20,7 @@ using testing::HasSubstr;
 using testing::Not;
 
 // Sanitizers need room of their own.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr long kMostKilobytes = 4000000;
-#else
-constexpr long kMostKilobytes = 300000;
-#endif
+constexpr long kMostKilobytes = kSanitized ? 4000000 : 300000;
 
 // The most memory that the process has had at once, in kilobytes.
 long peakMemory(pid_t process) {

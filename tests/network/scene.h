@@ -14,22 +14,11 @@
 #include "tests/network/system_network.h"
 #include "tests/support/environment_variable.h"
 #include "tests/support/https_server.h"
+#include "tests/support/sanitizers.h"
 #include "tests/support/temporary_folder.h"
 
 namespace zln {
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-#define ZLN_TESTS_SANITIZED true
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-#define ZLN_TESTS_SANITIZED true
-#endif
-#endif
-#ifndef ZLN_TESTS_SANITIZED
-#define ZLN_TESTS_SANITIZED false
-#endif
-
-inline constexpr bool kSanitized = ZLN_TESTS_SANITIZED;
 // How long a row that is about a time-out lets the client wait.
 inline constexpr std::chrono::milliseconds kShort{kSanitized ? 1000 : 300};
 
