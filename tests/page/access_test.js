@@ -2,7 +2,7 @@
 
 import assert from 'node:assert/strict';
 import { after, before, test } from 'node:test';
-import { go, kPhone, startBrowser, withPage } from './browser.js';
+import { go, kPhone, settled, show, startBrowser, withPage } from './browser.js';
 import { Collector, until } from './collector.js';
 import { Game } from './game.js';
 
@@ -65,7 +65,7 @@ test('Tab goes through every view, and the focus is always to be seen', async ()
   await withPage(browser, collector, '', async (page) => {
     for (const view of kViews) {
       await go(page, view);
-      await page.waitForTimeout(200);
+      await settled(page);
       await page.evaluate(() => document.activeElement.blur());
       const seen = new Set();
       for (let steps = 0; steps < 70; ++steps) {
@@ -171,8 +171,7 @@ test('nothing is wider than a phone', async () => {
     '',
     async (page) => {
       for (const hash of [...kViews, 'reports/1', 'reports/4']) {
-        await page.goto(`${collector.page}#${hash}`);
-        await page.waitForTimeout(400);
+        await show(page, collector, hash);
         const width = await page.evaluate(() => document.documentElement.scrollWidth);
         assert.ok(width <= kPhone.width, `${hash} is ${width} wide`);
       }
@@ -221,8 +220,7 @@ for (const scheme of ['light', 'dark']) {
       async (page) => {
         const grounds = [];
         for (const hash of [...kViews, 'reports/1']) {
-          await page.goto(`${collector.page}#${hash}`);
-          await page.waitForTimeout(300);
+          await show(page, collector, hash);
           const { contrast, text } = await lowestContrast(page);
           assert.ok(
             contrast >= kLeastContrast,

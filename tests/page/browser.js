@@ -2,6 +2,7 @@
 
 import assert from 'node:assert/strict';
 import { chromium } from 'playwright-core';
+import { until } from './collector.js';
 
 const kPatience = Number(process.env.ZLN_PAGE_PATIENCE ?? 30000);
 const kLaptop = { width: 1280, height: 800 };
@@ -31,6 +32,7 @@ export async function withPage(browser, collector, hash, act, options = {}) {
     context.setDefaultTimeout(kPatience);
     const page = await context.newPage();
     const troubles = watch(page, collector, mayBeAway);
+    countRequests(page);
     await page.goto(`${collector.page}${hash}`);
     await page.locator('#connection[data-state=live]').waitFor();
     await act(page);
@@ -55,6 +57,52 @@ function watch(page, collector, mayBeAway) {
       troubles.push(`request: ${url}`);
   });
   return troubles;
+}
+
+const kPending = new WeakMap();
+
+function countRequests(page) {
+  const pending = new Set();
+  kPending.set(page, pending);
+  page.on('request', (request) => {
+    if (request.resourceType() !== 'eventsource') pending.add(request);
+  });
+  page.on('requestfinished', (request) => pending.delete(request));
+  page.on('requestfailed', (request) => pending.delete(request));
+}
+
+// Waits until all that was asked for has come and been drawn: nothing is on its way, and the
+// document has not changed for some frames.
+export async function settled(page) {
+  const pending = kPending.get(page);
+  do {
+    await until(() => pending.size === 0, 'all requests are answered');
+    await page.evaluate(async () => {
+      await document.fonts.ready;
+      let quietFrames = 0;
+      const observer = new MutationObserver(() => (quietFrames = 0));
+      observer.observe(document, {
+        subtree: true,
+        childList: true,
+        attributeFilter: ['class', 'hidden'],
+      });
+      for (; quietFrames < 5; ++quietFrames) await new Promise(requestAnimationFrame);
+      observer.disconnect();
+    });
+  } while (pending.size > 0);
+}
+
+// Whether something comes to be seen within a moment.
+export const appears = (locator) =>
+  locator.waitFor({ timeout: 2000 }).then(
+    () => true,
+    () => false,
+  );
+
+// Shows a view by its address, and waits until it is drawn.
+export async function show(page, collector, hash) {
+  await page.goto(`${collector.page}#${hash}`);
+  await settled(page);
 }
 
 export async function go(page, view) {

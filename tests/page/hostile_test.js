@@ -2,7 +2,7 @@
 
 import assert from 'node:assert/strict';
 import { after, before, test } from 'node:test';
-import { go, startBrowser, withPage } from './browser.js';
+import { appears, go, settled, startBrowser, withPage } from './browser.js';
 import { Collector, pause, until } from './collector.js';
 import { Game } from './game.js';
 
@@ -101,13 +101,12 @@ test('in the timeline, its tooltips and its table they are texts', async () => {
       ++steps
     ) {
       await page.locator('.vis-point.ad.crowd').first().click();
-      await page.waitForTimeout(200);
+      await settled(page);
     }
     await until(async () => {
       await page.mouse.move(0, 0);
       await page.locator('.vis-point.ad.filled .vis-dot').hover();
-      await page.waitForTimeout(400);
-      return page.locator('.vis-tooltip', { hasText: `${kImage} ${kScript}` }).isVisible();
+      return appears(page.locator('.vis-tooltip', { hasText: `${kImage} ${kScript}` }));
     }, 'the mark says what it is');
     await checkNothingRan(page, 'tooltip of an ad');
     await page.locator('.vis-point.ad.filled .vis-dot').click();

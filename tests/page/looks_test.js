@@ -5,7 +5,7 @@ import assert from 'node:assert/strict';
 import { mkdirSync, statSync } from 'node:fs';
 import path from 'node:path';
 import { after, before, test } from 'node:test';
-import { startBrowser, withPage } from './browser.js';
+import { show, startBrowser, withPage } from './browser.js';
 import { Collector } from './collector.js';
 import { Game, randomNumbers } from './game.js';
 
@@ -63,28 +63,31 @@ async function play() {
   });
 }
 
-async function take(name, hash) {
+// Pictures of views, each named with its address.
+async function take(views) {
   for (const [scheme, width, height] of kLooks) {
-    const file = path.join(kFolder, `${name}-${scheme}-${width}.png`);
     await withPage(
       browser,
       collector,
-      hash,
+      '',
       async (page) => {
-        await page.waitForTimeout(500);
-        await page.screenshot({ path: file });
+        for (const [name, hash] of views) {
+          const file = path.join(kFolder, `${name}-${scheme}-${width}.png`);
+          await show(page, collector, hash);
+          await page.screenshot({ path: file });
+          assert.ok(statSync(file).size > kLeastBytes, `${file} is all but empty`);
+        }
       },
       { scheme, size: { width, height } },
     );
-    assert.ok(statSync(file).size > kLeastBytes, `${file} is all but empty`);
   }
 }
 
 const skip = kFolder ? false : 'ZLN_PAGE_PICTURES names no folder';
 
-test('pictures of the first run', { skip }, () => take('first-run', ''));
+test('pictures of the first run', { skip }, () => take([['first-run', '']]));
 
 test('pictures of all views', { skip }, async () => {
   await play();
-  for (const view of kViews) await take(view.replace('/', '-'), `#${view}`);
+  await take(kViews.map((view) => [view.replace('/', '-'), view]));
 });

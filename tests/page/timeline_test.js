@@ -2,7 +2,7 @@
 
 import assert from 'node:assert/strict';
 import { after, before, beforeEach, test } from 'node:test';
-import { startBrowser, withPage } from './browser.js';
+import { appears, startBrowser, withPage } from './browser.js';
 import { Collector, until } from './collector.js';
 import { Game } from './game.js';
 
@@ -81,8 +81,7 @@ test('each installation has a row, each ad a mark', async () => {
     await until(async () => {
       await page.mouse.move(0, 0);
       await page.locator('.vis-point.ad.unfilled .vis-dot').hover();
-      await page.waitForTimeout(400);
-      return page.locator('.vis-tooltip', { hasText: 'Meteor rewarded' }).isVisible();
+      return appears(page.locator('.vis-tooltip', { hasText: 'Meteor rewarded' }));
     }, 'the mark says what it is');
   });
 });
