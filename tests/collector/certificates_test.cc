@@ -41,50 +41,30 @@ TEST_F(CertificatesTest, StayTheSameOnceMade) {
   EXPECT_EQ(authority, contentOf(files.authority));
 }
 
-TEST_F(CertificatesTest, AreMadeAnewWhenOneIsMissing) {
-  const CertificateFiles files = certificateFiles(folder_.path());
-  const std::string authority = contentOf(files.authority);
-  std::filesystem::remove(files.certificate);
-
-  certificateFiles(folder_.path());
-
-  EXPECT_NE(authority, contentOf(files.authority));
-  EXPECT_NE("", contentOf(files.certificate));
-}
-
-TEST_F(CertificatesTest, AreMadeAnewWhenTheKeyIsAnother) {
+TEST_F(CertificatesTest, AreMadeAnewWhenOneIsMissingOrAnothers) {
   const TemporaryFolder other;
+  const CertificateFiles others = certificateFiles(other.path());
   const CertificateFiles files = certificateFiles(folder_.path());
-  const std::string certificate = contentOf(files.certificate);
-  std::filesystem::copy_file(certificateFiles(other.path()).key, files.key,
-                             std::filesystem::copy_options::overwrite_existing);
+  const struct {
+    std::filesystem::path file;
+    std::filesystem::path replacement;  // None where the file is removed.
+  } kCases[] = {{files.certificate, {}},
+                {files.wrongHost, {}},
+                {files.key, others.key},
+                {files.authority, others.authority}};
+  for (const auto& [file, replacement] : kCases) {
+    SCOPED_TRACE(file.string());
+    const std::string authority = contentOf(files.authority);
+    const std::string certificate = contentOf(files.certificate);
+    std::filesystem::remove(file);
+    if (!replacement.empty()) std::filesystem::copy_file(replacement, file);
 
-  certificateFiles(folder_.path());
+    certificateFiles(folder_.path());
 
-  EXPECT_NE(certificate, contentOf(files.certificate));
-}
-
-TEST_F(CertificatesTest, AreMadeAnewWhenTheAuthorityIsAnother) {
-  const TemporaryFolder other;
-  const CertificateFiles files = certificateFiles(folder_.path());
-  const std::string certificate = contentOf(files.certificate);
-  std::filesystem::copy_file(certificateFiles(other.path()).authority, files.authority,
-                             std::filesystem::copy_options::overwrite_existing);
-
-  certificateFiles(folder_.path());
-
-  EXPECT_NE(certificate, contentOf(files.certificate));
-}
-
-TEST_F(CertificatesTest, AreMadeAnewWhenAFlawedOneIsMissing) {
-  const CertificateFiles files = certificateFiles(folder_.path());
-  const std::string authority = contentOf(files.authority);
-  std::filesystem::remove(files.wrongHost);
-
-  certificateFiles(folder_.path());
-
-  EXPECT_NE(authority, contentOf(files.authority));
-  EXPECT_NE("", contentOf(files.wrongHost));
+    EXPECT_NE(authority, contentOf(files.authority));
+    EXPECT_NE(certificate, contentOf(files.certificate));
+    EXPECT_NE("", contentOf(file));
+  }
 }
 
 TEST_F(CertificatesTest, AreMadeAnewWhenAHostIsMissing) {

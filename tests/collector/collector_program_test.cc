@@ -56,7 +56,7 @@ class Program {
   // The number of the port that stands after a text of the output, waited for.
   int portAfter(const std::string& text) const {
     const auto end = std::chrono::steady_clock::now() + kPatience;
-    while (output().find(kReady) == std::string::npos && std::chrono::steady_clock::now() < end) {
+    while (!isReady() && std::chrono::steady_clock::now() < end) {
       std::this_thread::sleep_for(kGlance);
     }
     const auto place = output().find(text);
@@ -86,6 +86,12 @@ class Program {
   std::string errors() const { return contentOf(errors_); }
 
  private:
+  // Has printed all of its introduction.
+  bool isReady() const {
+    const std::string printed = output();
+    return printed.find('\n', printed.find(kReady)) != std::string::npos;
+  }
+
   [[noreturn]] void run(std::vector<std::string>& arguments, int output) const {
     if (output < 0) output = ::open(output_.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
     ::dup2(output, STDOUT_FILENO);
@@ -255,8 +261,8 @@ TEST_F(UnreadCollectorTest, EndsThoughNobodyReads) {
 TEST_F(CollectorProgramTest, KeepsReportsAndCertificatesOverItsEnd) {
   const auto first = start({"--fault", "permanent,network=Grumble,error=no room"});
   EXPECT_THAT(post(*first), HasSubstr("no room"));
-  EXPECT_THAT(first->output(), HasSubstr("-> REFUSED FOR GOOD: no room"));
   EXPECT_EQ(0, first->end(SIGTERM));
+  EXPECT_THAT(first->output(), HasSubstr("-> REFUSED FOR GOOD: no room"));
 
   const auto second = start();
   EXPECT_EQ(R"({"success":true})", post(*second));
