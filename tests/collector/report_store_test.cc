@@ -663,7 +663,7 @@ TEST_F(ReportStoreTest, TakesReportsOfManyThreads) {
   EXPECT_EQ(std::to_string(kThreads * kReports), summary()["byVerdict/valid"]);
 }
 
-// One transaction for each report would write the same pages again and again: 5 MB.
+// One transaction for each report would write the same pages again and again: 4 MB.
 TEST_F(ReportStoreTest, WritesWhatHasGatheredAtOnce) {
   std::vector<std::string> reports;
   for (int i = 1; i <= 300; ++i) reports.push_back(adAttempt(1, i));
