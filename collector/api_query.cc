@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "collector/api_error.h"
+#include "collector/http_status.h"
 #include "collector/json_object.h"
 
 namespace zln::collector {
@@ -14,28 +15,29 @@ namespace {
 
 using nlohmann::json;
 
-constexpr int kBadRequest = 400;
 constexpr int kMostReports = 1000;
 constexpr double kLongestWait = 60;
 constexpr std::int64_t kHighestId = std::int64_t{1} << 53;
 constexpr std::string_view kKeyPrefix = "key.";
 
-[[noreturn]] void refuse(const std::string& complaint) { throw ApiError(kBadRequest, complaint); }
+[[noreturn]] void refuseRequest(const std::string& complaint) {
+  throw ApiError(kBadRequest, complaint);
+}
 
 ReportKind parseKind(const std::string& name) {
   const auto kind = kindNamed(name);
-  if (!kind) refuse("\"" + name + "\" is no kind of report");
+  if (!kind) refuseRequest("\"" + name + "\" is no kind of report");
   return *kind;
 }
 
 Verdict parseVerdict(const std::string& name) {
   const auto verdict = verdictNamed(name);
-  if (!verdict) refuse("\"" + name + "\" is no verdict: valid, duplicate, suspect, invalid");
+  if (!verdict) refuseRequest("\"" + name + "\" is no verdict: valid, duplicate, suspect, invalid");
   return *verdict;
 }
 
 bool parseOrder(const std::string& order) {
-  if (order != "asc" && order != "desc") refuse("\"order\" must be asc or desc");
+  if (order != "asc" && order != "desc") refuseRequest("\"order\" must be asc or desc");
   return order == "desc";
 }
 
@@ -55,7 +57,7 @@ void takeParameter(const std::string& name, const std::string& value, ReportQuer
   } else if (name.starts_with(kKeyPrefix) && name.size() > kKeyPrefix.size()) {
     query.match[name.substr(kKeyPrefix.size())] = jsonOrText(value);
   } else if (name != "after" && name != "before" && name != "limit") {
-    refuse("no such parameter: " + name);
+    refuseRequest("no such parameter: " + name);
   }
 }
 
@@ -65,20 +67,20 @@ double number(const json& object, const char* key, double fallback, double lowes
   const double value = member->is_number() ? member->get<double>() : NAN;
   if (value >= lowest && value <= highest) return value;
   const auto text = [](double limit) { return std::to_string(static_cast<std::int64_t>(limit)); };
-  refuse("\"" + std::string(key) + "\" must be a number from " + text(lowest) + " to " +
-         text(highest));
+  refuseRequest("\"" + std::string(key) + "\" must be a number from " + text(lowest) + " to " +
+                text(highest));
 }
 
-std::map<std::string, json> parseMatch(const json& value) {
-  if (!value.is_object()) refuse("\"match\" must be a JSON object");
+std::map<std::string, json> matchOf(const json& value) {
+  if (!value.is_object()) refuseRequest("\"match\" must be a JSON object");
   return value.get<std::map<std::string, json>>();
 }
 
 void checkMembers(const json& object) {
   for (const auto& [key, value] : object.items()) {
     if (key != "count" && key != "after" && key != "kind" && key != "match" && key != "timeout") {
-      refuse("a wait has \"count\", \"after\", \"kind\", \"match\" and \"timeout\", no \"" + key +
-             "\"");
+      refuseRequest("a wait has \"count\", \"after\", \"kind\", \"match\" and \"timeout\", no \"" +
+                    key + "\"");
     }
   }
 }
@@ -96,7 +98,7 @@ ReportQuery parseReportQuery(const Parameters& parameters) {
 }
 
 WaitRequest parseWait(const json& object) {
-  if (!object.is_object()) refuse("a wait is a JSON object");
+  if (!object.is_object()) refuseRequest("a wait is a JSON object");
   checkMembers(object);
   WaitRequest wait;
   wait.query.limit = static_cast<int>(number(object, "count", 1, 1, kMostReports));
@@ -105,7 +107,7 @@ WaitRequest parseWait(const json& object) {
   if (const auto kind = object.find("kind"); kind != object.end()) {
     wait.query.kind = parseKind(kind->is_string() ? kind->get<std::string>() : kind->dump());
   }
-  if (object.contains("match")) wait.query.match = parseMatch(object["match"]);
+  if (object.contains("match")) wait.query.match = matchOf(object["match"]);
   wait.seconds = number(object, "timeout", wait.seconds, 0, kLongestWait);
   return wait;
 }
@@ -118,8 +120,8 @@ std::optional<std::int64_t> parseNumber(const Parameters& parameters, const std:
   const char* const textEnd = text->data() + text->size();
   const auto [end, failure] = std::from_chars(text->data(), textEnd, value);
   if (failure != std::errc() || end != textEnd || value < lowest || value > highest) {
-    refuse("\"" + name + "\" must be a whole number from " + std::to_string(lowest) + " to " +
-           std::to_string(highest));
+    refuseRequest("\"" + name + "\" must be a whole number from " + std::to_string(lowest) +
+                  " to " + std::to_string(highest));
   }
   return value;
 }

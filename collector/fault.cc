@@ -129,7 +129,7 @@ std::string limits(double lowest, double highest) {
   return text(lowest) + " to " + text(highest);
 }
 
-double parseNumber(const json& object, const char* key, double lowest, double highest) {
+double numberIn(const json& object, const char* key, double lowest, double highest) {
   const json& value = object.at(key);
   const double number = value.is_number() ? value.get<double>() : NAN;
   if (!(number >= lowest && number <= highest)) {
@@ -139,7 +139,7 @@ double parseNumber(const json& object, const char* key, double lowest, double hi
 }
 
 int parseInteger(const json& object, const char* key, int lowest, int highest) {
-  const double number = parseNumber(object, key, lowest, highest);
+  const double number = numberIn(object, key, lowest, highest);
   if (number != std::floor(number)) refuse("\"" + std::string(key) + "\" must be a whole number");
   return static_cast<int>(number);
 }
@@ -174,7 +174,7 @@ void parseHowOften(const json& object, Fault& fault) {
     refuse("a fault has \"times\" or a \"share\", not both");
   }
   if (object.contains("times")) fault.times = parseInteger(object, "times", 1, kMostTimes);
-  if (object.contains("share")) fault.share = parseNumber(object, "share", 0, 1);
+  if (object.contains("share")) fault.share = numberIn(object, "share", 0, 1);
   fault.seed = parseSeed(object);
 }
 
@@ -187,7 +187,7 @@ int parseStatus(const json& object, Effect effect) {
 }
 
 double parseSeconds(const json& object, Effect effect) {
-  if (object.contains("seconds")) return parseNumber(object, "seconds", 0, kLongestSeconds);
+  if (object.contains("seconds")) return numberIn(object, "seconds", 0, kLongestSeconds);
   return isATime(effect) ? kDefaultSeconds : 0;
 }
 

@@ -9,17 +9,13 @@
 
 #include "collector/connection_stream.h"
 #include "collector/fault_list.h"
+#include "collector/http_status.h"
 #include "collector/report_desk.h"
 
 namespace zln::collector {
 namespace {
 
 using Outcome = Answer::Outcome;
-
-constexpr char kJson[] = "application/json";
-constexpr int kTemporaryRedirect = 307;
-constexpr int kNoContent = 204;
-constexpr int kNotModified = 304;
 
 // A report would be delivered if somebody read all of it.
 constexpr std::size_t kHugeSize = 32 * 1024 * 1024;

@@ -5,6 +5,7 @@
 
 #include "collector/api_error.h"
 #include "collector/api_query.h"
+#include "collector/http_status.h"
 #include "collector/json.h"
 #include "collector/report_store.h"
 #include "collector/settings_lint.h"
@@ -14,8 +15,6 @@ namespace {
 
 using nlohmann::json;
 
-constexpr int kBadRequest = 400;
-constexpr int kNotFound = 404;
 constexpr int kFewInstallations = 100;
 constexpr int kMostInstallations = 1000;
 

@@ -13,6 +13,7 @@
 #include "collector/embedded_files.h"
 #include "collector/event_feed.h"
 #include "collector/export.h"
+#include "collector/http_status.h"
 #include "collector/json.h"
 #include "collector/json_object.h"
 #include "collector/operator_api.h"
@@ -27,22 +28,9 @@ using httplib::Request;
 using httplib::Response;
 using nlohmann::json;
 
-constexpr std::size_t kMostConnections = 128;
+constexpr std::size_t kMostOperators = 128;
 constexpr std::size_t kMostRequestsOfOne = 1000;
 
-constexpr int kOk = 200;
-constexpr int kCreated = 201;
-constexpr int kNoContent = 204;
-constexpr int kNotModified = 304;
-constexpr int kBadRequest = 400;
-constexpr int kForbidden = 403;
-constexpr int kNotFound = 404;
-constexpr int kMethodNotAllowed = 405;
-constexpr int kRequestTimeout = 408;
-constexpr int kServerError = 500;
-constexpr int kUnavailable = 503;
-
-constexpr char kJson[] = "application/json";
 // In the path of a route, whose last part it is then, and what it stands for.
 constexpr std::string_view kIdentifier = "{id}";
 constexpr char kIdentifierPattern[] = "([0-9]{1,15})";
@@ -170,7 +158,7 @@ OperatorServer::OperatorServer(std::unique_ptr<ListeningPort> port, const std::s
       port_(std::move(port)),
       requests_(std::make_unique<RequestServer>()),
       times_(times),
-      threads_(kMostConnections) {
+      threads_(kMostOperators) {
   requests_->set_keep_alive_max_count(kMostRequestsOfOne);
   requests_->set_default_headers({{"Content-Security-Policy", kContentPolicy},
                                   {"X-Content-Type-Options", "nosniff"},

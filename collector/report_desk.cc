@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "collector/fault_effects.h"
+#include "collector/http_status.h"
 #include "collector/json.h"
 #include "collector/json_object.h"
 #include "collector/report_line.h"
@@ -15,8 +16,6 @@ namespace {
 
 using nlohmann::json;
 using Outcome = Answer::Outcome;
-
-constexpr int kUnavailable = 503;
 
 std::string_view typeOf(const json& report) {
   const auto type = report.find("type");

@@ -1,11 +1,11 @@
 #include "collector/request_server.h"
 
+#include "collector/http_status.h"
+
 namespace zln::collector {
 namespace {
 
 constexpr std::size_t kLongestBody = 1024 * 1024;
-constexpr int kLengthRequired = 411;
-constexpr int kUnsupportedMediaType = 415;
 
 // httplib goes on with a body that is made piece by piece while its listening socket stands. It has
 // none; any number but INVALID_SOCKET says so.

@@ -161,7 +161,7 @@ struct Setting {
   Explain explain;
 };
 
-constexpr Setting kSettings[] = {
+constexpr Setting kKnownSettings[] = {
     {kImmediately, Kind::kBoolean, explainImmediately},
     {kOnBackgrounding, Kind::kBoolean, explainOnBackgrounding},
     {kOnForegrounding, Kind::kBoolean, explainOnForegrounding},
@@ -175,8 +175,8 @@ constexpr Setting kSettings[] = {
 };
 
 const Setting* settingNamed(std::string_view name) {
-  const auto* found = std::ranges::find(kSettings, name, &Setting::name);
-  return found == std::end(kSettings) ? nullptr : found;
+  const auto* found = std::ranges::find(kKnownSettings, name, &Setting::name);
+  return found == std::end(kKnownSettings) ? nullptr : found;
 }
 
 const Setting* settingOfKey(std::string_view key) {

@@ -6,8 +6,6 @@ namespace zln {
 
 namespace {
 
-constexpr char kBody[] = R"({"success":true})";
-
 std::string repeated(const std::string& text, int times) {
   std::string all;
   for (int i = 0; i < times; ++i) all += text;

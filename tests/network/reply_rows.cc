@@ -8,7 +8,6 @@ namespace {
 
 constexpr char kOk[] = "HTTP/1.1 200 OK\r\n";
 constexpr char kChunked[] = "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n";
-constexpr char kBody[] = R"({"success":true})";
 
 std::string withHeaders(const std::string& lines) { return kOk + lines + "\r\n" + kBody; }
 

@@ -19,6 +19,9 @@
 
 namespace zln {
 
+// The body of a reply that accepts a report.
+inline constexpr char kBody[] = R"({"success":true})";
+
 // How long a row that is about a time-out lets the client wait.
 inline constexpr std::chrono::milliseconds kShort{kSanitized ? 1000 : 300};
 

@@ -8,11 +8,10 @@
 #include <limits>
 #include <utility>
 
+#include "tests/platform/reals.h"
+
 namespace zln {
 namespace {
-
-constexpr double kNan = std::numeric_limits<double>::quiet_NaN();
-constexpr double kInfinity = std::numeric_limits<double>::infinity();
 
 TEST(NumberTest, RemembersItsKind) {
   EXPECT_EQ(Number::Kind::boolean, Number::boolean(true).kind());

@@ -11,15 +11,13 @@
 #include <utility>
 #include <vector>
 
+#include "tests/platform/reals.h"
 #include "tests/support/decimal_comma_locale.h"
 
 namespace zln {
 namespace {
 
 using namespace std::string_view_literals;
-
-constexpr double kNan = std::numeric_limits<double>::quiet_NaN();
-constexpr double kInfinity = std::numeric_limits<double>::infinity();
 
 std::string elementOf(const Value& value) {
   std::string out;

@@ -36,7 +36,7 @@ using testing::SizeIs;
 using testing::StartsWith;
 
 // Of the files that a test reads.
-constexpr std::size_t kLimit = std::size_t{1} << 20;
+constexpr std::size_t kReadLimit = std::size_t{1} << 20;
 
 // Takes from this thread the right of the superuser to do everything with files.
 class OrdinaryUser {
@@ -131,7 +131,7 @@ TEST_F(FilesPosixTest, AFileThatOthersCouldReadBelongsToTheUserAloneOnceWritten)
 TEST_F(FilesPosixTest, WritingReplacesALinkAndNotItsTarget) {
   put("target", "kept");
   makeLink("target", "link");
-  EXPECT_EQ("kept", files.read(path("link"), kLimit));
+  EXPECT_EQ("kept", files.read(path("link"), kReadLimit));
 
   EXPECT_TRUE(files.writeAtomically(path("link"), "new", nullptr));
 
@@ -182,7 +182,7 @@ TEST_F(FilesPosixTest, ReadersSeeWholeContentsWhileSeveralWrite) {
 
   int mixed = 0;
   for (int round = 0; round < 100; ++round) {
-    const auto content = files.read(path("file"), kLimit);
+    const auto content = files.read(path("file"), kReadLimit);
     if (content != ones && content != twos) ++mixed;
   }
   first.join();
@@ -196,7 +196,7 @@ TEST_F(FilesPosixTest, ReadersSeeWholeContentsWhileSeveralWrite) {
 TEST_F(FilesPosixTest, APipeDoesNotBlockTheReader) {
   ASSERT_EQ(0, mkfifo(path("pipe").c_str(), 0600));
 
-  EXPECT_EQ(std::nullopt, files.read(path("pipe"), kLimit));
+  EXPECT_EQ(std::nullopt, files.read(path("pipe"), kReadLimit));
   EXPECT_THAT(visited(folder.path()), ElementsAre("pipe"));
   EXPECT_TRUE(files.remove(path("pipe"), nullptr));
 
@@ -204,8 +204,8 @@ TEST_F(FilesPosixTest, APipeDoesNotBlockTheReader) {
 }
 
 TEST_F(FilesPosixTest, ADeviceDoesNotReadAndAFileThatDoesNotKnowItsSizeDoes) {
-  EXPECT_EQ(std::nullopt, files.read("/dev/zero", kLimit));
-  EXPECT_THAT(files.read("/proc/self/status", kLimit), testing::Optional(StartsWith("Name:")));
+  EXPECT_EQ(std::nullopt, files.read("/dev/zero", kReadLimit));
+  EXPECT_THAT(files.read("/proc/self/status", kReadLimit), testing::Optional(StartsWith("Name:")));
 }
 
 TEST_F(FilesPosixTest, LinksAreVisitedAndNotFollowed) {
@@ -272,8 +272,8 @@ TEST_F(FilesPosixTest, NoOperationLeavesAFileOpen) {
   files.createDirectory(path("a/b"), nullptr);
   files.writeAtomically(path("a/b/file"), "1", nullptr);
   files.writeAtomically(path("a/b"), "1", nullptr);
-  files.read(path("a/b/file"), kLimit);
-  files.read(path("a/b"), kLimit);
+  files.read(path("a/b/file"), kReadLimit);
+  files.read(path("a/b"), kReadLimit);
   visited(folder.path());
   files.excludeFromBackup(path("a"), nullptr);
   files.remove(path("a"), nullptr);
@@ -296,7 +296,7 @@ TEST_F(FilesPosixTest, APathWithAZeroByteLeadsNowhere) {
   const std::string broken = path("file") + std::string("\0/x", 3);
 
   EXPECT_FALSE(files.exists(broken));
-  EXPECT_EQ(std::nullopt, files.read(broken, kLimit));
+  EXPECT_EQ(std::nullopt, files.read(broken, kReadLimit));
   EXPECT_FALSE(files.writeAtomically(broken, "2", nullptr));
   EXPECT_FALSE(files.createDirectory(broken, nullptr));
   EXPECT_FALSE(files.excludeFromBackup(broken, nullptr));
@@ -309,7 +309,7 @@ TEST_F(FilesPosixTest, APathThatIsTooLongFails) {
   const std::string name(300, 'x');
 
   EXPECT_FALSE(files.exists(path(name)));
-  EXPECT_EQ(std::nullopt, files.read(path(name), kLimit));
+  EXPECT_EQ(std::nullopt, files.read(path(name), kReadLimit));
   EXPECT_FALSE(files.writeAtomically(path(name), "1", nullptr));
   EXPECT_FALSE(files.createDirectory(path(name), nullptr));
   EXPECT_FALSE(files.remove(path(name), nullptr));

@@ -41,7 +41,7 @@ namespace zln {
 namespace {
 
 constexpr int kThreads = 8;
-constexpr auto kPatience = std::chrono::seconds(60);
+constexpr auto kLongestAwait = std::chrono::seconds(60);
 
 // Tells the time, but does not let anybody wait.
 class HastyClock : public Clock {
@@ -234,7 +234,7 @@ class ThreadsTest : public testing::Test {
   // that.
   template <typename Condition>
   static bool await(Condition condition) {
-    const auto end = std::chrono::steady_clock::now() + kPatience;
+    const auto end = std::chrono::steady_clock::now() + kLongestAwait;
     while (!condition()) {
       if (std::chrono::steady_clock::now() > end) return false;
       std::this_thread::yield();

@@ -25,7 +25,7 @@ using testing::SizeIs;
 
 using Reports = std::vector<std::shared_ptr<ZLNReportBase>>;
 
-constexpr char kRejectedForGood[] = R"({"success":false,"errorIsPermanent":true,"error":"bad"})";
+constexpr char kRejection[] = R"({"success":false,"errorIsPermanent":true,"error":"bad"})";
 constexpr char kTransmitOnForegrounding[] =
     "ConfigSerializationKeyTransmitReportsOnApplicationForegrounding";
 constexpr char kTransmitOnBackgrounding[] =
@@ -392,7 +392,7 @@ TEST_F(ZLNReportingManagerTest, ADeliveredReportLeavesTheFileAndTheBackgroundTas
 }
 
 TEST_F(ZLNReportingManagerTest, AfterASuspendedBatchTheQueueRestsAgain) {
-  for (const char* reply : {kAccepted, kRejectedForGood}) {
+  for (const char* reply : {kAccepted, kRejection}) {
     SCOPED_TRACE(reply);
     restart();
     beginSuspended();
@@ -452,7 +452,7 @@ TEST_F(ZLNReportingManagerTest, APermanentFailureDropsTheReport) {
   send();
   newLines();
 
-  env.http.reply(0, kRejectedForGood);
+  env.http.reply(0, kRejection);
   env.dispatch.runGlobal();
 
   expectLines({"server rejected report <ZLNReportAdAttempt: 0x*>",
