@@ -19,8 +19,10 @@
 #include <thread>
 #include <vector>
 
+#include "collector/http_status.h"
 #include "collector/json.h"
 #include "collector/owned_socket.h"
+#include "tests/collector/running_collector.h"
 #include "tests/collector/small_pipe.h"
 #include "tests/support/temporary_folder.h"
 
@@ -31,11 +33,9 @@ using nlohmann::json;
 using testing::EndsWith;
 using testing::HasSubstr;
 
-constexpr auto kPatience = std::chrono::seconds(60);
 constexpr auto kGlance = std::chrono::milliseconds(5);
 constexpr char kReady[] = "The page is at http://";
 constexpr char kPage[] = "The page is at http://localhost:";
-constexpr char kJson[] = "application/json";
 
 // A run of the program, ended at the end of the test at the latest.
 class Program {

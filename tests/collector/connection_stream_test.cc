@@ -14,8 +14,8 @@ namespace {
 
 using std::chrono::milliseconds;
 
-constexpr auto kLong = std::chrono::minutes(10);
-constexpr auto kGlance = milliseconds(20);
+constexpr auto kNever = std::chrono::minutes(10);
+constexpr auto kTick = milliseconds(20);
 
 class ConnectionStreamTest : public testing::Test {
  protected:
@@ -55,13 +55,13 @@ TEST_F(ConnectionStreamTest, WaitsForARequestNoLongerThanAskedTo) {
 
 TEST_F(ConnectionStreamTest, GivesARequestItsTimeAsAWhole) {
   ConnectionStream stream(own_.get(),
-                          {.idle = kLong, .request = milliseconds(200), .write = kLong});
+                          {.idle = kNever, .request = milliseconds(200), .write = kNever});
   std::atomic<bool> ended = false;
   std::atomic<int> said = 0;
   std::thread slow([&] {
     for (; !ended && said < 1000; ++said) {
       say("a");
-      std::this_thread::sleep_for(kGlance);
+      std::this_thread::sleep_for(kTick);
     }
     ::shutdown(client_.get(), SHUT_WR);
   });
@@ -76,7 +76,7 @@ TEST_F(ConnectionStreamTest, GivesARequestItsTimeAsAWhole) {
 }
 
 TEST_F(ConnectionStreamTest, GivesUpAClientThatTakesNoAnswer) {
-  ConnectionStream stream(own_.get(), {.request = kLong, .write = milliseconds(50)});
+  ConnectionStream stream(own_.get(), {.request = kNever, .write = milliseconds(50)});
   const std::string answer(16 * 1024 * 1024, 'a');
 
   EXPECT_EQ(-1, stream.write(answer.data(), answer.size()));

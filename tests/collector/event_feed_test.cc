@@ -27,7 +27,6 @@ using testing::Not;
 using testing::StartsWith;
 
 constexpr char kGreeting[] = "retry: 1000\n: connected\n\n";
-constexpr auto kPatience = std::chrono::seconds(60);
 
 // A client that follows the events of a collector until it goes.
 class Follower {

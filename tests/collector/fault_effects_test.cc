@@ -22,11 +22,9 @@ using testing::SizeIs;
 using testing::StartsWith;
 using Outcome = Answer::Outcome;
 
-constexpr char kSuccess[] = R"({"success":true})";
 constexpr char kPutOff[] = R"({"success":false})";
 constexpr char kNoAnswer[] = "no answer: ";
 // What is to be over in a moment is so within this, also under a sanitizer.
-constexpr duration<double> kSoon = std::chrono::seconds(20);
 
 class FaultEffectsTest : public testing::Test {
  protected:

@@ -23,7 +23,6 @@ using testing::IsEmpty;
 using testing::SizeIs;
 using Outcome = Answer::Outcome;
 
-constexpr char kSuccess[] = R"({"success":true})";
 constexpr char kEvent[] = R"({"adEventId":"0D9AF0A5-2C9A-4F0B-8F4D-6E4C3E0E5F11"})";
 
 TEST(GameServerTest, TakesAReportAndKeepsIt) {

@@ -11,6 +11,7 @@
 #include <string_view>
 #include <vector>
 
+#include "collector/http_status.h"
 #include "tests/collector/raw_client.h"
 #include "tests/collector/running_collector.h"
 
@@ -19,11 +20,8 @@ namespace {
 
 using testing::StartsWith;
 
-constexpr char kSuccess[] = R"({"success":true})";
-constexpr char kJson[] = "application/json";
 constexpr std::size_t kMostGames = 256;
 constexpr std::size_t kMostOperators = 128;
-constexpr std::chrono::duration<double> kSoon = std::chrono::seconds(20);
 
 std::vector<OwnedSocket> connectMany(std::size_t count, int port, std::string_view firstBytes) {
   std::vector<OwnedSocket> sockets;

@@ -28,7 +28,7 @@ Options parse(std::vector<std::string> arguments) {
   return parseOptions(static_cast<int>(arguments.size()), argv.data());
 }
 
-std::string complaintAbout(std::vector<std::string> arguments) {
+std::string complaintOf(std::vector<std::string> arguments) {
   try {
     parse(std::move(arguments));
     return "";
@@ -104,9 +104,9 @@ TEST(OptionsTest, TakeAnExport) {
   EXPECT_EQ(ExportFormat::kCsv, parse({"export", "--data", "there", "--format", "csv"}).format);
   EXPECT_EQ("there", parse({"export", "--data", "there"}).data);
   EXPECT_EQ("--format must be jsonl or csv, not \"xml\"",
-            complaintAbout({"export", "--format", "xml"}));
-  EXPECT_EQ("--help shows the options", complaintAbout({"export", "--port", "1"}));
-  EXPECT_EQ("--help shows the options", complaintAbout({"--format", "csv"}));
+            complaintOf({"export", "--format", "xml"}));
+  EXPECT_EQ("--help shows the options", complaintOf({"export", "--port", "1"}));
+  EXPECT_EQ("--help shows the options", complaintOf({"--format", "csv"}));
 }
 
 TEST(OptionsTest, TakeSettingsFromAFile) {
@@ -120,58 +120,57 @@ TEST(OptionsTest, TakeSettingsFromAFile) {
 TEST(OptionsTest, RefuseSettingsThatAreNoObject) {
   const TemporaryFolder folder;
 
-  EXPECT_THAT(complaintAbout({"--settings", fileWith(folder, "[1]")}), HasSubstr("no JSON object"));
-  EXPECT_THAT(complaintAbout({"--settings", fileWith(folder, "{")}), HasSubstr("no JSON object"));
-  EXPECT_THAT(complaintAbout({"--settings", folder.path() + "/missing"}), HasSubstr("cannot read"));
+  EXPECT_THAT(complaintOf({"--settings", fileWith(folder, "[1]")}), HasSubstr("no JSON object"));
+  EXPECT_THAT(complaintOf({"--settings", fileWith(folder, "{")}), HasSubstr("no JSON object"));
+  EXPECT_THAT(complaintOf({"--settings", folder.path() + "/missing"}), HasSubstr("cannot read"));
 }
 
 TEST(OptionsTest, RefuseWhatIsNoPort) {
   const std::string complaint = "--port must be a number from 0 to 65535, not ";
 
-  EXPECT_EQ(complaint + "\"65536\"", complaintAbout({"--port", "65536"}));
-  EXPECT_EQ(complaint + "\"-1\"", complaintAbout({"--port", "-1"}));
-  EXPECT_EQ(complaint + "\"80x\"", complaintAbout({"--port", "80x"}));
-  EXPECT_EQ(complaint + "\"\"", complaintAbout({"--port", ""}));
+  EXPECT_EQ(complaint + "\"65536\"", complaintOf({"--port", "65536"}));
+  EXPECT_EQ(complaint + "\"-1\"", complaintOf({"--port", "-1"}));
+  EXPECT_EQ(complaint + "\"80x\"", complaintOf({"--port", "80x"}));
+  EXPECT_EQ(complaint + "\"\"", complaintOf({"--port", ""}));
 }
 
 TEST(OptionsTest, RefuseSixPortsWhereThereAreNone) {
-  EXPECT_EQ("", complaintAbout({"--separate-ports", "--port", "65530"}));
-  EXPECT_THAT(complaintAbout({"--separate-ports", "--port", "65531"}), HasSubstr("65530"));
+  EXPECT_EQ("", complaintOf({"--separate-ports", "--port", "65530"}));
+  EXPECT_THAT(complaintOf({"--separate-ports", "--port", "65531"}), HasSubstr("65530"));
 }
 
 TEST(OptionsTest, RefuseToListenOnWhatIsNoAddress) {
   const std::string complaint = "--listen takes a numeric address, not ";
 
-  EXPECT_EQ(complaint + "\"\"", complaintAbout({"--listen", ""}));
-  EXPECT_EQ(complaint + "\"localhost\"", complaintAbout({"--listen", "localhost"}));
+  EXPECT_EQ(complaint + "\"\"", complaintOf({"--listen", ""}));
+  EXPECT_EQ(complaint + "\"localhost\"", complaintOf({"--listen", "localhost"}));
   EXPECT_EQ("0.0.0.0", parse({"--listen", "0.0.0.0"}).ports.address);
 }
 
 TEST(OptionsTest, RefuseWhatIsNoHost) {
   const std::string complaint = "--host takes the name of a host, not ";
 
-  EXPECT_EQ(complaint + "\"\"", complaintAbout({"--host", ""}));
-  EXPECT_EQ(complaint + "\"a,DNS:b\"", complaintAbout({"--host", "a,DNS:b"}));
-  EXPECT_EQ(complaint + "\"*.example\"", complaintAbout({"--host", "*.example"}));
+  EXPECT_EQ(complaint + "\"\"", complaintOf({"--host", ""}));
+  EXPECT_EQ(complaint + "\"a,DNS:b\"", complaintOf({"--host", "a,DNS:b"}));
+  EXPECT_EQ(complaint + "\"*.example\"", complaintOf({"--host", "*.example"}));
 }
 
 TEST(OptionsTest, RefuseFaultsThatCannotBe) {
-  EXPECT_THAT(complaintAbout({"--fault", "explode"}),
+  EXPECT_THAT(complaintOf({"--fault", "explode"}),
               StartsWith("--fault explode: \"explode\" is no effect: temporary, permanent, "));
   EXPECT_EQ("--fault empty,times=0: \"times\" must be a number from 1 to 1000000",
-            complaintAbout({"--fault", "empty,times=0"}));
+            complaintOf({"--fault", "empty,times=0"}));
 }
 
 TEST(OptionsTest, RefuseToKeepNothing) {
-  EXPECT_EQ("--keep must be a number from 1 to 10000000, not \"0\"",
-            complaintAbout({"--keep", "0"}));
+  EXPECT_EQ("--keep must be a number from 1 to 10000000, not \"0\"", complaintOf({"--keep", "0"}));
   EXPECT_EQ("--keep-mib must be a number from 1 to 1048576, not \"0\"",
-            complaintAbout({"--keep-mib", "0"}));
+            complaintOf({"--keep-mib", "0"}));
 }
 
 TEST(OptionsTest, RefuseWhatTheyDoNotKnow) {
-  EXPECT_EQ("what is \"more\"?", complaintAbout({"more"}));
-  EXPECT_EQ("--help shows the options", complaintAbout({"--unknown"}));
+  EXPECT_EQ("what is \"more\"?", complaintOf({"more"}));
+  EXPECT_EQ("--help shows the options", complaintOf({"--unknown"}));
 }
 
 }  // namespace

@@ -9,7 +9,7 @@
 namespace zln::collector {
 namespace {
 
-constexpr timeval kPatience{60, 0};
+constexpr timeval kReadTimeout{60, 0};
 
 }  // namespace
 
@@ -19,7 +19,7 @@ OwnedSocket connectTo(int port, std::string_view firstBytes) {
   address.sin_family = AF_INET;
   address.sin_port = htons(static_cast<in_port_t>(port));
   address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  ::setsockopt(socket.get(), SOL_SOCKET, SO_RCVTIMEO, &kPatience, sizeof kPatience);
+  ::setsockopt(socket.get(), SOL_SOCKET, SO_RCVTIMEO, &kReadTimeout, sizeof kReadTimeout);
   if (::connect(socket.get(), reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
     throw std::runtime_error("no connection");
   }

@@ -27,7 +27,6 @@ using nlohmann::json;
 constexpr char kHost[] = "127.0.0.1";
 constexpr char kDatabase[] = "/reports.db";
 constexpr KeepLimits kKept{.reports = 20000};
-constexpr auto kPatience = std::chrono::seconds(60);
 
 }  // namespace
 

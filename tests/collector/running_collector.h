@@ -21,6 +21,13 @@ class SSLClient;
 
 namespace zln::collector {
 
+// The body of a reply that accepts a report.
+inline constexpr char kSuccess[] = R"({"success":true})";
+
+// What must happen at all happens within this; what must happen soon, within that.
+inline constexpr auto kPatience = std::chrono::seconds(60);
+inline constexpr std::chrono::duration<double> kSoon = std::chrono::seconds(20);
+
 class OperatorServer;
 
 // How a test wants its collector.
