@@ -573,7 +573,7 @@ TEST_F(FakeBackgroundTasksTest, NotesWhatBeginsAndEndsAlsoTheEndsThatItIgnores) 
   begin();
   tasks.expire(2);
 
-  for (const BackgroundTaskId id : {1, 1, 0}) tasks.end(id);
+  for (const BackgroundTaskId id : {1u, 1u, 0u}) tasks.end(id);
 
   EXPECT_EQ(1, expirations);
   EXPECT_EQ(2u, tasks.begun());
