@@ -818,7 +818,7 @@ TEST_F(HttpClientCurlExitTest, ExitWithRequestsUnderWayIsQuiet) {
         auto& client = *new HttpClientCurl(*new ThreadPool, userAgent);
         for (int i = 0; i < 5; ++i) client.upload(post(server.url("/")), [](HttpReply) {});
         server.waitForRequests(3);
-        unlink(server.caFile().c_str());
+        std::filesystem::remove_all(std::filesystem::path(server.caFile()).parent_path());
         std::exit(0);
       },
       testing::ExitedWithCode(0), "^$");
