@@ -9,8 +9,10 @@ quietly() {
   fi
 }
 
+# Relative paths let the build folders, and other clones, share what is in the cache.
 use_compiler_cache() {
   export CMAKE_C_COMPILER_LAUNCHER=ccache CMAKE_CXX_COMPILER_LAUNCHER=ccache
+  export CCACHE_BASEDIR=$PWD CCACHE_NOHASHDIR=1
   # What the cache has to overlook where a header is precompiled.
   export CCACHE_SLOPPINESS=pch_defines,time_macros,include_file_mtime,include_file_ctime
 }

@@ -13,14 +13,10 @@ sources() {
 }
 
 check() {
-  local wrong=0
-  while IFS= read -r -d '' file; do
-    clang-format --dry-run --Werror "$file" 2>/dev/null || {
-      echo "not formatted: $file"
-      wrong=1
-    }
-  done < <(sources)
-  return $wrong
+  local output
+  output=$(sources | xargs -0 -n 50 -P "$(nproc)" clang-format --dry-run --Werror 2>&1) && return
+  sed -n 's/^\([^:]*\):[0-9].*/not formatted: \1/p' <<<"$output" | sort -u | grep . || echo "$output"
+  return 1
 }
 
 case "${1:-}" in

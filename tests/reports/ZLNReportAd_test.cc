@@ -160,13 +160,13 @@ AdKind kindOf(const char* name, const char* reportType, const char* url, const c
 // Of both kinds.
 class ZLNReportAdTest : public AdReportTest, public testing::WithParamInterface<AdKind> {};
 
-const AdKind kKinds[] = {
+const AdKind kAdKinds[] = {
     kindOf<ZLNReportAdAttempt>("Attempt", "ReportTypeAdAttempt", kAdAttemptUrl,
                                "<ZLNReportAdAttempt: 0x[0-9a-f]+>", &makeAttempt),
     kindOf<ZLNReportAdZoneAttempt>("ZoneAttempt", "ReportTypeAdZoneAttempt", kAdZoneAttemptUrl,
                                    "<ZLNReportAdZoneAttempt: 0x[0-9a-f]+>", &makeZoneAttempt)};
 
-INSTANTIATE_TEST_SUITE_P(Kinds, ZLNReportAdTest, testing::ValuesIn(kKinds),
+INSTANTIATE_TEST_SUITE_P(Kinds, ZLNReportAdTest, testing::ValuesIn(kAdKinds),
                          [](const auto& parameter) { return parameter.param.name; });
 
 TEST_P(ZLNReportAdTest, GoesToTheEndpointOfItsKindWithAnIdentifierOfItsOwn) {

@@ -54,7 +54,7 @@ SessionKind kindOf(const char* name, const char* url, const char* reportType, co
                      }};
 }
 
-const SessionKind kKinds[] = {
+const SessionKind kSessionKinds[] = {
     kindOf<ZLNReportSessionFirst>("First", kSessionFirstUrl, "ReportTypeSessionFirst",
                                   "<ZLNReportSessionFirst: 0x[0-9a-f]+>"),
     kindOf<ZLNReportSessionStart>("Start", kSessionStartUrl, "ReportTypeSessionStart",
@@ -100,7 +100,7 @@ class SessionReportTest : public HostTest {
 class ZLNReportSessionTest : public SessionReportTest,
                              public testing::WithParamInterface<SessionKind> {};
 
-INSTANTIATE_TEST_SUITE_P(Kinds, ZLNReportSessionTest, testing::ValuesIn(kKinds),
+INSTANTIATE_TEST_SUITE_P(Kinds, ZLNReportSessionTest, testing::ValuesIn(kSessionKinds),
                          [](const auto& parameter) { return parameter.param.name; });
 
 TEST_P(ZLNReportSessionTest, AFreshReportSharesTheSessionAndGoesToTheEndpointOfItsKind) {
