@@ -5,20 +5,24 @@
 
 #include <algorithm>
 #include <array>
+#include <charconv>
 #include <cmath>
 #include <cstdarg>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <iterator>
 #include <limits>
 #include <memory>
 #include <optional>
+#include <regex>
 #include <span>
 #include <string>
 #include <string_view>
+#include <system_error>
 #include <type_traits>
-#include <utility>
 #include <variant>
 #include <vector>
 
@@ -31,120 +35,6 @@ namespace {
 
 // Widths, and precisions of numbers, that the library does not cut.
 constexpr int kMostPadding = 4096;
-
-// The rules of ZLNLog.h, read once more.
-
-// A width or a precision: none, a number, or the argument of that index.
-struct Amount {
-  bool isGiven = false;
-  int number = 0;
-  std::optional<std::size_t> argument;
-};
-
-struct Conversion {
-  std::string before;  // The text in front of it.
-  std::string flags;
-  Amount width;
-  Amount precision;
-  std::string length;
-  char letter = 0;  // 0 at the end of the format.
-  std::size_t argument = 0;
-};
-
-class Reader {
- public:
-  explicit Reader(std::string_view format) : format_(format) {}
-
-  std::vector<Conversion> read() {
-    std::vector<Conversion> conversions;
-    std::string text;
-    while (at_ < format_.size()) {
-      const std::size_t start = at_;
-      const std::size_t next = next_;
-      Conversion conversion;
-      if (get() == '%' && readParts(conversion)) {
-        conversion.before = std::exchange(text, {});
-        conversions.push_back(conversion);
-        continue;
-      }
-      // Of a conversion that is not known all that was understood of it is text.
-      text += format_.substr(start, at_ - start);
-      next_ = next;
-    }
-    conversions.push_back({});
-    conversions.back().before = text;
-    return conversions;
-  }
-
- private:
-  char peek() const { return at_ < format_.size() ? format_[at_] : '\0'; }
-  char get() { return format_[at_++]; }
-
-  bool take(std::string_view word) {
-    if (!format_.substr(at_).starts_with(word)) return false;
-    at_ += word.size();
-    return true;
-  }
-
-  bool readParts(Conversion& conversion) {
-    const std::optional<int> position = readPosition();
-    while (at_ < format_.size() && std::strchr("-+ #0'", peek()) != nullptr) {
-      conversion.flags += get();
-    }
-    if (!readAmount(conversion.width)) return false;
-    if (take(".")) {
-      if (!readAmount(conversion.precision)) return false;
-      conversion.precision.isGiven = true;
-    }
-    for (const char* length : {"hh", "h", "ll", "l", "q", "j", "z", "t", "L"}) {
-      if (!take(length)) continue;
-      conversion.length = length;
-      break;
-    }
-    if (at_ == format_.size()) return false;
-    const char letter = get();
-    if (letter == '\0' || std::strchr("diouxXfFeEgGaAcCsSpn%@", letter) == nullptr) return false;
-    conversion.letter = letter;
-    return letter == '%' || choose(position, conversion.argument);
-  }
-
-  int readDigits() {
-    long long number = 0;
-    while (peek() >= '0' && peek() <= '9')
-      number = std::min(number * 10 + (get() - '0'), 999999999LL);
-    return static_cast<int>(number);
-  }
-
-  std::optional<int> readPosition() {
-    const std::size_t start = at_;
-    if (peek() >= '0' && peek() <= '9') {
-      const int number = readDigits();
-      if (take("$")) return number;
-    }
-    at_ = start;
-    return std::nullopt;
-  }
-
-  bool readAmount(Amount& amount) {
-    if (take("*")) {
-      amount.isGiven = true;
-      return choose(readPosition(), amount.argument.emplace());
-    }
-    amount.isGiven = peek() >= '0' && peek() <= '9';
-    amount.number = readDigits();
-    return true;
-  }
-
-  bool choose(std::optional<int> position, std::size_t& argument) {
-    if (position && (*position < 1 || *position > 64)) return false;
-    argument = position ? static_cast<std::size_t>(*position) - 1 : next_++;
-    return true;
-  }
-
-  std::string_view format_;
-  std::size_t at_ = 0;
-  std::size_t next_ = 0;
-};
 
 // Arguments as C passes them.
 
@@ -212,75 +102,182 @@ class Texts {
   std::vector<std::unique_ptr<char[]>> kept_;
 };
 
-bool isReal(char letter) { return std::strchr("fFeEgGaA", letter) != nullptr; }
-bool isInteger(char letter) { return std::strchr("diouxX", letter) != nullptr; }
-bool isWide(const Conversion& conversion) {
-  return conversion.letter == 'S' || (conversion.letter == 's' && conversion.length == "l");
+bool isOneOf(char letter, std::string_view letters) {
+  return letters.find(letter) != std::string_view::npos;
+}
+bool isReal(char letter) { return isOneOf(letter, "fFeEgGaA"); }
+bool isInteger(char letter) { return isOneOf(letter, "diouxX"); }
+
+// A conversion by the rules of ZLNLog.h: position, flags, width, precision, length, letter.
+const std::regex& conversionPattern() {
+  static const std::regex& pattern =
+      *new std::regex(R"(%(?:([0-9]+)\$)?([-+ #0']*))"
+                      R"((?:(\*)(?:([0-9]+)\$)?|([0-9]+))?)"
+                      R"((\.(?:(\*)(?:([0-9]+)\$)?|([0-9]*)))?)"
+                      R"((hh|h|ll|l|q|j|z|t|L)?([diouxXfFeEgGaAcCsSpn%@]))");
+  return pattern;
 }
 
-Argument integerArgument(const std::string& length, std::uint64_t bits) {
-  if (length == "l" || length == "j" || length == "z" || length == "t")
-    return static_cast<long>(bits);
-  if (length == "ll" || length == "q" || length == "L") return static_cast<long long>(bits);
-  return static_cast<int>(bits);
-}
-
-// The arguments that a format asks for, in their order.
-class ArgumentMaker {
+// A call that a format asks for, and the same for the C library: with the position of every
+// argument.
+class Call {
  public:
-  ArgumentMaker(Input& input, Texts& texts) : input_(input), texts_(texts) {}
+  Call(const std::string& format, Input& input, Texts& texts) : input_(input), texts_(texts) {
+    std::smatch parts;
+    for (auto at = format.begin(); at != format.end();) {
+      if (std::regex_search(at, format.end(), parts, conversionPattern(),
+                            std::regex_constants::match_continuous) &&
+          hasKnownPositions(parts)) {
+        add(parts);
+        at = parts[0].second;
+      } else {
+        // Of a conversion that is not known all is text.
+        formatForC_ += *at == '%' ? "%%" : std::string(1, *at);
+        ++at;
+      }
+    }
+  }
 
   // Absent when there are too many, or when one is asked for in two ways.
-  std::optional<std::vector<Argument>> make(const std::vector<Conversion>& conversions) {
-    for (const Conversion& conversion : conversions) {
-      if (!addAmount(conversion.width) || !addAmount(conversion.precision)) return std::nullopt;
-      if (conversion.letter == 0 || conversion.letter == '%') continue;
-      if (!add(conversion.argument, [&] { return argumentFor(conversion); })) return std::nullopt;
-    }
+  std::optional<std::vector<Argument>> arguments() const {
+    if (!isPossible_) return std::nullopt;
     std::vector<Argument> arguments;
     for (const auto& argument : found_) arguments.push_back(argument.value_or(int{0}));
     return arguments;
   }
 
+  // Absent where C leaves the outcome open, or where the library follows rules of its own.
+  std::optional<std::string> formatForC() const {
+    return isDefined_ ? std::optional(formatForC_) : std::nullopt;
+  }
+
  private:
-  template <typename Make>
-  bool add(std::size_t index, Make make) {
-    if (index >= kMostArguments) return false;
+  // A width or a precision.
+  struct Amount {
+    std::string text;
+    std::optional<int> value;
+  };
+
+  static int numberIn(const std::string& digits) {
+    int number = 0;
+    const auto read = std::from_chars(digits.data(), digits.data() + digits.size(), number);
+    return read.ec == std::errc::result_out_of_range ? std::numeric_limits<int>::max() : number;
+  }
+
+  static bool hasKnownPositions(const std::smatch& parts) {
+    const std::size_t groups[] = {1, 4, 8};
+    return std::all_of(std::begin(groups), std::end(groups), [&](std::size_t group) {
+      if (!parts[group].matched || (group == 1 && *parts[11].first == '%')) return true;
+      const int position = numberIn(parts[group]);
+      return position >= 1 && position <= 64;
+    });
+  }
+
+  void add(const std::smatch& parts) {
+    const char letter = *parts[11].first;
+    const Amount width = addAmount(parts, 3);
+    const Amount precision = addAmount(parts, 7);
+    if (letter == '%') {
+      formatForC_ += "%%";
+      return;
+    }
+    const std::string flags = parts[2];
+    const std::string length = parts[10];
+    const std::size_t index = indexOf(parts[1]);
+    const Argument argument = argumentFor(letter, length, precision.value);
+    put(index, argument);
+    formatForC_ += "%" + std::to_string(index + 1) + "$";
+    if (letter == 'n') {
+      formatForC_ += ".0s";
+      return;
+    }
+    isDefined_ = isDefined_ && areFlagsDefined(letter, flags) && isLengthDefined(letter, length) &&
+                 std::abs(static_cast<long>(width.value.value_or(0))) <= kMostPadding &&
+                 precision.value.value_or(0) <= kMostPadding &&
+                 isValueDefined(letter, precision.value.value_or(-1), argument);
+    formatForC_ += flags + width.text;
+    if (parts[6].matched && !isOneOf(letter, "cp")) formatForC_ += "." + precision.text;
+    // The C library forgets these two where arguments have positions.
+    formatForC_ += length == "q" || length == "L" ? "ll" : length;
+    formatForC_ += letter == '@' ? 's' : letter;
+  }
+
+  // Of the groups that hold a star, its position and a number.
+  Amount addAmount(const std::smatch& parts, std::size_t star) {
+    if (parts[star].matched) {
+      const std::size_t index = indexOf(parts[star + 1]);
+      const int value = static_cast<int>(takeInteger(input_));
+      put(index, value);
+      return {"*" + std::to_string(index + 1) + "$", value};
+    }
+    if (!parts[star + 2].matched) return {};
+    return {parts[star + 2], numberIn(parts[star + 2])};
+  }
+
+  std::size_t indexOf(const std::string& position) {
+    return position.empty() ? next_++ : static_cast<std::size_t>(numberIn(position)) - 1;
+  }
+
+  void put(std::size_t index, const Argument& argument) {
+    isPossible_ = isPossible_ && index < kMostArguments;
+    if (!isPossible_) return;
     if (index >= found_.size()) found_.resize(index + 1);
-    if (found_[index]) return false;
-    found_[index] = make();
-    return true;
+    isPossible_ = !found_[index];
+    found_[index] = argument;
   }
 
-  bool addAmount(const Amount& amount) {
-    if (!amount.argument) return true;
-    return add(*amount.argument, [&] { return static_cast<int>(takeInteger(input_)); });
-  }
-
-  std::optional<int> limitOf(const Conversion& conversion) const {
-    if (conversion.precision.argument)
-      return std::get<int>(*found_[*conversion.precision.argument]);
-    if (conversion.precision.isGiven) return conversion.precision.number;
-    return std::nullopt;
-  }
-
-  Argument argumentFor(const Conversion& conversion) {
-    const char letter = conversion.letter;
-    if (isInteger(letter)) return integerArgument(conversion.length, takeInteger(input_));
-    if (letter == 'c' || letter == 'C') return static_cast<int>(takeInteger(input_));
-    if (isReal(letter) && conversion.length == "L")
-      return static_cast<long double>(takeReal(input_));
+  Argument argumentFor(char letter, const std::string& length, std::optional<int> limit) {
+    if (isInteger(letter)) return integerArgument(length, takeInteger(input_));
+    if (isOneOf(letter, "cC")) return static_cast<int>(takeInteger(input_));
+    if (isReal(letter) && length == "L") return static_cast<long double>(takeReal(input_));
     if (isReal(letter)) return takeReal(input_);
-    if (isWide(conversion)) return texts_.wide(input_);
-    return texts_.narrow(input_, limitOf(conversion));
+    if (letter == 'S' || (letter == 's' && length == "l")) return texts_.wide(input_);
+    return texts_.narrow(input_, limit);
+  }
+
+  static Argument integerArgument(const std::string& length, std::uint64_t bits) {
+    if (length == "l" || length == "j" || length == "z" || length == "t")
+      return static_cast<long>(bits);
+    if (length == "ll" || length == "q" || length == "L") return static_cast<long long>(bits);
+    return static_cast<int>(bits);
+  }
+
+  static bool areFlagsDefined(char letter, const std::string& flags) {
+    std::string_view defined = "-";
+    if (isOneOf(letter, "di")) defined = "-+ 0'";
+    if (letter == 'u') defined = "-0'";
+    if (isOneOf(letter, "oxX")) defined = "-#0";
+    if (isReal(letter)) defined = "-+ #0'";
+    // The C library loses zeros of "%#g" where the last digit is rounded up.
+    if (isOneOf(letter, "gG")) defined = "-+ 0'";
+    return flags.find_first_not_of(defined) == std::string::npos;
+  }
+
+  static bool isLengthDefined(char letter, const std::string& length) {
+    return isInteger(letter) || length.empty() || (isReal(letter) && length == "l");
+  }
+
+  static bool isValueDefined(char letter, int precision, const Argument& argument) {
+    // To the library a NaN has no sign, also where every number is to have one.
+    if (const auto* real = std::get_if<double>(&argument)) return !std::isnan(*real);
+    // The C library shows nothing of a null text when the whole word does not fit.
+    const Text* text = std::get_if<Text>(&argument);
+    const bool isNull = text != nullptr && text->address == nullptr;
+    return !isOneOf(letter, "CS") && !(isNull && (letter == 'p' || precision >= 0));
   }
 
   Input& input_;
   Texts& texts_;
+  std::size_t next_ = 0;
   std::vector<std::optional<Argument>> found_;
+  std::string formatForC_;
+  bool isPossible_ = true;
+  bool isDefined_ = true;
 };
 
 // Calling a variadic function with arguments of kinds that only the input decides.
+
+using Render = std::optional<std::string>(const char* format, ...);
 
 std::optional<std::string> listed(const char* format, ...) {
   std::va_list arguments;
@@ -290,17 +287,32 @@ std::optional<std::string> listed(const char* format, ...) {
   return text;
 }
 
+// What the C library makes of it.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+std::optional<std::string> printed(const char* format, ...) {
+  char* bytes = nullptr;
+  std::va_list arguments;
+  va_start(arguments, format);
+  const int length = vasprintf(&bytes, format, arguments);
+  va_end(arguments);
+  require(length >= 0, "the C library prints", format);
+  const std::unique_ptr<char, decltype(&std::free)> owned(bytes, &std::free);
+  return mendUtf8({bytes, static_cast<std::size_t>(length)});
+}
+#pragma GCC diagnostic pop
+
 template <typename... Fetched>
-std::optional<std::string> rendered(const char* format, std::span<const Argument> left,
-                                    Fetched... fetched) {
-  if (left.empty()) return listed(format, fetched...);
+std::optional<std::string> rendered(Render& render, const std::string& format,
+                                    std::span<const Argument> left, Fetched... fetched) {
+  if (left.empty()) return render(format.c_str(), fetched...);
   if constexpr (sizeof...(Fetched) < kMostArguments) {
     return std::visit(
         [&](auto argument) {
           if constexpr (std::is_same_v<decltype(argument), Text>) {
-            return rendered(format, left.subspan(1), fetched..., argument.address);
+            return rendered(render, format, left.subspan(1), fetched..., argument.address);
           } else {
-            return rendered(format, left.subspan(1), fetched..., argument);
+            return rendered(render, format, left.subspan(1), fetched..., argument);
           }
         },
         left.front());
@@ -308,119 +320,17 @@ std::optional<std::string> rendered(const char* format, std::span<const Argument
   return std::nullopt;
 }
 
-// What the C library makes of it.
-
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wformat-nonliteral"
-#pragma GCC diagnostic ignored "-Wformat-security"
-template <typename... Arguments>
-std::string printed(const std::string& format, Arguments... arguments) {
-  std::array<char, 3 * kMostPadding> buffer;
-  const int length = std::snprintf(buffer.data(), buffer.size(), format.c_str(), arguments...);
-  require(length >= 0 && static_cast<std::size_t>(length) < buffer.size(), "the C library prints",
-          format);
-  return {buffer.data(), static_cast<std::size_t>(length)};
-}
-#pragma GCC diagnostic pop
-
-// Absent where C leaves the outcome open, or where the library follows rules of its own.
-class Model {
- public:
-  explicit Model(const std::vector<Argument>& arguments) : arguments_(arguments) {}
-
-  std::optional<std::string> text(const std::vector<Conversion>& conversions) const {
-    std::string text;
-    for (const Conversion& conversion : conversions) {
-      text += conversion.before;
-      if (conversion.letter == 0) continue;
-      const std::optional<std::string> part = textOf(conversion);
-      if (!part) return std::nullopt;
-      text += *part;
-    }
-    return mendUtf8(text);
-  }
-
- private:
-  std::optional<std::string> textOf(const Conversion& conversion) const {
-    if (conversion.letter == '%') return "%";
-    if (conversion.letter == 'n') return "";
-    if (!areFlagsDefined(conversion) || !isLengthDefined(conversion)) return std::nullopt;
-    const int width = numberOf(conversion.width);
-    const int precision = conversion.precision.isGiven ? numberOf(conversion.precision) : -1;
-    if (width < -kMostPadding || width > kMostPadding || precision > kMostPadding) {
-      return std::nullopt;
-    }
-    return valueText(conversion, width, precision);
-  }
-
-  int numberOf(const Amount& amount) const {
-    return amount.argument ? std::get<int>(arguments_[*amount.argument]) : amount.number;
-  }
-
-  static bool areFlagsDefined(const Conversion& conversion) {
-    std::string_view defined = "-";
-    if (std::strchr("di", conversion.letter) != nullptr) defined = "-+ 0'";
-    if (conversion.letter == 'u') defined = "-0'";
-    if (std::strchr("oxX", conversion.letter) != nullptr) defined = "-#0";
-    if (isReal(conversion.letter)) defined = "-+ #0'";
-    // The C library loses zeros of "%#g" where the last digit is rounded up.
-    if (std::strchr("gG", conversion.letter) != nullptr) defined = "-+ 0'";
-    return conversion.flags.find_first_not_of(defined) == std::string::npos;
-  }
-
-  static bool isLengthDefined(const Conversion& conversion) {
-    if (isInteger(conversion.letter)) return true;
-    if (isReal(conversion.letter)) return conversion.length.empty() || conversion.length == "l";
-    return conversion.length.empty();
-  }
-
-  std::optional<std::string> valueText(const Conversion& conversion, int width,
-                                       int precision) const {
-    const std::string letter(1, conversion.letter);
-    const std::string start = "%" + conversion.flags + "*.*" + conversion.length;
-    const Argument& argument = arguments_[conversion.argument];
-    if (conversion.letter == 'C' || conversion.letter == 'S') return std::nullopt;
-    if (conversion.letter == 'c')
-      return printed("%" + conversion.flags + "*c", width, std::get<int>(argument));
-    if (const Text* text = std::get_if<Text>(&argument)) {
-      if (conversion.letter != 'p') return printedText(start + 's', width, precision, *text);
-      return text->address == nullptr
-                 ? std::nullopt
-                 : std::optional(printed("%" + conversion.flags + "*p", width, text->address));
-    }
-    return std::visit(
-        [&](auto value) -> std::optional<std::string> {
-          if constexpr (std::is_arithmetic_v<decltype(value)>) {
-            // To the library a NaN has no sign, also where every number is to have one.
-            if (value != value) return std::nullopt;
-            return printed(start + letter, width, precision, value);
-          }
-          return std::nullopt;
-        },
-        argument);
-  }
-
-  // The C library shows nothing of a null text when the whole word does not fit.
-  static std::optional<std::string> printedText(const std::string& format, int width, int precision,
-                                                Text text) {
-    const auto* bytes = static_cast<const char*>(text.address);
-    if (bytes == nullptr && precision >= 0) return std::nullopt;
-    return printed(format, width, precision, bytes == nullptr ? kAbsentText : bytes);
-  }
-
-  const std::vector<Argument>& arguments_;
-};
-
 void renderWithArgumentsThatAgree(const std::string& format, Input& input) {
   Texts texts;
-  const std::vector<Conversion> conversions = Reader(format).read();
-  const auto arguments = ArgumentMaker(input, texts).make(conversions);
+  const Call call(format, input, texts);
+  const auto arguments = call.arguments();
   if (!arguments) return;
-  const std::optional<std::string> text = rendered(format.c_str(), *arguments);
+  const auto text = rendered(listed, format, *arguments);
   require(text && isValidUtf8(*text), "a format gives text", format);
-  const std::optional<std::string> expected = Model(*arguments).text(conversions);
-  require(!expected || *expected == *text, "a format gives what the C library makes of it",
-          "format: " + format + "\nC: " + expected.value_or("") + "\nlibrary: " + *text);
+  if (!call.formatForC()) return;
+  const auto expected = rendered(printed, *call.formatForC(), *arguments);
+  require(expected == text, "a format gives what the C library makes of it",
+          "format: " + format + "\nC: " + *expected + "\nlibrary: " + *text);
 }
 
 // The typed front takes arguments that do not agree: a text for a number, none at all.
