@@ -1,6 +1,5 @@
 #include "tests/soak/life_plan.h"
 
-#include "tests/soak/weather_faults.h"
 #include "tests/support/dice.h"
 
 namespace zln {

@@ -8,6 +8,9 @@
 
 namespace zln {
 
+// For a fault, in seconds: until it is removed.
+inline constexpr int kForever = 600;
+
 // How the server of a life treats reports: of a hundred, so many in each of these ways.
 struct Weather {
   std::string name;

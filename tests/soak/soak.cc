@@ -292,64 +292,6 @@ class Installation {
   int failed_ = 0;
 };
 
-// ---- The table ----
-
-void printCounts(const char* title, const std::map<std::string, int>& counts) {
-  std::printf("%s:", title);
-  for (const auto& [name, count] : counts) std::printf("  %s %d", name.c_str(), count);
-  std::printf("\n");
-}
-
-using Rows = std::vector<std::pair<const char*, int>>;
-
-void printRows(const char* title, const Rows& rows) {
-  std::printf("%s\n", title);
-  for (const auto& [name, count] : rows) std::printf("  %-62s %7d\n", name, count);
-}
-
-Rows lossRows(std::map<Loss, int> losses) {
-  return {{"lost: the queue was full", losses[Loss::kFullQueue]},
-          {"lost: the server rejected it for good", losses[Loss::kRejected]},
-          {"lost: a retry met a full queue", losses[Loss::kRetryAtFullQueue]},
-          {"lost: the process ended while it took up stored reports",
-           losses[Loss::kEndedWhileTakingUp]},
-          {"dropped: switched off by the settings", losses[Loss::kSwitchedOff]}};
-}
-
-void printTally(Tally tally) {
-  std::printf("\n%d lives of %d installations\n", tally.lives, tally.installations);
-  printCounts("endings", tally.endings);
-  printCounts("servers", tally.weathers);
-  printRows("\nAd attempts",
-            {{"calls begun", tally.callsBegun},
-             {"calls that returned", tally.callsAccepted},
-             {"delivered once", tally.adsOnce},
-             {"delivered more than once, with the same identifier", tally.adsAgain},
-             {"delivered with different identifiers", tally.adsOtherIdentifiers},
-             {"calls that a kill cut off, delivered all the same", tally.adsOfCutOffCalls}});
-  printRows("Ad attempts that did not arrive", lossRows(tally.adsLost));
-  printRows(
-      "Sessions",
-      {{"sessions begun", tally.sessions},
-       {"beginnings delivered", tally.begins},
-       {"ends delivered", tally.stops},
-       {"of these, beginning lost or switched off", tally.stopsWhoseBeginIsMissing},
-       {"installations with a first session", tally.firstSessions},
-       {"further first sessions, after a kill before the mark was kept", tally.firstSessionsMore}});
-  printRows("Session reports that did not arrive", lossRows(tally.sessionReportsLost));
-  printRows("Repeated deliveries",
-            {{"the reply was lost, or the process ended before it came",
-              tally.repeats[Repeat::kReplyLost]},
-             {"the process ended between the delivery and the next save",
-              tally.repeats[Repeat::kEndedBeforeSave]},
-             {"the process ended while it took up stored reports",
-              tally.repeats[Repeat::kEndedWhileTakingUp]},
-             {"the report stood in the file twice", tally.repeats[Repeat::kStoodTwice]}});
-  printRows("Other", {{"most reports in the file after a life", tally.mostStored},
-                      {"most copies of one report in the file", tally.mostCopies},
-                      {"LOST WITHOUT A CAUSE", tally.unexplained}});
-}
-
 // ---- All ----
 
 std::string folderFor(const Options& options) {
@@ -371,14 +313,14 @@ int soak(const Options& options) {
   for (int number = 0; begun < options.lives && Clock::now() < deadline; ++number) {
     failed += Installation(options, number, folder, collector, tally).play(goesOn);
   }
-  printTally(tally);
+  tally.print();
   collector.end();
   std::error_code ignored;
   if (options.keep.empty() && failed == 0) std::filesystem::remove_all(folder, ignored);
-  const int checks = tally.lives + tally.installations;
+  const int checks = tally.played("lives") + tally.played("installations");
   std::printf("\nseed %llu: %d passed, %d failed\n", static_cast<unsigned long long>(options.seed),
               checks - failed, failed);
-  return failed == 0 && tally.lives > 0 ? 0 : 1;
+  return failed == 0 && tally.played("lives") > 0 ? 0 : 1;
 }
 
 }  // namespace

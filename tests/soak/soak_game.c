@@ -71,7 +71,7 @@ static void takeLogLine(const char* line, void* context) {
   kill(getpid(), SIGKILL);
 }
 
-/* The kinds of call take turns; soak_reports.cc knows which number makes which. */
+/* The kinds of call take turns; soak_reports.h knows which number makes which. */
 static void sendAd(int number) {
   static void (*const kPlain[])(const char*, bool) = {ZLNSendBannerAdAttemptReport,
                                                       ZLNSendInterstitialAdAttemptReport,

@@ -3,7 +3,6 @@
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
-#include <string_view>
 
 #include "tests/support/installation_files.h"
 #include "tests/support/report_identity.h"
@@ -17,16 +16,31 @@ struct AdCall {
   std::optional<std::string> zone;
   bool filled = false;
 };
-AdCall adCall(const std::string& name, int number);
+inline AdCall adCall(const std::string& name, int number) {
+  constexpr const char* kAdTypes[] = {"banner", "interstitial", "rewarded", "own kind"};
+  const std::string digits = std::to_string(number);
+  AdCall call{name + "." + digits, kAdTypes[number % 4], std::nullopt, number % 3 == 0};
+  if (number % 8 >= 4) call.zone = "zone <" + digits + "> & \xc3\xbc";
+  return call;
+}
 
 // A game knows its reports before they have identifiers, so the books are kept by what a report is
 // about: "ad" and the network, which is another one in each call; "begin" and the session for the
 // first two kinds of session report; "stop" and the session.
-std::string adSubject(std::string_view network);
-std::string beginSubject(std::string_view session);
-std::string stopSubject(std::string_view session);
+inline std::string adSubject(const std::string& network) { return "ad " + network; }
+inline std::string beginSubject(const std::string& session) { return "begin " + session; }
+inline std::string stopSubject(const std::string& session) { return "stop " + session; }
+
 // Empty when it is no report.
-std::string subjectOf(const ReportIdentity& identity, std::string_view network);
+inline std::string subjectOf(const ReportIdentity& identity, const std::string& network) {
+  const std::string& type = identity.type;
+  if (type == "ReportTypeSessionFirst" || type == "ReportTypeSessionStart") {
+    return beginSubject(identity.id);
+  }
+  if (type == "ReportTypeSessionStop") return stopSubject(identity.id);
+  const bool isAd = type == "ReportTypeAdAttempt" || type == "ReportTypeAdZoneAttempt";
+  return isAd ? adSubject(network) : "";
+}
 inline std::string subjectOf(const StoredReport& report) {
   return subjectOf(report.identity, report.network);
 }
