@@ -11,6 +11,7 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <string_view>
 #include <unordered_map>
 #include <utility>
 #include <vector>
@@ -100,42 +101,9 @@ struct SettingsFile {
   bool isReadable = true;
 };
 
-// What has become of the reports that the library accepted. From `switchedOff` on: why they are
-// lost.
-struct Fates {
-  std::uint64_t accepted = 0;
-  std::uint64_t delivered = 0;
-  std::uint64_t deliveredAgain = 0;
-  std::uint64_t rejected = 0;
-  // Not wanted: the settings switch their kind off.
-  std::uint64_t switchedOff = 0;
-  // Lost.
-  std::uint64_t queueFull = 0;
-  std::uint64_t retryMetFullQueue = 0;
-  std::uint64_t killedWhileTakenUp = 0;
-  std::uint64_t killedInTheCall = 0;
-  std::uint64_t fileNotWritten = 0;
-  std::uint64_t fileNotRead = 0;
-  std::uint64_t storageLost = 0;
-
-  std::uint64_t lost() const {
-    return queueFull + retryMetFullQueue + killedWhileTakenUp + killedInTheCall + fileNotWritten +
-           fileNotRead + storageLost;
-  }
-};
-
-struct Totals {
-  std::uint64_t sessions = 0;
-  std::uint64_t firstSessions = 0;
-  // First sessions beyond the one of an installation, each explained by a flag that was not stored.
-  std::uint64_t firstSessionsAgain = 0;
-  std::uint64_t stops = 0;
-  std::uint64_t regularStops = 0;
-  std::uint64_t implausibleStops = 0;
-  // Of the regular stops: seconds by a clock that nobody sets, and by the reports.
-  double played = 0;
-  double reported = 0;
-};
+// How often things have come about, or for how many seconds. Of reports that the library accepted:
+// what has become of them, and why they are lost.
+using Counts = std::map<std::string_view, double>;
 
 struct Operation {
   ReportPtr report;
@@ -217,7 +185,7 @@ class Model : public ProcessModel {
   // The installation, while no process runs.
   void loseStorage() {
     for (auto& [key, fate] : live_) {
-      fate.loss = &fates.storageLost;
+      fate.loss = "lost: storage lost";
       settle(key, fate);
     }
     live_.clear();
@@ -233,7 +201,7 @@ class Model : public ProcessModel {
     for (const auto& report : reportFile) {
       const auto fate = live_.find(report->key);
       if (fate == live_.end()) continue;
-      fate->second.loss = &fates.storageLost;
+      fate->second.loss = "lost: storage lost";
       settle(fate->first, fate->second);
       live_.erase(fate);
     }
@@ -357,7 +325,7 @@ class Model : public ProcessModel {
     for (const auto& report : held) takenUp.insert(report->key);
     for (const auto& report : std::exchange(held, {})) {
       report->failures = 0;
-      enqueue(report, fates.queueFull);
+      enqueue(report, "lost: queue full");
       dropCopy(report->key);
     }
     if (settings[transmitOnForegrounding] != 0) transmit();
@@ -386,7 +354,7 @@ class Model : public ProcessModel {
       report->startTime = restoredTime(report->startTime);
       report->stopTime = restoredTime(report->stopTime);
       takenUp.insert(report->key);
-      enqueue(report, fates.queueFull);
+      enqueue(report, "lost: queue full");
       dropCopy(report->key);
     }
     if (settings[transmitImmediately] != 0) transmit();
@@ -418,7 +386,7 @@ class Model : public ProcessModel {
     if (outcome == Outcome::failedForNow) {
       save();
       if (++report->failures < settings[failureLimit]) {
-        enqueue(report, fates.retryMetFullQueue);
+        enqueue(report, "lost: full at a retry");
       } else {
         ++fate.copies;
         held.push_back(report);
@@ -428,7 +396,7 @@ class Model : public ProcessModel {
       if (outcome == Outcome::failedForGood) {
         fate.isRejected = true;
       } else if (std::exchange(fate.isDelivered, true)) {
-        ++fates.deliveredAgain;
+        ++counts["delivered again"];
       }
       save(report.get());
       rest();
@@ -504,8 +472,8 @@ class Model : public ProcessModel {
   std::optional<SettingsFile> settingsFile;
   std::string storedUserId;
 
-  Fates fates;
-  Totals totals;
+  Counts counts;
+  std::uint64_t sessions = 0;
 
  private:
   static constexpr std::size_t kConcurrentRequests = 3;
@@ -520,7 +488,7 @@ class Model : public ProcessModel {
     bool isRejected = false;
     // It was killed before the file knew what had become of the report, which goes out again.
     bool isCounted = false;
-    std::uint64_t* loss = nullptr;
+    const char* loss = nullptr;
   };
 
   void loadSettings() {
@@ -546,7 +514,7 @@ class Model : public ProcessModel {
   }
 
   void startNewSession() {
-    ++totals.sessions;
+    ++sessions;
     session = Session{};
     session->number = newNumber();
     session->startTime = session->lastPause = session->lastResume = now;
@@ -554,11 +522,11 @@ class Model : public ProcessModel {
     const Kind kind = firstSent ? Kind::start : Kind::first;
     const Key key = keyOf(session->number, kind);
     if (kind == Kind::first) {
-      ++totals.firstSessions;
+      ++counts["first sessions"];
       firstSessions_.insert(key);
       if (firstSessions_.size() > 1) {
         if (!flagIsMissing_) fail("a second first session");
-        ++totals.firstSessionsAgain;
+        ++counts["first sessions again after a lost flag"];
       }
       firstSent = true;
       synchronizingFailed |= synchronizingFails;
@@ -579,10 +547,10 @@ class Model : public ProcessModel {
     }
     const double total = static_cast<double>(session->total);
     if (end - session->startTime + kTolerance < total || total < 0) {
-      ++totals.implausibleStops;
+      ++counts["stops without a plausible duration"];
       if (session->isRegular) fail("a session that went by the rules has no plausible duration");
     } else {
-      ++totals.stops;
+      ++counts["stops"];
       countRegularStop();
       Report report = newReport(Kind::stop, session->number);
       report.startTime = session->startTime;
@@ -640,9 +608,9 @@ class Model : public ProcessModel {
       fail("a session of " + std::to_string(session->played) + " s of play counts " +
            std::to_string(total) + " s");
     }
-    ++totals.regularStops;
-    totals.played += session->played;
-    totals.reported += total;
+    ++counts["stops by the rules"];
+    counts["seconds played"] += session->played;
+    counts["seconds reported"] += total;
   }
 
   bool isSwitchedOff(Kind kind) const {
@@ -659,11 +627,11 @@ class Model : public ProcessModel {
   }
 
   void accept(const Report& report) {
-    ++fates.accepted;
+    ++counts["accepted"];
     live_[report.key] = {};
     brought.insert(report.key);
     makeReportingManager();
-    enqueue(std::make_shared<Report>(report), fates.queueFull);
+    enqueue(std::make_shared<Report>(report), "lost: queue full");
     const auto fate = live_.find(report.key);
     if (fate != live_.end() && fate->second.copies == 0) {
       settle(fate->first, fate->second);
@@ -671,13 +639,13 @@ class Model : public ProcessModel {
     }
   }
 
-  void enqueue(const ReportPtr& report, std::uint64_t& lossWhenFull) {
+  void enqueue(const ReportPtr& report, const char* lossWhenFull) {
     if (isSwitchedOff(kindOf(report->key))) {
-      live_[report->key].loss = &fates.switchedOff;
+      live_[report->key].loss = "switched off";
       return;
     }
     if (queue.size() >= kFullQueue) {
-      live_[report->key].loss = &lossWhenFull;
+      live_[report->key].loss = lossWhenFull;
       return;
     }
     ++live_[report->key].copies;
@@ -738,26 +706,26 @@ class Model : public ProcessModel {
   void settle(Key key, const Fate& fate) {
     if (fate.isCounted) return;
     if (fate.isDelivered) {
-      ++fates.delivered;
+      ++counts["delivered"];
     } else if (fate.isRejected) {
-      ++fates.rejected;
+      ++counts["rejected"];
     } else if (fate.loss != nullptr) {
-      ++*fate.loss;
+      ++counts[fate.loss];
     } else {
       fail("the report " + Uuids::textOf(numberOf(key)) + " is lost");
     }
   }
 
-  std::uint64_t* lossAtTheEnd(Key key, bool inACall) {
+  const char* lossAtTheEnd(Key key, bool inACall) const {
     const auto isIn = [key](const std::vector<ReportPtr>& reports) {
       return std::any_of(reports.begin(), reports.end(),
                          [key](const auto& report) { return report->key == key; });
     };
-    if (unreadable.contains(key)) return &fates.fileNotRead;
-    if (isIn(old)) return &fates.killedWhileTakenUp;
-    if (inACall && takenUp.contains(key)) return &fates.killedWhileTakenUp;
-    if (inACall && brought.contains(key)) return &fates.killedInTheCall;
-    if (!isSaved) return &fates.fileNotWritten;
+    if (unreadable.contains(key)) return "lost: file not read";
+    if (isIn(old)) return "lost: killed while taken up";
+    if (inACall && takenUp.contains(key)) return "lost: killed while taken up";
+    if (inACall && brought.contains(key)) return "lost: killed in the call";
+    if (!isSaved) return "lost: file not written";
     return nullptr;
   }
 

@@ -131,10 +131,10 @@ class Season : private MachineWatcher {
   // Plays all sessions, or until something is wrong. `ended` is told, each time the process has
   // ended and nothing of it is left, how many sessions there have been.
   bool play(const std::function<void(std::uint64_t sessions)>& ended) {
-    while (model_.totals.sessions < sessions_ && !failed()) {
+    while (model_.sessions < sessions_ && !failed()) {
       playProcess();
       if (failed()) break;
-      ended(model_.totals.sessions);
+      ended(model_.sessions);
       playBetweenProcesses();
     }
     return !failed();
@@ -154,29 +154,11 @@ class Season : private MachineWatcher {
   }
 
   std::string summary() const {
-    const Fates& fates = model_.fates;
-    const Totals& totals = model_.totals;
     std::ostringstream text;
-    text << "sessions " << totals.sessions << ", first ones " << totals.firstSessions
-         << " (again after a lost flag " << totals.firstSessionsAgain << "), stops " << totals.stops
-         << ", without a plausible duration " << totals.implausibleStops << '\n'
-         << "steps " << steps_ << ", processes " << processes_ << ", killed between calls "
-         << kills_ - killsInACall_ << ", killed in a call " << killsInACall_ << '\n'
-         << "requests " << posts_ << " (at most " << mostAtOnce_ << " at once), saves " << saves_
-         << " of " << savedReports_ << " reports (failed " << failedSaves_ << "), longest queue "
-         << longestQueue_ << '\n'
-         << "stops by the rules " << totals.regularStops << ": played "
-         << std::to_string(totals.played) << " s, reported " << std::to_string(totals.reported)
-         << " s\n"
-         << "accepted " << fates.accepted << ": delivered " << fates.delivered << " (again "
-         << fates.deliveredAgain << "), rejected " << fates.rejected << ", switched off "
-         << fates.switchedOff << ", still owed " << model_.liveReports() << ", lost "
-         << fates.lost() << '\n'
-         << "lost: queue full " << fates.queueFull << ", full at a retry "
-         << fates.retryMetFullQueue << ", killed while taken up " << fates.killedWhileTakenUp
-         << ", killed in the call " << fates.killedInTheCall << ", file not written "
-         << fates.fileNotWritten << ", file not read " << fates.fileNotRead << ", storage lost "
-         << fates.storageLost << '\n';
+    text.precision(15);
+    text << "sessions " << model_.sessions << ", steps " << steps_ << ", still owed "
+         << model_.liveReports() << '\n';
+    for (const auto& [what, count] : model_.counts) text << what << ": " << count << '\n';
     return text.str();
   }
 
@@ -193,7 +175,7 @@ class Season : private MachineWatcher {
 
   // The process.
   void beginProcess() {
-    ++processes_;
+    ++model_.counts["processes"];
     machine_.power.restore();
     if (dice_.perMille(100)) machine_.power.failAfter(1 + dice_.below(80));
     model_.beginProcess();
@@ -207,8 +189,8 @@ class Season : private MachineWatcher {
   }
 
   void endProcess(bool inACall) {
-    if (machine_.power.isOff()) ++kills_;
-    if (inACall) ++killsInACall_;
+    if (machine_.power.isOff()) ++model_.counts["kills"];
+    if (inACall) ++model_.counts["kills in a call"];
     machine_.endProcess();
     delete state_;
     state_ = nullptr;
@@ -300,8 +282,8 @@ class Season : private MachineWatcher {
     if (dice < 977) return "expire a task";
     if (dice < 981) return "arm a kill";
     if (dice < 984) return "kill";
-    if (dice < 985 && model_.totals.sessions >= kSessionsBeforeStorms &&
-        storms_ <= model_.totals.sessions / kSessionsPerStorm) {
+    if (dice < 985 && model_.sessions >= kSessionsBeforeStorms &&
+        storms_ <= model_.sessions / kSessionsPerStorm) {
       return "storm of attempts";
     }
     // What comes in no order.
@@ -582,11 +564,16 @@ class Season : private MachineWatcher {
     compareCount("tasks of the main thread", machine_.dispatch.mainCount(), model_.mainTasks);
     compareCount("tasks of the pool", machine_.dispatch.globalCount(), model_.poolTasks.size());
     compareCount("identifiers", machine_.uuids.count(), model_.lastNumber);
-    longestQueue_ = std::max<std::uint64_t>(longestQueue_, model_.queue.size());
+    most("longest queue", model_.queue.size());
     compareSession();
     if (model_.queue.size() + model_.held.size() < kShortQueue || dice_.below(64) == 0) {
       compareWithManager();
     }
+  }
+
+  void most(const char* what, std::size_t count) {
+    double& most = model_.counts[what];
+    most = std::max(most, static_cast<double>(count));
   }
 
   void compareCount(const char* what, std::uint64_t found, std::uint64_t expected) {
@@ -645,10 +632,10 @@ class Season : private MachineWatcher {
 
   // What the library does.
   void reportFileWritten(std::string_view text, bool succeeded) override {
-    ++saves_;
-    if (!succeeded) ++failedSaves_;
+    ++model_.counts["saves"];
+    if (!succeeded) ++model_.counts["failed saves"];
     const std::vector<Key>& keys = keysIn(text);
-    savedReports_ += keys.size();
+    model_.counts["saved reports"] += static_cast<double>(keys.size());
     if (model_.expected.reportSaves.empty()) {
       return model_.fail("the report file was written without need:" + textOf(keys));
     }
@@ -689,12 +676,12 @@ class Season : private MachineWatcher {
         model_.fail("the settings were asked for too often");
       return;
     }
-    ++posts_;
+    ++model_.counts["report requests"];
     const OperationPtr operation = std::exchange(model_.expected.request, nullptr);
     if (!operation) return model_.fail("a report was sent out of turn: " + request.body);
     checkBody(request, *operation->report);
     requests_.emplace(number, operation);
-    mostAtOnce_ = std::max<std::uint64_t>(mostAtOnce_, requests_.size());
+    most("most requests at once", requests_.size());
     if (requests_.size() > kMostRequests) model_.fail("more than three requests at once");
   }
 
@@ -824,15 +811,6 @@ class Season : private MachineWatcher {
 
   std::uint64_t steps_ = 0;
   std::array<Record, 50> records_;
-  std::uint64_t processes_ = 0;
-  std::uint64_t kills_ = 0;
-  std::uint64_t killsInACall_ = 0;
-  std::uint64_t saves_ = 0;
-  std::uint64_t failedSaves_ = 0;
-  std::uint64_t savedReports_ = 0;
-  std::uint64_t posts_ = 0;
-  std::uint64_t mostAtOnce_ = 0;
-  std::uint64_t longestQueue_ = 0;
   std::uint64_t storms_ = 0;
 };
 
