@@ -21,7 +21,6 @@
 #include <utility>
 #include <vector>
 
-#include "tests/faults/answering_server.h"
 #include "tests/faults/playthrough.h"
 #include "tests/support/command_line.h"
 
@@ -88,7 +87,7 @@ std::vector<Outcome> play(const std::vector<Trial>& trials, unsigned jobs, int l
   std::vector<std::thread> players;
   for (unsigned job = 0; job < jobs; ++job) {
     players.emplace_back([&] {
-      AnsweringServer server;
+      HttpsServer server;
       for (std::size_t index = next++; index < trials.size(); index = next++) {
         outcomes[index] = playThrough(server, trials[index], level);
         if (!outcomes[index].wrongs.empty()) tell(trials[index], outcomes[index]);

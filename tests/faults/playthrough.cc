@@ -3,12 +3,15 @@
 #include <sys/wait.h>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <map>
 #include <memory>
+#include <mutex>
+#include <nlohmann/json.hpp>
 #include <set>
 #include <stdexcept>
 #include <thread>
@@ -45,6 +48,65 @@ bool isSessionStart(const nlohmann::json& body) {
   return textIn(body, "type") == kFirst || textIn(body, "type") == "ReportTypeSessionStart";
 }
 
+// Settings are stale at once, so that each activation fetches and saves them.
+constexpr char kSettings[] = R"({"ConfigSerializationKeyConfigUpdateInterval":-1,)"
+                             R"("ConfigSerializationKeyUserSessionBackgroundTimeoutSeconds":45})";
+constexpr int kTemporaryFailures = 3;
+
+// A report that came to the server, and in which of the game's lives.
+struct ReceivedReport {
+  int life = 0;
+  nlohmann::json body;
+};
+
+// The reporting service through the lives of a game. It takes every report at once but attempts
+// whose network says otherwise: "refused" fails for good, one that begins with "thrice" fails three
+// times for now.
+class Service {
+ public:
+  // In the order of coming.
+  std::vector<ReceivedReport> reports() const {
+    std::lock_guard lock(mutex_);
+    return reports_;
+  }
+  // Whether the attempt of that network is with the server for good.
+  bool isSettled(const std::string& network) const {
+    std::lock_guard lock(mutex_);
+    return settled_.contains(network);
+  }
+
+  ServerReply answer(const ReceivedRequest& request) {
+    if (isSilent) return ServerReply{.pieces = {}, .end = ServerReply::End::kStall};
+    if (request.target == "/session") return answerReport(nlohmann::json::parse(request.body));
+    ++settingsRequests;
+    return replyWith(200, kSettings);
+  }
+
+  std::atomic<int> life{0};
+  std::atomic<int> settingsRequests{0};
+  // A silent one answers nothing, and what it receives does not count.
+  std::atomic<bool> isSilent{false};
+
+ private:
+  ServerReply answerReport(const nlohmann::json& body) {
+    const std::string network = body.value("network", "");
+    std::lock_guard lock(mutex_);
+    reports_.push_back({life, body});
+    if (network.starts_with("thrice") && ++failures_[network] <= kTemporaryFailures) {
+      return replyWith(200, R"({"success":false})");
+    }
+    settled_.insert(network);
+    return replyWith(200, network == "refused"
+                              ? R"({"success":false,"errorIsPermanent":true,"error":"no"})"
+                              : R"({"success":true})");
+  }
+
+  mutable std::mutex mutex_;
+  std::vector<ReceivedReport> reports_;
+  std::map<std::string, int> failures_;
+  std::set<std::string> settled_;
+};
+
 bool isKill(Fault fault) { return fault == Fault::kKill || fault == Fault::kKillHalf; }
 
 bool isLasting(Fault fault) {
@@ -53,7 +115,7 @@ bool isLasting(Fault fault) {
 
 class Playthrough {
  public:
-  Playthrough(AnsweringServer& server, const Trial& trial, int level)
+  Playthrough(HttpsServer& server, const Trial& trial, int level)
       : server_(server), trial_(trial), level_(level), proxy_(server.port()) {
     plan_->call = trial.call;
     plan_->ordinal = trial.ordinal;
@@ -61,10 +123,12 @@ class Playthrough {
     plan_->disk = trial.disk;
     plan_->part = trial.part;
     std::filesystem::create_directory(home_);
+    // A connection may outlive the playthrough.
+    server.answer(
+        [service = service_](const ReceivedRequest& request) { return service->answer(request); });
   }
 
   Outcome play() {
-    server_.forget();
     playLife(1, [this] { trial_.isQuiet ? quietLife() : firstLife(); });
     playLife(2, [this] { secondLife(); });
     outcome_.isStruck = plan_->isStruck;
@@ -89,9 +153,9 @@ class Playthrough {
   template <typename Steps>
   void playLife(int life, Steps steps) {
     life_ = life;
-    const int settingsRequests = server_.settingsRequests();
-    server_.setLife(life);
-    server_.setSilent(false);
+    const int settingsRequests = service_->settingsRequests;
+    service_->life = life;
+    service_->isSilent = false;
     launch();
     try {
       steps();
@@ -101,22 +165,21 @@ class Playthrough {
       isKilledByPlan() ? expectKill() : wrong(problem.what());
     }
     game_->kill();
-    if (!server_.https().waitUntilDeserted()) wrong("connections outlive the game");
-    wroteSettingsInLastLife_ = server_.settingsRequests() > settingsRequests;
+    if (!server_.waitUntilDeserted()) wrong("connections outlive the game");
+    wroteSettingsInLastLife_ = service_->settingsRequests > settingsRequests;
     checkStored();
   }
 
   void launch() {
-    const std::map<std::string, std::string> environment = {
-        {"HOME", home_},
-        {"XDG_DATA_HOME", home_ + "/data"},
-        {"XDG_CONFIG_HOME", home_ + "/config"},
-        {"SSL_CERT_FILE", server_.https().caFile()},
-        {"https_proxy", proxy_.url()},
-        {"LD_PRELOAD", ZLN_PRELOAD},
-        // A race counts as a crash.
-        {"TSAN_OPTIONS", "halt_on_error=1"},
-        {kPlanVariable, planFile()}};
+    const std::map<std::string, std::string> environment = {{"HOME", home_},
+                                                            {"XDG_DATA_HOME", home_ + "/data"},
+                                                            {"XDG_CONFIG_HOME", home_ + "/config"},
+                                                            {"SSL_CERT_FILE", server_.caFile()},
+                                                            {"https_proxy", proxy_.url()},
+                                                            {"LD_PRELOAD", ZLN_PRELOAD},
+                                                            // A race counts as a crash.
+                                                            {"TSAN_OPTIONS", "halt_on_error=1"},
+                                                            {kPlanVariable, planFile()}};
     game_ = std::make_unique<ChildProcess>(ZLN_GAME_PROGRAM, environment, errorFile());
     process_ = game_->pid();
   }
@@ -127,7 +190,7 @@ class Playthrough {
     tell("initialize engine-5");
     tell("start");
     await("the report of the session's start", [this] {
-      const std::vector<ReceivedReport> reports = server_.reports();
+      const std::vector<ReceivedReport> reports = service_->reports();
       return std::any_of(reports.begin(), reports.end(), [this](const ReceivedReport& report) {
         return report.life == life_ && isSessionStart(report.body);
       });
@@ -136,10 +199,10 @@ class Playthrough {
 
   void firstLife() {
     start();
-    await("the request for settings", [this] { return server_.settingsRequests() >= 1; });
+    await("the request for settings", [this] { return service_->settingsRequests >= 1; });
     rest();
     tell("active");
-    await("the second request for settings", [this] { return server_.settingsRequests() >= 2; });
+    await("the second request for settings", [this] { return service_->settingsRequests >= 2; });
     rest();
     tellOfAttempt("taken", "banner taken 1");
     awaitSent("taken", 1);
@@ -159,7 +222,7 @@ class Playthrough {
     awaitSent("thrice2", 4);
     tell("active");
     rest();
-    server_.setSilent(true);
+    service_->isSilent = true;
     tellOfAttempt("waiting1", "banner waiting1 1");
     tellOfAttempt("waiting2", "interstitial waiting2 0");
     tellOfAttempt("waiting3", "zone waiting3 video z 1");
@@ -171,7 +234,7 @@ class Playthrough {
     tellOfAttempt("quiet1", "banner quiet1 1");
     awaitSent("quiet1", 1);
     await("a flush", [this] { return plan_->calls[static_cast<std::size_t>(Call::kFlush)] >= 1; });
-    server_.setSilent(true);
+    service_->isSilent = true;
     tellOfAttempt("quiet2", "banner quiet2 1");
     leaveForBackground();
   }
@@ -192,7 +255,7 @@ class Playthrough {
     tellOfAttempt("second", "banner second 1");
     awaitSent("second", 1);
     rest();
-    server_.setSilent(true);
+    service_->isSilent = true;
     tellOfAttempt("late", "rewarded late 1");
     leaveForBackground();
     game_->send("return");
@@ -241,7 +304,12 @@ class Playthrough {
   }
 
   void awaitSent(const std::string& network, int times) {
-    await("attempt " + network, [&] { return server_.countOf(network) >= times; });
+    await("attempt " + network, [&] {
+      const std::vector<ReceivedReport> reports = service_->reports();
+      return std::count_if(reports.begin(), reports.end(), [&](const ReceivedReport& report) {
+               return textIn(report.body, "network") == network;
+             }) >= times;
+    });
   }
 
   // Until all that the life before has left has been sent.
@@ -330,7 +398,7 @@ class Playthrough {
       const bool isStored =
           std::any_of(state.reports.begin(), state.reports.end(),
                       [&](const StoredReport& report) { return report.network == network; });
-      if (isStored || server_.isSettled(network)) continue;
+      if (isStored || service_->isSettled(network)) continue;
       // It was held, and the kill came while such reports were being queued again.
       if (trial_.disk == Disk::kNoLinks && isKill(trial_.fault)) {
         ++outcome_.lostInTakingUp;
@@ -365,7 +433,7 @@ class Playthrough {
 
   Identities sentAfter(int life) const {
     Identities sent;
-    for (const ReceivedReport& report : server_.reports()) {
+    for (const ReceivedReport& report : service_->reports()) {
       if (report.life > life) sent.insert(reportIdentity(report.body));
     }
     return sent;
@@ -385,7 +453,7 @@ class Playthrough {
     checkStrangers();
     if (!state.settings) wrong("no settings are stored");
     if (!state.isFirstSessionSent) wrong("no first session is stored");
-    for (const ReceivedReport& report : server_.reports()) {
+    for (const ReceivedReport& report : service_->reports()) {
       const bool isNew = report.life == kLives && isSessionStart(report.body) &&
                          !storedAtEnd_[kLives - 1].contains(reportIdentity(report.body));
       if (isNew && textIn(report.body, "userId") != state.user) wrong("a report of another user");
@@ -409,7 +477,8 @@ class Playthrough {
   std::string planFile() const { return folder_.path() + "/plan"; }
   std::string errorFile() const { return folder_.path() + "/errors"; }
 
-  AnsweringServer& server_;
+  HttpsServer& server_;
+  const std::shared_ptr<Service> service_ = std::make_shared<Service>();
   const Trial trial_;
   const int level_;
   TemporaryFolder folder_;
@@ -434,7 +503,7 @@ class Playthrough {
 
 }  // namespace
 
-Outcome playThrough(AnsweringServer& server, const Trial& trial, int level) {
+Outcome playThrough(HttpsServer& server, const Trial& trial, int level) {
   return Playthrough(server, trial, level).play();
 }
 

@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "tests/faults/answering_server.h"
 #include "tests/faults/fault_plan.h"
+#include "tests/support/https_server.h"
 
 namespace zln::faults {
 
@@ -42,6 +42,6 @@ struct Outcome {
 // The first life is an installation's first: settings, delivery, a refusal, failures up to the
 // holding, the way to the background and back, reports that nobody answers. The second takes these
 // up again. The game does one step after the other, each when the one before has had its effect.
-Outcome playThrough(AnsweringServer& server, const Trial& trial, int level);
+Outcome playThrough(HttpsServer& server, const Trial& trial, int level);
 
 }  // namespace zln::faults
