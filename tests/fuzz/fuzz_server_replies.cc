@@ -3,6 +3,8 @@
 // one after the other and round again. A reply that begins with a byte 0x15 stands for a request
 // that failed with the transport's error of the number that follows.
 
+#include <iconv.h>
+
 #include <algorithm>
 #include <charconv>
 #include <cmath>
@@ -33,80 +35,51 @@ namespace {
 
 bool isBlank(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; }
 
+// The mark or the place of zeros that tells an encoding, and its name; a zero stands for itself, an
+// "x" for anything else, and a mark is none of the text.
 struct Encoding {
-  std::size_t markLength;
-  std::size_t unitSize;
-  bool isBigEndian;
+  std::string_view beginning;
+  bool isMark;
+  const char* name;
 };
-
-bool hasZeros(std::string_view bytes, std::string_view pattern) {
-  if (bytes.size() < pattern.size()) return false;
-  for (std::size_t at = 0; at < pattern.size(); ++at) {
-    if ((bytes[at] == 0) != (pattern[at] == '0')) return false;
-  }
-  return true;
-}
 
 Encoding encodingOf(std::string_view bytes) {
   using namespace std::string_view_literals;
-  if (bytes.starts_with("\xEF\xBB\xBF"sv)) return {3, 1, false};
-  if (bytes.starts_with("\xFF\xFE\0\0"sv)) return {4, 4, false};
-  if (bytes.starts_with("\0\0\xFE\xFF"sv)) return {4, 4, true};
-  if (bytes.starts_with("\xFF\xFE"sv)) return {2, 2, false};
-  if (bytes.starts_with("\xFE\xFF"sv)) return {2, 2, true};
-  if (hasZeros(bytes, "000x")) return {0, 4, true};
-  if (hasZeros(bytes, "x000")) return {0, 4, false};
-  if (hasZeros(bytes, "0x0x")) return {0, 2, true};
-  if (hasZeros(bytes, "x0x0")) return {0, 2, false};
-  return {0, 1, false};
-}
-
-std::vector<char32_t> unitsOf(std::string_view bytes, const Encoding& encoding) {
-  std::vector<char32_t> units;
-  for (std::size_t at = 0; at < bytes.size(); at += encoding.unitSize) {
-    char32_t unit = 0;
-    for (std::size_t byte = 0; byte < encoding.unitSize; ++byte) {
-      const std::size_t shift = encoding.isBigEndian ? encoding.unitSize - 1 - byte : byte;
-      unit |= char32_t{static_cast<unsigned char>(bytes[at + byte])} << (8 * shift);
+  constexpr Encoding kEncodings[] = {
+      {"\xEF\xBB\xBF"sv, true, "UTF-8"},    {"\xFF\xFE\0\0"sv, true, "UTF-32LE"},
+      {"\0\0\xFE\xFF"sv, true, "UTF-32BE"}, {"\xFF\xFE"sv, true, "UTF-16LE"},
+      {"\xFE\xFF"sv, true, "UTF-16BE"},     {"\0\0\0x"sv, false, "UTF-32BE"},
+      {"x\0\0\0"sv, false, "UTF-32LE"},     {"\0x\0x"sv, false, "UTF-16BE"},
+      {"x\0x\0"sv, false, "UTF-16LE"},
+  };
+  for (const Encoding& encoding : kEncodings) {
+    const std::string_view start = bytes.substr(0, encoding.beginning.size());
+    const auto isAlike = [](char found, char place) { return (found == 0) == (place == 0); };
+    if (encoding.isMark ? start == encoding.beginning
+                        : std::equal(start.begin(), start.end(), encoding.beginning.begin(),
+                                     encoding.beginning.end(), isAlike)) {
+      return encoding;
     }
-    units.push_back(unit);
   }
-  return units;
+  return {"", true, "UTF-8"};
 }
 
-// Pairs of surrogates become one; absent when one is alone.
-std::optional<std::vector<char32_t>> joinedPairs(const std::vector<char32_t>& units) {
-  std::vector<char32_t> joined;
-  for (std::size_t at = 0; at < units.size(); ++at) {
-    const char32_t unit = units[at];
-    if (unit < 0xD800 || unit > 0xDFFF) {
-      joined.push_back(unit);
-      continue;
-    }
-    const bool isPair = unit < 0xDC00 && at + 1 < units.size() && units[at + 1] >> 10 == 0x37;
-    if (!isPair) return std::nullopt;
-    joined.push_back(0x10000 + ((unit & 0x3FF) << 10) + (units[++at] & 0x3FF));
-  }
-  return joined;
-}
-
+// Absent when it is not well formed; of UTF-8 that is left to the other reader.
 std::optional<std::string> inUtf8(std::string_view bytes) {
   const Encoding encoding = encodingOf(bytes);
-  bytes.remove_prefix(encoding.markLength);
-  if (encoding.unitSize == 1) return std::string(bytes);
-  if (bytes.size() % encoding.unitSize != 0) return std::nullopt;
-  std::vector<char32_t> units = unitsOf(bytes, encoding);
-  if (encoding.unitSize == 2) {
-    const auto joined = joinedPairs(units);
-    if (!joined) return std::nullopt;
-    units = *joined;
-  }
-  std::string text;
-  for (const char32_t unit : units) {
-    if (unit > 0x10FFFF || (unit >= 0xD800 && unit <= 0xDFFF)) return std::nullopt;
-    appendUtf8(text, unit);
-  }
-  return text;
+  std::string rest(bytes.substr(encoding.isMark ? encoding.beginning.size() : 0));
+  if (encoding.name == std::string_view("UTF-8")) return rest;
+  std::string text(2 * rest.size(), '\0');
+  char* from = rest.data();
+  char* to = text.data();
+  std::size_t left = rest.size();
+  std::size_t room = text.size();
+  const iconv_t converter = iconv_open("UTF-8", encoding.name);
+  require(converter != reinterpret_cast<iconv_t>(-1), "the system converts", encoding.name);
+  const bool isWellFormed = iconv(converter, &from, &left, &to, &room) != std::size_t(-1);
+  iconv_close(converter);
+  text.resize(text.size() - room);
+  return isWellFormed ? std::optional(text) : std::nullopt;
 }
 
 // The places outside of strings that are not blank.
@@ -244,35 +217,15 @@ void checkAgainstTheOtherReader(std::string_view bytes, const std::optional<Valu
 
 // A dictionary that was read is written as a text that reads the same, as doubles go: a real that
 // is whole is written, and so read, as an integer.
-bool isSameInJson(const Value& a, const Value& b);
-
-bool isSameInJson(const Dictionary& a, const Dictionary& b) {
-  return std::equal(a.entries().begin(), a.entries().end(), b.entries().begin(), b.entries().end(),
-                    [](const auto& x, const auto& y) {
-                      return x.first == y.first && isSameInJson(x.second, y.second);
-                    });
-}
-
-bool isSameInJson(const Value& a, const Value& b) {
-  if (a.number() != nullptr && b.number() != nullptr) {
-    return a.number()->isBoolean() == b.number()->isBoolean() &&
-           a.number()->doubleValue() == b.number()->doubleValue();
-  }
-  if (a.array() != nullptr && b.array() != nullptr) {
-    return std::equal(a.array()->begin(), a.array()->end(), b.array()->begin(), b.array()->end(),
-                      [](const Value& x, const Value& y) { return isSameInJson(x, y); });
-  }
-  if (a.dictionary() != nullptr && b.dictionary() != nullptr) {
-    return isSameInJson(*a.dictionary(), *b.dictionary());
-  }
-  return a == b;
-}
-
 void checkThatItIsWrittenAsItWasRead(const Dictionary& object) {
   const std::optional<std::string> text = json::serialize(object, nullptr);
   require(text.has_value(), "what was read can be written", object.description());
   const std::optional<Value> again = json::parse(*text, nullptr);
-  require(again && isSameInJson(object, *again), "what was written reads the same", *text);
+  const auto isSameDouble = [](const Number& a, const Number& b) {
+    return a.isBoolean() == b.isBoolean() && a.doubleValue() == b.doubleValue();
+  };
+  require(again && isSame(object, *again, isSameDouble), "what was written reads the same", *text);
+  require(json::serialize(*again->dictionary(), nullptr) == text, "it keeps its order", *text);
 }
 
 // As replies to a report.

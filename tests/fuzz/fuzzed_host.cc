@@ -13,27 +13,6 @@
 #include "tests/fuzz/fuzz.h"
 
 namespace zln::fuzz {
-namespace {
-
-bool isSameNumber(const Number& a, const Number& b) {
-  if (a.kind() != b.kind()) return false;
-  return a == b || (std::isnan(a.doubleValue()) && std::isnan(b.doubleValue()));
-}
-
-bool isSameArray(const Array& a, const Array& b) {
-  return std::equal(a.begin(), a.end(), b.begin(), b.end(), &isSame);
-}
-
-bool isSameDictionary(const Dictionary& a, const Dictionary& b) {
-  const auto ofA = a.sortedEntries();
-  const auto ofB = b.sortedEntries();
-  return std::equal(ofA.begin(), ofA.end(), ofB.begin(), ofB.end(), [](auto* x, auto* y) {
-    return x->first == y->first && isSame(x->second, y->second);
-  });
-}
-
-}  // namespace
-
 FuzzedHost::FuzzedHost(std::uint64_t logLevel) : logLevel_(logLevel) { setLevel(logLevel_); }
 
 FuzzedHost::~FuzzedHost() {
@@ -126,11 +105,24 @@ void FuzzedHost::checkReportFile() const {
   }
 }
 
-bool isSame(const Value& a, const Value& b) {
-  if (a.number() != nullptr && b.number() != nullptr) return isSameNumber(*a.number(), *b.number());
-  if (a.array() != nullptr && b.array() != nullptr) return isSameArray(*a.array(), *b.array());
+bool isSameNumber(const Number& a, const Number& b) {
+  if (a.kind() != b.kind()) return false;
+  return a == b || (std::isnan(a.doubleValue()) && std::isnan(b.doubleValue()));
+}
+
+bool isSame(const Value& a, const Value& b, bool (*sameNumber)(const Number&, const Number&)) {
+  const auto areSame = [=](const Value& x, const Value& y) { return isSame(x, y, sameNumber); };
+  if (a.number() != nullptr && b.number() != nullptr) return sameNumber(*a.number(), *b.number());
+  if (a.array() != nullptr && b.array() != nullptr) {
+    return std::equal(a.array()->begin(), a.array()->end(), b.array()->begin(), b.array()->end(),
+                      areSame);
+  }
   if (a.dictionary() != nullptr && b.dictionary() != nullptr) {
-    return isSameDictionary(*a.dictionary(), *b.dictionary());
+    const auto ofA = a.dictionary()->sortedEntries();
+    const auto ofB = b.dictionary()->sortedEntries();
+    return std::equal(ofA.begin(), ofA.end(), ofB.begin(), ofB.end(), [&](auto* x, auto* y) {
+      return x->first == y->first && areSame(x->second, y->second);
+    });
   }
   return a == b;
 }

@@ -63,8 +63,11 @@ class FuzzedHost : public HostTest {
 // Every line of the log is made for some inputs only: with it an input takes several times as long.
 inline std::uint64_t logLevelFor(std::size_t size) { return size % 8 == 0 ? 5 : 1; }
 
-// Equal, where a NaN equals a NaN.
-bool isSame(const Value& a, const Value& b);
+// Of the same kind and equal, where a NaN equals a NaN.
+bool isSameNumber(const Number& a, const Number& b);
+// Equal, whatever the order of keys, by that rule for numbers.
+bool isSame(const Value& a, const Value& b,
+            bool (*sameNumber)(const Number& a, const Number& b) = &isSameNumber);
 
 // Whether a report of a file would be taken up.
 bool isReport(const Value& element);
