@@ -23,6 +23,7 @@
 
 #include "tests/faults/playthrough.h"
 #include "tests/support/command_line.h"
+#include "tests/support/https_server.h"
 
 namespace zln::faults {
 namespace {
@@ -89,7 +90,7 @@ std::vector<Outcome> play(const std::vector<Trial>& trials, unsigned jobs, int l
     players.emplace_back([&] {
       HttpsServer server;
       for (std::size_t index = next++; index < trials.size(); index = next++) {
-        outcomes[index] = playThrough(server, trials[index], level);
+        outcomes[index] = Playthrough(server, trials[index], level).play();
         if (!outcomes[index].wrongs.empty()) tell(trials[index], outcomes[index]);
       }
     });
