@@ -72,35 +72,25 @@ class AnsweringHttp : public HttpClient {
  private:
   enum class Manner { kChanges, kDelivers, kPutsOff };
 
+  static HttpReply replyOf(const char* body) {
+    return {body, HttpResponse{"https://service.invalid/", 200, {}}, std::nullopt};
+  }
+
   HttpReply settingsReply() {
-    HttpReply reply;
-    reply.response = HttpResponse{"https://config.invalid/config", 200, {}};
-    reply.body =
+    return replyOf(
         turn_++ % 2 == 0
             ? R"({"ConfigSerializationKeyConfigUpdateInterval":-1,"ConfigSerializationKeyReportTemporaryFailureLimit":2})"
-            : R"({"ConfigSerializationKeySessionInactivityTimeLimit":0,"ConfigSerializationKeyUserSessionBackgroundTimeoutSeconds":3})";
-    return reply;
+            : R"({"ConfigSerializationKeySessionInactivityTimeLimit":0,"ConfigSerializationKeyUserSessionBackgroundTimeoutSeconds":3})");
   }
 
   HttpReply reportReply() {
-    HttpReply reply;
-    reply.response = HttpResponse{"https://report.invalid/session", 200, {}};
-    switch (wayOf(manner_)) {
-      case 0:
-      case 1:
-        reply.body = R"({"success":true})";
-        break;
-      case 2:
-        reply.body = R"({"success":false})";
-        break;
-      case 3:
-        reply.body = R"({"success":false,"errorIsPermanent":true,"error":"no"})";
-        break;
-      default:
-        reply.response.reset();
-        reply.error = Error{kUrlErrorDomain, url_error::kNetworkConnectionLost, std::nullopt, {}};
-    }
-    return reply;
+    constexpr const char* kBodies[] = {R"({"success":true})", R"({"success":true})",
+                                       R"({"success":false})",
+                                       R"({"success":false,"errorIsPermanent":true,"error":"no"})"};
+    const unsigned way = wayOf(manner_);
+    if (way < std::size(kBodies)) return replyOf(kBodies[way]);
+    const Error lost{kUrlErrorDomain, url_error::kNetworkConnectionLost, std::nullopt, {}};
+    return {"", std::nullopt, lost};
   }
 
   unsigned wayOf(Manner manner) {
