@@ -25,6 +25,10 @@ std::string gzipped() {
 
 std::string inZlib() { return "\x78\x9c" + deflated() + std::string("\x33\x6f\x06\x30", 4); }
 
+std::string inBrotli() {
+  return {"\x1b\x0f\x00\xf8\xa5\x45\x74\xf6\xfa\xa4\x22\x92\x54\x52\x1b\x18\x71\x08\x1b", 19};
+}
+
 // A block of 16 kB of zeros in 37 bytes, which any number may follow.
 std::string packedZeros() {
   return std::string("\xec\xc1\x31\x01\0\0\0\xc2\xa0\xf5\x4f\x6d\x0c\x1f\xa0", 15) +
@@ -62,6 +66,7 @@ std::vector<Row> compressionRows() {
       packed("gzip", "gzip", gzipped(), response(200, kBody)),
       packed("deflate", "deflate", inZlib(), response(200, kBody)),
       packed("deflate without its head", "deflate", deflated(), response(200, kBody)),
+      packed("brotli", "br", inBrotli(), response(200, kBody)),
       packed("no compression by name", "identity", kBody, response(200, kBody)),
       packed("gzip that is none", "gzip", kBody, temporaryError(-1016)),
       packed("gzip with a wrong checksum", "gzip", wrongChecksum, temporaryError(-1016)),

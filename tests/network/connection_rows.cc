@@ -108,14 +108,16 @@ void addUnreachable(std::vector<Row>& rows) {
 void addSlow(std::vector<Row>& rows) {
   const HttpTimeouts moving{.idle = std::chrono::milliseconds(2000)};
   const HttpTimeouts endless{.resource = kShort};
-  const std::string reply = "HTTP/1.1 200 OK\r\nContent-Length: 16\r\n\r\n{\"success\":true}";
+  const std::string head = "HTTP/1.1 200 OK\r\nX: 1\r\nX: 2\r\nX: 3\r\nContent-Length: 50\r\n\r\n";
+  const std::string body = kBody + std::string(34, ' ');
   const auto pause = kShort / 50;
   rows.push_back({"handshake dripping for too long",
                   serverPlays({handshakeByteByByte(kShort / 10), stall()}), temporaryError(-1001),
                   shortTimeouts()});
-  rows.push_back({"reply dripping, longer than a silence may last",
-                  serverPlays(takeRequest() + sayByteByByte(reply, moving.idle / 50) + stall()),
-                  response(200, R"({"success":true})"), moving});
+  rows.push_back(
+      {"head and body dripping, each longer than a silence may last",
+       serverPlays(takeRequest() + sayByteByByte(head + body, moving.idle / 40) + stall()),
+       response(200, body), moving});
   rows.push_back(
       {"reply's head dripping for ever",
        serverPlays(takeRequest() + say("HTTP/1.1 200 OK\r\n") + sayForEver("X: 1\r\n", pause)),

@@ -36,22 +36,6 @@ Row ledElsewhere(const std::string& what, std::function<std::string(Scene&)> tar
           outcome};
 }
 
-Row kept(int status, const std::string& method, bool withBody) {
-  const std::string code = std::to_string(status);
-  Row row{"redirect " + code + " goes on as " + method,
-          serverPlays({leads(status, "/new"), goodScript()}),
-          response(200, R"({"success":true})"),
-          {},
-          100'000};
-  row.check = [=](Scene& scene) {
-    const std::vector<ReceivedRequest> requests = scene.server().requests();
-    ASSERT_EQ(2u, requests.size());
-    EXPECT_TRUE(requests[1].head.starts_with(method + " /new HTTP/1.1\r\n"));
-    EXPECT_EQ(withBody ? 100'000u : 0u, requests[1].body.size()) << "bytes of the second body";
-  };
-  return row;
-}
-
 Row loop() {
   Row row{"redirect in a circle", serverPlays(leads(307, "/session")), temporaryError(-1007)};
   row.check = [](Scene& scene) { EXPECT_EQ(21, scene.server().connections()); };
@@ -121,15 +105,7 @@ std::vector<Row> endings() {
 }  // namespace
 
 std::vector<Row> redirectRows() {
-  std::vector<Row> rows = {
-      loop(),
-      circleOfTwo(),
-      kept(301, "GET", false),
-      kept(302, "GET", false),
-      kept(303, "GET", false),
-      kept(307, "POST", true),
-      kept(308, "POST", true),
-  };
+  std::vector<Row> rows = {loop(), circleOfTwo()};
   for (const std::vector<Row>& part : {targets(), endings()}) {
     rows.insert(rows.end(), part.begin(), part.end());
   }

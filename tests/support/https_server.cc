@@ -360,12 +360,7 @@ ServerReply replyWith(int status, const std::string& body, const HttpHeaders& he
   return rawReply(bytes, ServerReply::End::kKeepOpen);
 }
 
-ServerReply rawReply(const std::string& bytes, ServerReply::End end) {
-  ServerReply reply;
-  reply.pieces = {bytes};
-  reply.end = end;
-  return reply;
-}
+ServerReply rawReply(const std::string& bytes, ServerReply::End end) { return {{bytes}, end}; }
 
 ServerReply successReply() {
   return replyWith(200, R"({"success":true})", {{"Content-Type", "application/json"}});
@@ -375,12 +370,7 @@ namespace {
 
 Script scriptOf(const ServerReply& reply) {
   Script script;
-  for (const std::string& piece : reply.pieces) {
-    script.push_back([=](ServerConnection& connection) {
-      return connection.say(piece) && connection.pause(reply.pause);
-    });
-  }
-  if (reply.endless) return script + sayForEver(reply.pieces.back(), reply.pause);
+  for (const std::string& piece : reply.pieces) script.push_back(say(piece));
   switch (reply.end) {
     case ServerReply::End::kKeepOpen:
       return script;
@@ -411,28 +401,6 @@ Script answering(HttpsServer::Handler handler) {
 }
 
 }  // namespace
-
-Script scriptOf(ConnectionFault fault) {
-  switch (fault) {
-    case ConnectionFault::kNone:
-      return answering([](const ReceivedRequest&) { return successReply(); });
-    case ConnectionFault::kResetOnAccept:
-      return {reset()};
-    case ConnectionFault::kResetInHandshake:
-      return {readSome(), reset()};
-    case ConnectionFault::kNoHandshake:
-      return {stall()};
-    case ConnectionFault::kPlainText:
-      return {readSome(), say("HTTP/1.1 400 Bad Request\r\nContent-Length: 0\r\n\r\n"), finish()};
-    case ConnectionFault::kResetAfterHandshake:
-      return {handshake(), reset()};
-    case ConnectionFault::kResetAfterHead:
-      return {handshake(), readHead(), reset()};
-    case ConnectionFault::kSlowReader:
-      return Script{handshake(), readRequest(milliseconds(2))} + scriptOf(successReply());
-  }
-  return {};
-}
 
 // The server.
 

@@ -45,8 +45,6 @@ struct ServerReply {
   };
 
   std::vector<std::string> pieces;
-  std::chrono::milliseconds pause{0};  // After each piece.
-  bool endless = false;  // The last piece comes again and again until the client goes.
   End end = End::kKeepOpen;
 };
 
@@ -93,19 +91,6 @@ Step stallUnread();
 Script operator+(Script script, Step step);
 Script operator+(Script script, const Script& more);
 
-// How a server treats a connection instead of answering requests.
-enum class ConnectionFault {
-  kNone,
-  kResetOnAccept,
-  kResetInHandshake,  // After the client's first message.
-  kNoHandshake,       // The client's first message is never answered.
-  kPlainText,         // It is answered without encryption.
-  kResetAfterHandshake,
-  kResetAfterHead,  // The body of the request is not read.
-  kSlowReader,
-};
-Script scriptOf(ConnectionFault fault);
-
 // A TLS server on the loopback interface that records the requests it receives and does with each
 // connection what it is told, badly if need be. By default it answers every request with
 // successReply(). Any thread may call it.
@@ -135,7 +120,6 @@ class HttpsServer {
   void play(Script script) { play(std::vector<Script>{std::move(script)}); }
   void answer(Handler handler);
   void answer(const ServerReply& reply);
-  void setFault(ConnectionFault fault) { play(scriptOf(fault)); }
 
   std::vector<ReceivedRequest> requests() const;
   int connections() const { return loopback_.connections(); }
