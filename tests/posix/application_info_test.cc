@@ -10,18 +10,6 @@
 namespace zln {
 namespace {
 
-TEST(ApplicationInfoTest, WhatWasSetLastIsKnown) {
-  ApplicationInfo info;
-  EXPECT_EQ(std::nullopt, info.bundleIdentifier());
-  EXPECT_EQ(std::nullopt, info.shortVersion());
-  info.set("com.example.old", "1.0");
-
-  info.set("com.example.game", std::nullopt);
-
-  EXPECT_EQ("com.example.game", info.bundleIdentifier());
-  EXPECT_EQ(std::nullopt, info.shortVersion());
-}
-
 TEST(ApplicationInfoTest, TheIdentifierNamesTheFolderOrElseTheProgram) {
   ApplicationInfo info;
   EXPECT_EQ(executableName(), info.folderName());

@@ -91,14 +91,6 @@ TEST_F(DispatchPosixTest, TheMainThreadWorksBesideATask) {
   EXPECT_EQ(mainThread(), thread);
 }
 
-TEST_F(DispatchPosixTest, AGlobalTaskRunsOnAnotherThreadThanMain) {
-  std::promise<std::thread::id> thread;
-
-  dispatch.globalAsync([&] { thread.set_value(std::this_thread::get_id()); });
-
-  EXPECT_NE(mainThread(), thread.get_future().get());
-}
-
 TEST_F(DispatchPosixTest, GlobalTasksRunBesideEachOther) {
   std::latch bothRun(2);
   std::latch bothDone(2);

@@ -20,7 +20,6 @@
 #include <vector>
 
 #include "tests/posix/folder_fixture.h"
-#include "tests/posix/mask_set.h"
 #include "tests/support/file_size_limited.h"
 
 namespace zln {
@@ -80,27 +79,18 @@ class FilesPosixTest : public FolderTest {
   }
 };
 
-TEST_F(FilesPosixTest, TheProviderNamesTheFolderOfTheApplication) {
-  EXPECT_EQ("/data/com.example.game", files.applicationSupportPath());
-}
-
-TEST_F(FilesPosixTest, NewFoldersAndFilesBelongToTheUserAlone) {
-  const MaskSet mask(0);
+TEST_F(FilesPosixTest, NewFoldersAndWrittenFilesBelongToTheUserAloneAndOldFoldersKeepTheirMode) {
+  ASSERT_EQ(0, mkdir(path("old").c_str(), 0755));
+  put("file", "old", 0644);
 
   EXPECT_TRUE(files.createDirectory(path("a/b"), nullptr));
+  EXPECT_TRUE(files.createDirectory(path("old"), nullptr));
   EXPECT_TRUE(files.writeAtomically(path("file"), "1", nullptr));
 
   EXPECT_EQ(0700u, mode("a"));
   EXPECT_EQ(0700u, mode("a/b"));
+  EXPECT_EQ(0755u, mode("old"));
   EXPECT_EQ(0600u, mode("file"));
-}
-
-TEST_F(FilesPosixTest, AnExistingFolderKeepsItsMode) {
-  ASSERT_EQ(0, mkdir(path("a").c_str(), 0755));
-
-  EXPECT_TRUE(files.createDirectory(path("a"), nullptr));
-
-  EXPECT_EQ(0755u, mode("a"));
 }
 
 TEST_F(FilesPosixTest, AFolderIsMadeBelowALinkToAFolder) {
@@ -118,14 +108,6 @@ TEST_F(FilesPosixTest, NoFolderIsMadeWhereALinkLeadsNowhereOrThePathIsEmpty) {
   EXPECT_FALSE(files.createDirectory(path("link"), nullptr));
   EXPECT_FALSE(files.createDirectory(path("link/a"), nullptr));
   EXPECT_FALSE(files.createDirectory("", nullptr));
-}
-
-TEST_F(FilesPosixTest, AFileThatOthersCouldReadBelongsToTheUserAloneOnceWritten) {
-  put("file", "old", 0644);
-
-  EXPECT_TRUE(files.writeAtomically(path("file"), "new", nullptr));
-
-  EXPECT_EQ(0600u, mode("file"));
 }
 
 TEST_F(FilesPosixTest, WritingReplacesALinkAndNotItsTarget) {
@@ -206,6 +188,7 @@ TEST_F(FilesPosixTest, APipeDoesNotBlockTheReader) {
 TEST_F(FilesPosixTest, ADeviceDoesNotReadAndAFileThatDoesNotKnowItsSizeDoes) {
   EXPECT_EQ(std::nullopt, files.read("/dev/zero", kReadLimit));
   EXPECT_THAT(files.read("/proc/self/status", kReadLimit), testing::Optional(StartsWith("Name:")));
+  EXPECT_EQ(std::nullopt, files.read("/proc/self/status", 4));
 }
 
 TEST_F(FilesPosixTest, LinksAreVisitedAndNotFollowed) {
@@ -215,10 +198,17 @@ TEST_F(FilesPosixTest, LinksAreVisitedAndNotFollowed) {
   EXPECT_THAT(visited(path("other/link")), IsEmpty());
 }
 
-TEST_F(FilesPosixTest, FoldersAreEnteredDownToTheLimitOfDepth) {
+TEST_F(FilesPosixTest, FoldersAreVisitedAndRemovedDownToTheLimitOfDepth) {
+  Error error;
+  makeChain(128);
+  EXPECT_TRUE(files.remove(path("d"), nullptr));
+  EXPECT_FALSE(isThere("d"));
   makeChain(200);
 
   EXPECT_THAT(visited(folder.path()), SizeIs(128));
+  EXPECT_FALSE(files.remove(path("d"), &error));
+
+  EXPECT_EQ(512, error.code);
 }
 
 TEST_F(FilesPosixTest, AFolderThatIsReplacedByALinkDuringTheVisitIsNotEntered) {
@@ -249,23 +239,6 @@ TEST_F(FilesPosixTest, RemovingALinkOrItsFolderLeavesItsTarget) {
   EXPECT_THAT(visited(folder.path()), ElementsAre("folder", "folder/file"));
 }
 
-TEST_F(FilesPosixTest, RemovingFailsBeyondTheLimitOfDepth) {
-  makeChain(200);
-  Error error;
-
-  EXPECT_FALSE(files.remove(path("d"), &error));
-
-  EXPECT_EQ(512, error.code);
-}
-
-TEST_F(FilesPosixTest, AFolderAtTheLimitOfDepthIsRemoved) {
-  makeChain(128);
-
-  EXPECT_TRUE(files.remove(path("d"), nullptr));
-
-  EXPECT_FALSE(isThere("d"));
-}
-
 TEST_F(FilesPosixTest, NoOperationLeavesAFileOpen) {
   const std::size_t before = openDescriptors();
 
@@ -291,29 +264,20 @@ TEST_F(FilesPosixTest, TheBackupMarkIsAnExtendedAttribute) {
   EXPECT_STREQ("false", value.data());
 }
 
-TEST_F(FilesPosixTest, APathWithAZeroByteLeadsNowhere) {
+TEST_F(FilesPosixTest, APathWithAZeroByteOrThatIsTooLongLeadsNowhere) {
   put("file", "1");
-  const std::string broken = path("file") + std::string("\0/x", 3);
-
-  EXPECT_FALSE(files.exists(broken));
-  EXPECT_EQ(std::nullopt, files.read(broken, kReadLimit));
-  EXPECT_FALSE(files.writeAtomically(broken, "2", nullptr));
-  EXPECT_FALSE(files.createDirectory(broken, nullptr));
-  EXPECT_FALSE(files.excludeFromBackup(broken, nullptr));
-  EXPECT_FALSE(files.remove(broken, nullptr));
+  for (const std::string& broken :
+       {path("file") + std::string("\0/x", 3), path(std::string(300, 'x'))}) {
+    EXPECT_FALSE(files.exists(broken));
+    EXPECT_EQ(std::nullopt, files.read(broken, kReadLimit));
+    EXPECT_FALSE(files.writeAtomically(broken, "2", nullptr));
+    EXPECT_FALSE(files.atomicFile(broken, path("spare"))->replace("2", {}, nullptr));
+    EXPECT_FALSE(files.createDirectory(broken, nullptr));
+    EXPECT_FALSE(files.excludeFromBackup(broken, nullptr));
+    EXPECT_FALSE(files.remove(broken, nullptr));
+    EXPECT_EQ("1", contents("file"));
+  }
   EXPECT_THAT(visited(folder.path() + std::string("\0", 1)), IsEmpty());
-  EXPECT_EQ("1", contents("file"));
-}
-
-TEST_F(FilesPosixTest, APathThatIsTooLongFails) {
-  const std::string name(300, 'x');
-
-  EXPECT_FALSE(files.exists(path(name)));
-  EXPECT_EQ(std::nullopt, files.read(path(name), kReadLimit));
-  EXPECT_FALSE(files.writeAtomically(path(name), "1", nullptr));
-  EXPECT_FALSE(files.createDirectory(path(name), nullptr));
-  EXPECT_FALSE(files.remove(path(name), nullptr));
-  EXPECT_THAT(names(), IsEmpty());
 }
 
 TEST_F(FilesPosixTest, AnErrorNamesItemAndReason) {

@@ -7,19 +7,14 @@
 #include <cstddef>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <string>
 #include <vector>
 
 #include "platform/posix/files_posix.h"
+#include "tests/support/file_contents.h"
 #include "tests/support/temporary_folder.h"
 
 namespace zln {
-
-inline std::string contentAt(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(file), {});
-}
 
 inline std::vector<std::string> namesIn(const std::string& folderPath) {
   std::vector<std::string> names;
@@ -32,9 +27,13 @@ inline std::vector<std::string> namesIn(const std::string& folderPath) {
 // The descriptors of this process.
 inline std::size_t openDescriptors() { return namesIn("/proc/self/fd").size(); }
 
-// A folder in which a test looks at what the port does with files. Paths are relative to it.
+// A folder in which a test looks at what the port does with files. Paths are relative to it. The
+// file creation mask withholds nothing, so the port alone decides who may use what it makes.
 class FolderTest : public testing::Test {
  protected:
+  FolderTest() : maskBefore_(umask(0)) {}
+  ~FolderTest() override { umask(maskBefore_); }
+
   std::string path(const std::string& relativePath) const {
     return folder.path() + "/" + relativePath;
   }
@@ -51,7 +50,7 @@ class FolderTest : public testing::Test {
   }
 
   std::string contents(const std::string& relativePath) const {
-    return contentAt(path(relativePath));
+    return contentsOf(path(relativePath));
   }
   std::vector<std::string> names() const { return namesIn(folder.path()); }
 
@@ -75,7 +74,10 @@ class FolderTest : public testing::Test {
   }
 
   TemporaryFolder folder;
-  FilesPosix files{[] { return std::string("/data/com.example.game"); }};
+  FilesPosix files{[] { return std::string("/unused"); }};
+
+ private:
+  const mode_t maskBefore_;
 };
 
 }  // namespace zln

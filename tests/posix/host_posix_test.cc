@@ -69,8 +69,6 @@ class ZLNHostTest : public testing::Test {
   std::vector<std::string> lines;
 };
 
-TEST_F(ZLNHostTest, ThereIsOneEnvironment) { EXPECT_EQ(&port, &portEnvironment()); }
-
 TEST_F(ZLNHostTest, EachEventIsHeardOnTheCallingThreadBeforeTheCallReturns) {
   ZLNHostApplicationWillResignActive();
   ZLNHostApplicationDidEnterBackground();
@@ -158,12 +156,6 @@ TEST_F(ZLNHostTest, ATaskIsToldOfItsExpiryWhenTheCallReturns) {
 
   EXPECT_TRUE(told);
   port.backgroundTasks.end(id);
-}
-
-TEST_F(ZLNHostTest, TheSinkTakesTheLinesOfTheLibrary) {
-  port.logSink.write("text");
-
-  EXPECT_THAT(lines, ElementsAre("text"));
 }
 
 }  // namespace

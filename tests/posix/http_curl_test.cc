@@ -390,8 +390,8 @@ TEST_F(HttpClientCurlTest, AStallTimesOutAlsoWhenNothingIsSentUp) {
 }
 
 TEST_F(HttpClientCurlTest, ASlowUploadThatMovesDoesNotTimeOut) {
-  server.play({handshake(), readRequest(2ms),
-               say("HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n"), stall()});
+  server.play({handshake(), readRequest(2ms), say("HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n"),
+               stall()});
 
   const HttpReply reply =
       sendWithin({.idle = 2s}, {"POST", server.url("/"), {}, std::string(32'000'000, 'x')});
@@ -400,10 +400,10 @@ TEST_F(HttpClientCurlTest, ASlowUploadThatMovesDoesNotTimeOut) {
 }
 
 TEST_F(HttpClientCurlTest, TheTimeOfTheWholeRequestGoesOnOverRedirects) {
-  server.play({handshake(), readRequest(),
-               sayByteByByte("HTTP/1.1 307 Moved\r\nLocation: /again\r\nContent-Length: 0\r\n\r\n",
-                             2ms),
-               stall()});
+  server.play(
+      {handshake(), readRequest(),
+       sayByteByByte("HTTP/1.1 307 Moved\r\nLocation: /again\r\nContent-Length: 0\r\n\r\n", 2ms),
+       stall()});
 
   EXPECT_EQ(-1001, codeOf(sendWithin({.resource = 700ms}, post(server.url("/")))));
 }

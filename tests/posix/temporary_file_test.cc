@@ -57,31 +57,6 @@ class TemporaryFileTest : public FolderTest {
   }
 };
 
-TEST_F(TemporaryFileTest, ItsContentTakesThePlaceOfTheOldOne) {
-  put("file", "old");
-  TemporaryFile file(path("file"));
-
-  EXPECT_EQ(0, file.create());
-  EXPECT_EQ(0, file.write("ne"));
-  EXPECT_EQ(0, file.write("w"));
-  EXPECT_EQ("old", contents("file"));
-  EXPECT_EQ(0, file.putInPlace());
-
-  EXPECT_EQ("new", contents("file"));
-  EXPECT_THAT(names(), ElementsAre("file"));
-}
-
-TEST_F(TemporaryFileTest, OneThatIsNotPutInPlaceGoes) {
-  {
-    TemporaryFile file(path("file"));
-    ASSERT_EQ(0, file.create());
-    ASSERT_EQ(0, file.write("1"));
-    ASSERT_THAT(names(), SizeIs(1));
-  }
-
-  EXPECT_THAT(names(), IsEmpty());
-}
-
 TEST_F(TemporaryFileTest, OneThatCannotBePutInPlaceGoes) {
   makeFolder("folder");
   {
@@ -92,12 +67,6 @@ TEST_F(TemporaryFileTest, OneThatCannotBePutInPlaceGoes) {
   }
 
   EXPECT_THAT(names(), ElementsAre("folder"));
-}
-
-TEST_F(TemporaryFileTest, ItIsNotMadeInAFolderThatIsMissing) {
-  TemporaryFile file(path("missing/file"));
-
-  EXPECT_EQ(ENOENT, file.create());
 }
 
 TEST_F(TemporaryFileTest, OnceInPlaceTheFileIsLockedByNobody) {
@@ -130,17 +99,6 @@ TEST_F(TemporaryFileTest, WhatAProcessIsStillWritingStays) {
   EXPECT_THAT(names(), UnorderedElementsAre("file", written[0]));
   EXPECT_EQ("half of the con", contents(written[0]));
   kill(writer);
-}
-
-TEST_F(TemporaryFileTest, WhatAnotherThreadIsWritingStays) {
-  TemporaryFile file(path("file"));
-  ASSERT_EQ(0, file.create());
-
-  TemporaryFile::removeLeftOvers(path("file"));
-
-  EXPECT_EQ(0, file.write("1"));
-  EXPECT_EQ(0, file.putInPlace());
-  EXPECT_EQ("1", contents("file"));
 }
 
 TEST_F(TemporaryFileTest, LeftOversGoWhenAFileThatChangesPlacesIsOpened) {

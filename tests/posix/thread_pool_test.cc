@@ -96,14 +96,6 @@ TEST_F(ThreadPoolTest, ATaskThatComesFromElsewhereWhileAnotherRunsGetsAThreadOfI
   EXPECT_EQ(3u, bodiesInside);
 }
 
-TEST_F(ThreadPoolTest, AQuietTaskGetsAThreadWhenThereIsNone) {
-  pool.runWhenQuiet([this] { ran.push_back(1); });
-
-  ASSERT_THAT(bodies, SizeIs(1));
-  bodies.at(0)();
-  EXPECT_THAT(ran, ElementsAre(1));
-}
-
 TEST_F(ThreadPoolTest, AQuietTaskComesAfterAllOthersOnAThreadThatIsComing) {
   note(1);
   pool.runWhenQuiet([this] { ran.push_back(9); });
@@ -231,19 +223,6 @@ TEST_F(ThreadPoolTest, TasksBeyond64ThreadsWait) {
   EXPECT_THAT(ran, SizeIs(70));
 }
 
-TEST_F(ThreadPoolTest, AThreadThatTakesATaskAsksForOthersThatAreStillMissing) {
-  threadsRefused = true;
-  note(1);
-  note(2);
-  threadsRefused = false;
-  note(3);
-  ASSERT_THAT(bodies, SizeIs(1));
-
-  bodies.at(0)();
-
-  EXPECT_THAT(bodies, SizeIs(2));
-}
-
 TEST_F(ThreadPoolTest, ARefusedThreadDoesNotCount) {
   threadsRefused = true;
   for (int number = 0; number < 100; ++number) note(number);
@@ -309,23 +288,6 @@ TEST_F(ThreadPoolThreadsTest, AThreadThatWaitsIsUsedAgain) {
   }
 
   EXPECT_EQ(100u, usedAgain);
-}
-
-TEST_F(ThreadPoolThreadsTest, SixtyFourTasksRunBesideEachOther) {
-  ThreadPool pool(threads.starter(), std::chrono::milliseconds(1));
-  std::latch allRun(64);
-  std::latch allDone(64);
-
-  for (int count = 0; count < 64; ++count) {
-    pool.run([&] {
-      allRun.arrive_and_wait();
-      allDone.count_down();
-    });
-  }
-  allDone.wait();
-
-  EXPECT_EQ(64u, threads.started());
-  EXPECT_TRUE(threads.waitUntilNoneRuns());
 }
 
 TEST_F(ThreadPoolThreadsTest, EveryTaskOfManyThreadsRunsOnce) {

@@ -1,17 +1,13 @@
 #include "platform/posix/user_defaults_posix.h"
 
 #include <gtest/gtest.h>
-#include <sys/stat.h>
-#include <sys/types.h>
 
 #include <optional>
 #include <string>
 #include <thread>
 #include <vector>
 
-#include "platform/posix/files_posix.h"
 #include "testkit/fake_files.h"
-#include "tests/support/temporary_folder.h"
 
 namespace zln {
 namespace {
@@ -151,20 +147,6 @@ TEST_F(UserDefaultsPosixTest, ValuesThatSeveralThreadsSetAreAllKept) {
   for (const char* key : {"a", "b", "c", "d"}) {
     EXPECT_EQ(Value(Number::int32(19)), defaults.get(key)) << key;
   }
-}
-
-TEST(UserDefaultsPosixFilesTest, FileAndFolderBelongToTheUserAlone) {
-  const TemporaryFolder folder;
-  FilesPosix files([] { return std::string("/unused"); });
-  UserDefaultsPosix defaults(files, [&] { return folder.path() + "/config/game.plist"; });
-
-  defaults.set("key", "text");
-
-  struct stat facts {};
-  ASSERT_EQ(0, stat((folder.path() + "/config").c_str(), &facts));
-  EXPECT_EQ(0700u, facts.st_mode & 07777);
-  ASSERT_EQ(0, stat((folder.path() + "/config/game.plist").c_str(), &facts));
-  EXPECT_EQ(0600u, facts.st_mode & 07777);
 }
 
 }  // namespace
