@@ -4,18 +4,11 @@
 
 #include <atomic>
 #include <latch>
-#include <string>
 #include <thread>
 #include <vector>
 
 namespace zln {
 namespace {
-
-TEST(BarrierQueueTest, KeepsItsLabel) {
-  const BarrierQueue queue("com.example.queue");
-
-  EXPECT_EQ("com.example.queue", std::string(queue.label()));
-}
 
 TEST(BarrierQueueTest, ABlockHasRunOnTheCallingThreadWhenTheCallReturns) {
   BarrierQueue queue("label");

@@ -13,14 +13,6 @@
 namespace zln {
 namespace {
 
-TEST(NumberTest, RemembersItsKind) {
-  EXPECT_EQ(Number::Kind::boolean, Number::boolean(true).kind());
-  EXPECT_EQ(Number::Kind::int32, Number::int32(1).kind());
-  EXPECT_EQ(Number::Kind::int64, Number::int64(1).kind());
-  EXPECT_EQ(Number::Kind::float32, Number::float32(1).kind());
-  EXPECT_EQ(Number::Kind::float64, Number::float64(1).kind());
-}
-
 TEST(NumberTest, DiffersFromTheSameValueOfAnotherKind) {
   EXPECT_EQ(Number::int64(1), Number::int64(1));
   EXPECT_NE(Number::int64(1), Number::int32(1));

@@ -6,7 +6,6 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
-#include <thread>
 #include <utility>
 #include <vector>
 
@@ -37,17 +36,6 @@ class FakeClockTest : public testing::Test {
   std::vector<std::pair<std::string, double>> calls;
 };
 
-TEST_F(FakeClockTest, MovesOnlyAsToldTo) {
-  EXPECT_EQ(Date{1700000000}, clock.now());
-  clock.advance(600);
-  clock.advance(0.5);
-  EXPECT_EQ(Date{1700000600.5}, clock.now());
-  clock.set(5);
-  EXPECT_EQ(Date{5}, clock.now());
-  clock.advance(60);
-  EXPECT_EQ(Date{65}, clock.now());
-}
-
 TEST_F(FakeClockTest, RunsWhatFallsDueOnceInOrderOfTimeAndThenOfScheduling) {
   noteAt(3, "third");
   noteAt(1, "first");
@@ -70,16 +58,6 @@ TEST_F(FakeClockTest, RunsWhatACallSchedulesOnTheWay) {
   EXPECT_THAT(calls, ElementsAre(Pair("in time", 2)));
 }
 
-TEST_F(FakeClockTest, ACallMaySleepPastTheEnd) {
-  clock.at(1, [this] { clock.sleep(10); });
-  noteAt(2, "meanwhile");
-
-  clock.advance(3);
-
-  EXPECT_EQ(11, elapsed());
-  EXPECT_THAT(calls, ElementsAre(Pair("meanwhile", 2)));
-}
-
 TEST_F(FakeClockTest, SettingItRunsAndMovesNothingThatIsScheduled) {
   noteAt(10, "a");
   clock.set(1700001000);
@@ -90,14 +68,6 @@ TEST_F(FakeClockTest, SettingItRunsAndMovesNothingThatIsScheduled) {
   clock.advance(1);
 
   EXPECT_THAT(calls, ElementsAre(Pair("a", 1010)));
-}
-
-TEST_F(FakeClockTest, ACallMaySetTheClock) {
-  clock.at(1, [this] { clock.set(50); });
-
-  clock.advance(3);
-
-  EXPECT_EQ(Date{52}, clock.now());
 }
 
 TEST_F(FakeClockTest, SleepingMovesOnRunsWhatFallsDueAndAddsUp) {
@@ -139,17 +109,6 @@ TEST_F(FakeDispatchTest, RunsTheTasksOfAQueueInOrderWhenItIsToldTo) {
   EXPECT_THAT(ran, ElementsAre("1 main", "2 main", "1 global", "2 global"));
 }
 
-TEST_F(FakeDispatchTest, RunsWhatTheTasksOfAQueueAddToIt) {
-  dispatch.mainAsync([this] { dispatch.mainAsync(note("main")); });
-  dispatch.globalAsync([this] { dispatch.globalAsync(note("global")); });
-
-  dispatch.runMain();
-  EXPECT_THAT(ran, ElementsAre("main"));
-  dispatch.runGlobal();
-
-  EXPECT_THAT(ran, ElementsAre("main", "global"));
-}
-
 TEST_F(FakeDispatchTest, RunAllRunsUntilNothingWaits) {
   dispatch.globalAsync(
       [this] { dispatch.mainAsync([this] { dispatch.globalAsync(note("deep")); }); });
@@ -160,20 +119,6 @@ TEST_F(FakeDispatchTest, RunAllRunsUntilNothingWaits) {
   EXPECT_THAT(ran, ElementsAre("main", "deep"));
   EXPECT_EQ(0u, dispatch.mainCount());
   EXPECT_EQ(0u, dispatch.globalCount());
-}
-
-TEST_F(FakeDispatchTest, RunsASingleTaskOfEachQueue) {
-  EXPECT_FALSE(dispatch.runNextMain());
-  EXPECT_FALSE(dispatch.runNextGlobal());
-  dispatch.mainAsync(note("m1"));
-  dispatch.mainAsync(note("m2"));
-  dispatch.globalAsync(note("g1"));
-  dispatch.globalAsync(note("g2"));
-
-  EXPECT_TRUE(dispatch.runNextGlobal());
-  EXPECT_TRUE(dispatch.runNextMain());
-
-  EXPECT_THAT(ran, ElementsAre("g1", "m1"));
 }
 
 TEST_F(FakeDispatchTest, MainSyncRunsWhatWaitsOnMainFirst) {
@@ -283,21 +228,6 @@ TEST_F(FakeHttpTest, RepliesInWhateverOrderTheTestWants) {
   EXPECT_EQ(0u, http.outstanding());
 }
 
-TEST_F(FakeHttpTest, FailsWithACodeOfTheTransportOrAnyError) {
-  const Error cancelled{"NSCocoaErrorDomain", 3072, "The operation was cancelled.", {}};
-  send("https://a/");
-  send("https://b/");
-
-  http.fail(0, -1011);
-  http.fail(1, cancelled);
-
-  ASSERT_THAT(replies, SizeIs(2));
-  EXPECT_EQ("", replies[0].body);
-  EXPECT_FALSE(replies[0].response.has_value());
-  EXPECT_EQ((Error{"NSURLErrorDomain", -1011, std::nullopt, {}}), replies[0].error);
-  EXPECT_EQ(cancelled, replies[1].error);
-}
-
 TEST_F(FakeHttpTest, ACompletionMayMakeTheNextRequestAndIsReleased) {
   const auto held = std::make_shared<int>(1);
   http.upload(HttpRequest{}, [this, held](HttpReply) { send("https://b/"); });
@@ -371,12 +301,6 @@ class FakeFilesTest : public testing::Test {
   Error error;
 };
 
-TEST_F(FakeFilesTest, HasTheRootAloneAtFirst) {
-  EXPECT_TRUE(files.exists("/"));
-  EXPECT_EQ("/support", files.applicationSupportPath());
-  EXPECT_FALSE(files.exists("/support"));
-}
-
 TEST_F(FakeFilesTest, FailsToCreateTheFolderThatIsToFailAndThoseBelowIt) {
   files.failCreate("/a/b");
 
@@ -389,13 +313,6 @@ TEST_F(FakeFilesTest, FailsToCreateTheFolderThatIsToFailAndThoseBelowIt) {
   EXPECT_FALSE(files.exists("/a/b"));
   files.failCreate("/a/b", false);
   EXPECT_TRUE(files.createDirectory("/a/b/c", nullptr));
-}
-
-TEST_F(FakeFilesTest, TakesPathsWithSpareSeparators) {
-  files.put("/a//b/file", "bytes");
-
-  EXPECT_TRUE(files.exists("/a/b/"));
-  EXPECT_EQ("bytes", files.read("//a/b//file", 1024));
 }
 
 TEST_F(FakeFilesTest, EnumeratesAFolderBeforeItsContentsInOrderOfName) {
@@ -462,15 +379,6 @@ TEST_F(FakeFilesTest, FailsToRemoveWhatIsToFailAndTheFoldersAboveIt) {
   EXPECT_TRUE(files.remove("/a", nullptr));
 }
 
-TEST_F(FakeFilesTest, DoesNotRemoveTheRoot) {
-  files.put("/a/file", "bytes");
-
-  EXPECT_FALSE(files.remove("/", &error));
-
-  EXPECT_EQ(513, error.code);
-  EXPECT_TRUE(files.exists("/a/file"));
-}
-
 TEST_F(FakeFilesTest, KeepsTheOldContentWhileWritesFailAndCountsTheSuccessfulOnes) {
   files.put("/a/file", "by the test");
   files.writeAtomically("/a/file", "1", nullptr);
@@ -530,20 +438,6 @@ TEST(FakeDefaultsTest, ErasesAKeyAndCountsSynchronizations) {
   EXPECT_EQ(2u, defaults.syncCount());
 }
 
-TEST(FakeDeviceTest, SaysWhatATestMakesItSay) {
-  FakeDevice device;
-  EXPECT_EQ("iPhone14,5", device.machine());
-  EXPECT_EQ("17.5.1", device.systemVersion());
-
-  device.machineName = "x86_64";
-  device.systemVersionText = "12";
-  device.libraryVersion = "8";
-
-  EXPECT_EQ("x86_64", device.machine());
-  EXPECT_EQ("12", device.systemVersion());
-  EXPECT_EQ("8", device.libraryBundleValue("CFBundleShortVersionString"));
-}
-
 class FakeBackgroundTasksTest : public testing::Test {
  protected:
   BackgroundTaskId begin() {
@@ -554,19 +448,6 @@ class FakeBackgroundTasksTest : public testing::Test {
   FakeBackgroundTasks tasks{dispatch};
   int expirations = 0;
 };
-
-TEST_F(FakeBackgroundTasksTest, OffersWhatATestLeavesIt) {
-  tasks.remainingTime = 8;
-  tasks.offersMultitasking = false;
-  EXPECT_FALSE(tasks.offersMultitaskingSupport());
-  EXPECT_TRUE(tasks.offersBegin());
-  tasks.offersBeginTask = false;
-  EXPECT_FALSE(tasks.offersBegin());
-  EXPECT_TRUE(tasks.offersEnd());
-  tasks.offersEndTask = false;
-  EXPECT_FALSE(tasks.offersEnd());
-  EXPECT_EQ(8, tasks.remaining());
-}
 
 TEST_F(FakeBackgroundTasksTest, NotesWhatBeginsAndEndsAlsoTheEndsThatItIgnores) {
   begin();
@@ -623,21 +504,6 @@ TEST(FakeLogTest, FindsWholeLinesOnlyUntilItForgetsThem) {
   EXPECT_THAT(log.lines(), IsEmpty());
 }
 
-TEST(FakeLogTest, ThreadsMayWriteAtTheSameTime) {
-  FakeLog log;
-  std::vector<std::thread> threads;
-
-  for (const char* name : {"a", "b"}) {
-    threads.emplace_back([&log, name] {
-      for (int round = 0; round < 1000; ++round) log.write(name);
-    });
-  }
-  for (std::thread& thread : threads) thread.join();
-
-  EXPECT_EQ(1000u, log.count("a"));
-  EXPECT_EQ(1000u, log.count("b"));
-}
-
 class FakeEnvironmentTest : public testing::Test {
  protected:
   struct Observer {
@@ -654,21 +520,6 @@ class FakeEnvironmentTest : public testing::Test {
   FakeEnvironment env;
   std::vector<std::shared_ptr<Observer>> observers;
 };
-
-TEST_F(FakeEnvironmentTest, RefersToEachOfItsFakes) {
-  const Environment& environment = env.environment();
-
-  EXPECT_EQ(&env.clock, &environment.clock);
-  EXPECT_EQ(&env.dispatch, &environment.dispatch);
-  EXPECT_EQ(&env.http, &environment.http);
-  EXPECT_EQ(&env.files, &environment.files);
-  EXPECT_EQ(&env.defaults, &environment.userDefaults);
-  EXPECT_EQ(&env.device, &environment.deviceFacts);
-  EXPECT_EQ(&env.backgroundTasks, &environment.backgroundTasks);
-  EXPECT_EQ(&env.uuids, &environment.uuids);
-  EXPECT_EQ(&env.log, &environment.logSink);
-  EXPECT_EQ(&env.notificationCenter, &environment.notificationCenter);
-}
 
 TEST_F(FakeEnvironmentTest, EachCallOfItsApplicationAnnouncesItsEventAlsoInTheNextProcess) {
   std::vector<std::string> heard;
