@@ -9,8 +9,6 @@
 namespace zln {
 namespace {
 
-using testing::AllOf;
-using testing::Each;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::Le;
@@ -145,46 +143,6 @@ TEST_F(CollectedReportsTest, APhoneCallPausesTheSessionAndTerminationReportsItsS
   EXPECT_FALSE(bodies[1].contains("lastPauseTime"));
 }
 
-TEST_F(CollectedReportsTest, ALaterLaunchIsTheSameUserWithASessionStart) {
-  launchAndStart();
-  const std::string user = waitForReports(1).at(0)["userId"];
-  tell("terminate");
-  waitForReports(2);
-  game->send("exit");
-  EXPECT_NE(-1, game->waitForEnd());
-
-  launchAndStart();
-
-  EXPECT_EQ(user, waitForReportsHaving("type", "ReportTypeSessionStart", 1).at(0)["userId"]);
-}
-
-TEST_F(CollectedReportsTest, AReportThatIsRejectedForGoodIsNotSentAgain) {
-  launchAndStart();
-  waitForReports(1);
-  collector.addFault({{"effect", "permanent"}, {"match", {{"network", "bad"}}}});
-
-  tell("banner bad 1");
-  EXPECT_THAT(outcomesOf(collector.waitFor(1, {{"network", "bad"}})), ElementsAre("dropped"));
-  tell("banner good 1");
-
-  waitForReports(3);
-  tell("foreground");
-  tell("banner last 1");
-  EXPECT_EQ(1u, having(waitForReports(4), "network", "bad").size());
-}
-
-TEST_F(CollectedReportsTest, AReportThatFailsOnceIsSentAgainAndDelivered) {
-  launchAndStart();
-  waitForReports(1);
-  collector.addFault({{"effect", "temporary"}, {"match", {{"network", "retried"}}}, {"times", 1}});
-
-  tell("banner retried 1");
-
-  const std::vector<Json> reports = collector.waitFor(2, {{"network", "retried"}});
-  EXPECT_THAT(outcomesOf(reports), ElementsAre("retry", "accepted"));
-  EXPECT_THAT(verdictsOf(reports), ElementsAre("valid", "duplicate"));
-}
-
 TEST_F(CollectedReportsTest, AReportThatFailsForNowIsSentThreeTimesThenHeldUntilTheForeground) {
   launchAndStart();
   waitForReports(1);
@@ -216,7 +174,6 @@ TEST_F(CollectedReportsTest, AReportWhoseReplyIsLostComesAgainAndIsADuplicate) {
   EXPECT_THAT(outcomesOf(reports), ElementsAre("cut", "accepted"));
   EXPECT_THAT(verdictsOf(reports), ElementsAre("valid", "duplicate"));
   EXPECT_THAT(identitiesOf(reports), SizeIs(1));
-  EXPECT_EQ(1, collector.summary()["duplicates"]);
 }
 
 TEST_F(CollectedReportsTest, CallsReturnWhileTheServerKeepsEveryoneWaiting) {
@@ -249,30 +206,6 @@ TEST_F(CollectedReportsTest, SettingsFromTheServerTakeEffect) {
 
   // The session stops in the background, after the one second that the server has set.
   EXPECT_EQ(1u, waitForReportsHaving("type", "ReportTypeSessionStop", 1).size());
-}
-
-TEST_F(CollectedReportsTest, WhatAKilledGameOwedIsSentByTheNextWithTheSameIdentifiers) {
-  const int fault = keepEveryoneWaiting();
-  launchAndStart();
-  for (int call = 0; call < 10; ++call) tell("banner owed 1");
-  const std::vector<Json> unanswered = collector.waitFor(kAtOnce);
-  game->kill();
-  const std::int64_t last = collector.latestReport();
-  collector.removeFault(fault);
-
-  launchAndStart();
-
-  // The first session, ten ads and the start of this launch.
-  collector.waitFor(kAtOnce + 12);
-  const std::vector<Json> later = collector.reports(last);
-  const std::vector<Json> bodies = bodiesOf(later);
-  EXPECT_EQ(12u, later.size());
-  EXPECT_THAT(having(bodies, "network", "owed"), SizeIs(10));
-  EXPECT_THAT(having(bodies, "type", "ReportTypeSessionFirst"), SizeIs(1));
-  EXPECT_THAT(having(bodies, "type", "ReportTypeSessionStart"), SizeIs(1));
-  EXPECT_THAT(identitiesOf(later), SizeIs(12));
-  EXPECT_THAT(verdictsOf(unanswered), AllOf(SizeIs(kAtOnce), Each("valid")));
-  EXPECT_EQ(identitiesOf(unanswered), identitiesOf(having(later, "verdict", "duplicate")));
 }
 
 }  // namespace

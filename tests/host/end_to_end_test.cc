@@ -28,36 +28,6 @@ class EndToEndTest : public PlayedGameTest {
   }
 };
 
-TEST_F(EndToEndTest, AReportCarriesTheHeadersThatTheLibrarySetsAndNoOthersOfItsKind) {
-  launchAndStart();
-  server.waitForRequests(2);  // A report and the request for settings.
-
-  for (const ReceivedRequest& request : server.requests()) {
-    EXPECT_EQ("POST", request.method);
-    EXPECT_EQ(std::to_string(request.body.size()), request.header("Content-Length"));
-    EXPECT_FALSE(request.hasHeader("Expect"));
-    if (isReport(request)) {
-      EXPECT_EQ("application/json", request.header("Content-Type"));
-      EXPECT_EQ("session-first.invalid", request.header("Host"));
-    } else {
-      EXPECT_EQ("/config", request.target);
-      EXPECT_FALSE(request.hasHeader("Content-Type"));
-      EXPECT_EQ("config.invalid", request.header("Host"));
-      EXPECT_EQ(Json::parse(request.body), (Json{{"ConfigSerializationKeyAppVersion", "1.2.3"},
-                                                 {"ConfigSerializationKeySDKVersion", "7.0.0"}}));
-    }
-  }
-}
-
-TEST_F(EndToEndTest, EachReportHasAConnectionOfItsOwn) {
-  launchAndStart();
-  waitForReports(1);
-  for (int call = 0; call < 5; ++call) tell("banner n 1");
-  server.waitForRequests(7);  // Six reports and the request for settings.
-
-  EXPECT_EQ(static_cast<int>(server.requests().size()), server.connections());
-}
-
 TEST_F(EndToEndTest, FilesArePrivateToTheUserAndKeptOutOfBackups) {
   launchAndStart();
   waitForReports(1);
@@ -92,17 +62,6 @@ TEST_F(EndToEndTest, WithoutFoldersTheFailuresAreLoggedAndReportsAreSentAllTheSa
         "ZLN Session: An error occured writing config\n", "pending reports!\n"}) {
     EXPECT_THAT(errors, HasSubstr(line));
   }
-}
-
-TEST_F(EndToEndTest, AnUntrustedServerGetsNothing) {
-  HttpsServer stranger;
-  environment["SSL_CERT_FILE"] = stranger.caFile();
-  launch();
-  tell("level 2");
-  start();
-
-  awaitLine("Code=-1202");
-  EXPECT_TRUE(server.requests().empty());
 }
 
 TEST_F(EndToEndTest, LogLinesGoToTheErrorOutputInThePlatformsFormatOrToTheSink) {

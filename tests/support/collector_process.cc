@@ -7,12 +7,11 @@
 #include <chrono>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <map>
 #include <stdexcept>
 #include <string_view>
-#include <thread>
+
+#include "tests/support/file_contents.h"
 
 namespace zln {
 namespace {
@@ -47,11 +46,6 @@ std::map<std::string, std::string> environment() {
     if (const char* value = std::getenv(name)) variables[name] = value;
   }
   return variables;
-}
-
-std::string contentsOf(const std::string& path) {
-  std::ifstream file(path);
-  return {std::istreambuf_iterator<char>(file), {}};
 }
 
 std::uint16_t portIn(std::string_view address) {
@@ -97,8 +91,6 @@ std::vector<CollectorProcess::Json> CollectorProcess::waitFor(std::size_t count,
   const Json wish{{"count", count}, {"match", match}, {"timeout", kPatience.count()}};
   return send("POST", "/api/wait", wish)["reports"];
 }
-
-CollectorProcess::Json CollectorProcess::summary() const { return get("/api/summary"); }
 
 // ---- Faults and settings ----
 

@@ -40,7 +40,6 @@ class CollectorProcess {
   // Waits until so many have come whose bodies have these members, and returns the first ones;
   // fewer after a minute.
   std::vector<Json> waitFor(std::size_t count, const Json& match = Json::object()) const;
-  Json summary() const;
 
   // Returns its identifier.
   int addFault(const Json& fault);
