@@ -374,12 +374,8 @@ Script scriptOf(const ServerReply& reply) {
   switch (reply.end) {
     case ServerReply::End::kKeepOpen:
       return script;
-    case ServerReply::End::kClose:
-      return script + finishWithFarewell();
     case ServerReply::End::kCut:
       return script + finish();
-    case ServerReply::End::kReset:
-      return script + reset();
     case ServerReply::End::kStall:
       return script + stall();
   }

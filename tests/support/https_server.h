@@ -38,10 +38,8 @@ struct ReceivedRequest {
 struct ServerReply {
   enum class End {
     kKeepOpen,  // Ready for the next request, as a good server is.
-    kClose,     // Closed in good order.
     kCut,       // Closed without the farewell of TLS.
-    kReset,
-    kStall,  // Nothing more is sent, until the client goes.
+    kStall,     // Nothing more is sent, until the client goes.
   };
 
   std::vector<std::string> pieces;

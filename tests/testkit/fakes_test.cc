@@ -195,39 +195,6 @@ class FakeHttpTest : public testing::Test {
   std::vector<HttpReply> replies;
 };
 
-TEST_F(FakeHttpTest, KeepsEveryRequestAndAnswersNothingByItself) {
-  send("https://a/");
-  send("https://b/");
-  dispatch.runAll();
-
-  EXPECT_THAT(replies, IsEmpty());
-  EXPECT_EQ(2u, http.outstanding());
-  ASSERT_THAT(http.requests(), SizeIs(2));
-  EXPECT_EQ("POST", http.requests()[0].method);
-  EXPECT_EQ("https://a/", http.requests()[0].url);
-  EXPECT_THAT(http.requests()[0].headers, ElementsAre(Pair("Name", "value")));
-  EXPECT_EQ("body of https://a/", http.requests()[0].body);
-  EXPECT_EQ("https://b/", http.requests()[1].url);
-}
-
-TEST_F(FakeHttpTest, RepliesInWhateverOrderTheTestWants) {
-  send("https://a/");
-  send("https://b/");
-
-  http.reply(1, 503, "busy");
-  http.reply(0, "hello");
-
-  ASSERT_THAT(replies, SizeIs(2));
-  EXPECT_EQ("busy", replies[0].body);
-  EXPECT_EQ(503, replies[0].response->statusCode);
-  EXPECT_EQ("https://b/", replies[0].response->url);
-  EXPECT_EQ("hello", replies[1].body);
-  EXPECT_EQ(200, replies[1].response->statusCode);
-  EXPECT_EQ("https://a/", replies[1].response->url);
-  EXPECT_EQ(std::nullopt, replies[1].error);
-  EXPECT_EQ(0u, http.outstanding());
-}
-
 TEST_F(FakeHttpTest, ACompletionMayMakeTheNextRequestAndIsReleased) {
   const auto held = std::make_shared<int>(1);
   http.upload(HttpRequest{}, [this, held](HttpReply) { send("https://b/"); });
@@ -298,22 +265,7 @@ TEST_F(FakeHttpTest, AnAnswerOfTheTestGoesBeforeTheOneForAlways) {
 class FakeFilesTest : public testing::Test {
  protected:
   FakeFiles files;
-  Error error;
 };
-
-TEST_F(FakeFilesTest, FailsToCreateTheFolderThatIsToFailAndThoseBelowIt) {
-  files.failCreate("/a/b");
-
-  EXPECT_FALSE(files.createDirectory("/a/b/c", nullptr));
-  EXPECT_FALSE(files.createDirectory("/a/b", &error));
-
-  EXPECT_EQ(513, error.code);
-  EXPECT_EQ("You don’t have permission to save the file “b” in the folder “a”.",
-            error.localizedDescription);
-  EXPECT_FALSE(files.exists("/a/b"));
-  files.failCreate("/a/b", false);
-  EXPECT_TRUE(files.createDirectory("/a/b/c", nullptr));
-}
 
 TEST_F(FakeFilesTest, EnumeratesAFolderBeforeItsContentsInOrderOfName) {
   for (const char* path :
@@ -341,76 +293,6 @@ TEST_F(FakeFilesTest, DoesNotVisitWhatAVisitRemoves) {
   });
 
   EXPECT_THAT(visited, ElementsAre("a", "c"));
-}
-
-TEST_F(FakeFilesTest, NotesWhatItRemovesAndExplainsWhatItDoesNot) {
-  files.put("/a/file", "bytes");
-  EXPECT_TRUE(files.remove("/a/file", nullptr));
-
-  EXPECT_FALSE(files.remove("/a/reportingreports.json", &error));
-
-  EXPECT_THAT(files.removed(), ElementsAre("/a/file"));
-  EXPECT_THAT(error.userInfo,
-              ElementsAre(Pair("NSUserStringVariant", "(\n    Remove\n)"),
-                          Pair("NSFilePath", "/a/reportingreports.json"),
-                          Pair("NSUnderlyingError",
-                               "0x600003a1c2c0 {Error Domain=NSPOSIXErrorDomain Code=2 "
-                               "\"No such file or directory\"}")));
-}
-
-TEST_F(FakeFilesTest, FailsToRemoveWhatIsToFailAndTheFoldersAboveIt) {
-  files.put("/a/file", "bytes");
-  files.put("/a/other", "bytes");
-  files.failRemove("/a/file");
-
-  EXPECT_FALSE(files.remove("/a", nullptr));
-  EXPECT_FALSE(files.remove("/a/file", &error));
-
-  EXPECT_EQ(513, error.code);
-  EXPECT_EQ("“file” couldn’t be removed because you don’t have permission to access it.",
-            error.localizedDescription);
-  EXPECT_EQ("bytes", files.contents("/a/file"));
-  EXPECT_TRUE(files.exists("/a/other"));
-  EXPECT_THAT(files.removed(), IsEmpty());
-  files.failRemove("/a/file", false);
-  EXPECT_TRUE(files.remove("/a/file", nullptr));
-  // What is missing does not keep its folder.
-  files.failRemove("/a/file");
-  EXPECT_TRUE(files.remove("/a", nullptr));
-}
-
-TEST_F(FakeFilesTest, KeepsTheOldContentWhileWritesFailAndCountsTheSuccessfulOnes) {
-  files.put("/a/file", "by the test");
-  files.writeAtomically("/a/file", "1", nullptr);
-  files.writeAtomically("/a/file", "2", nullptr);
-  files.writeAtomically("/a/other", "1", nullptr);
-  files.failWrites();
-
-  EXPECT_FALSE(files.writeAtomically("/a/file", "3", &error));
-
-  EXPECT_EQ(513, error.code);
-  EXPECT_EQ("You don’t have permission to save the file “file” in the folder “a”.",
-            error.localizedDescription);
-  EXPECT_EQ("2", files.read("/a/file", 1024));
-  EXPECT_EQ(2u, files.writeCount("/a/file"));
-  EXPECT_EQ(1u, files.writeCount("/a/other"));
-  EXPECT_EQ(0u, files.writeCount("/a/none"));
-  files.failWrites(false);
-  EXPECT_TRUE(files.writeAtomically("/a/file", "3", nullptr));
-}
-
-TEST_F(FakeFilesTest, MarksWhatBackupsLeaveOutUnlessItIsToFail) {
-  files.makeFolder("/a");
-  files.failExclude("/a");
-
-  EXPECT_FALSE(files.excludeFromBackup("/missing", nullptr));
-  EXPECT_FALSE(files.excludeFromBackup("/a", &error));
-
-  EXPECT_EQ(513, error.code);
-  EXPECT_THAT(files.excluded(), IsEmpty());
-  files.failExclude("/a", false);
-  EXPECT_TRUE(files.excludeFromBackup("/a/", nullptr));
-  EXPECT_THAT(files.excluded(), ElementsAre("/a"));
 }
 
 TEST_F(FakeFilesTest, TheMarkGoesWithTheItemOrItsOldContent) {
