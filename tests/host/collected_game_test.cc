@@ -113,17 +113,6 @@ TEST_F(CollectedReportsTest, UnusualTextArrivesUnchangedAndBrokenTextMended) {
             having(bodies, "adType", "interstitial").at(0)["network"].get<std::string>());
 }
 
-TEST_F(CollectedReportsTest, AnAbsentNetworkIsRefusedToACallerThatCatches) {
-  launchAndStart();
-  waitForReports(1);
-
-  EXPECT_EQ("refused\n", tell("refused -"));
-  EXPECT_EQ("accepted\n", tell("refused network"));
-
-  EXPECT_EQ(1u, waitForReportsHaving("network", "network", 1).size());
-  EXPECT_EQ(2u, collector.reports().size());
-}
-
 TEST_F(CollectedReportsTest, APhoneCallPausesTheSessionAndTerminationReportsItsStop) {
   launchAndStart();
   waitForReports(1);

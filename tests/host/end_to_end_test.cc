@@ -1,17 +1,13 @@
-#include <gmock/gmock.h>
 #include <sys/stat.h>
 #include <sys/xattr.h>
 
 #include <regex>
 #include <string>
-#include <vector>
 
 #include "tests/host/played_game.h"
 
 namespace zln {
 namespace {
-
-using testing::HasSubstr;
 
 class EndToEndTest : public PlayedGameTest {
  protected:
@@ -39,29 +35,6 @@ TEST_F(EndToEndTest, FilesArePrivateToTheUserAndKeptOutOfBackups) {
   EXPECT_EQ(0600u, modeOf(folder() + "/reporting/reports.json"));
   EXPECT_EQ(0600u, modeOf(folder() + "/data/config.dat"));
   EXPECT_EQ(0600u, modeOf(home.path() + "/config/com.example.game.plist"));
-}
-
-TEST_F(EndToEndTest, WithoutFoldersTheFailuresAreLoggedAndReportsAreSentAllTheSame) {
-  writeFile(home.path() + "/file", "no folder");
-  environment["XDG_DATA_HOME"] = home.path() + "/file";
-  environment["XDG_CONFIG_HOME"] = home.path() + "/file";
-  launch();
-  tell("level 1");
-  start();
-
-  tell("banner brave 1");
-
-  EXPECT_EQ(1u, having(waitForReports(2), "network", "brave").size());
-  const std::string errors = game->errors();
-  for (const char* line :
-       {"ZLN Session: unable to create root path!\n",
-        "ZLN Session: unable to create previews path!\n",
-        "ZLN Session: unable to create data path!\n",
-        "ZLN Session: Error: Unable to exclude directory from backup: Error "
-        "Domain=NSCocoaErrorDomain Code=",
-        "ZLN Session: An error occured writing config\n", "pending reports!\n"}) {
-    EXPECT_THAT(errors, HasSubstr(line));
-  }
 }
 
 TEST_F(EndToEndTest, LogLinesGoToTheErrorOutputInThePlatformsFormatOrToTheSink) {

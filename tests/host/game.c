@@ -9,7 +9,6 @@
 #include "ZLNSessionReporting/ZLNHost.h"
 #include "ZLNSessionReporting/ZLNLog.h"
 #include "ZLNSessionReporting/ZLNSessionReporting.h"
-#include "tests/host/catch_invalid_argument.h"
 
 enum { MAX_WORDS = 6, MAX_LINE = 1 << 20 };
 
@@ -73,7 +72,6 @@ static void interstitialZone(void) {
   ZLNSendInterstitialAdZoneAttemptReport(text(1), text(2), filled(3));
 }
 static void rewardedZone(void) { ZLNSendRewardedAdZoneAttemptReport(text(1), text(2), filled(3)); }
-static void refused(void) { printf("%s\n", bannerIsRefused(text(1)) ? "refused" : "accepted"); }
 
 static const struct {
   const char* name;
@@ -94,7 +92,6 @@ static const struct {
     {"banner-zone", bannerZone},
     {"interstitial-zone", interstitialZone},
     {"rewarded-zone", rewardedZone},
-    {"refused", refused},
     {"resign", ZLNHostApplicationWillResignActive},
     {"active", ZLNHostApplicationDidBecomeActive},
     {"foreground", ZLNHostApplicationWillEnterForeground},

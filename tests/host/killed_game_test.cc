@@ -108,24 +108,5 @@ TEST_F(KilledGameTest, FilesAreWholeAtEveryMomentAndEveryAcknowledgedAdArrives) 
   EXPECT_EQ(reports().size(), reportsHaving("userId", user).size());
 }
 
-// The first launch writes the user defaults and the settings for the first time.
-TEST_F(KilledGameTest, AFirstLaunchThatIsKilledLeavesWholeFilesOrNone) {
-  silenceServer();
-  for (int life = 0; life < 20; ++life) {
-    SCOPED_TRACE("life " + std::to_string(life));
-    for (const std::string& path : storedFiles) std::filesystem::remove(path);
-    launch();
-    tell("app com.example.game 1.2.3");
-    for (const char* command : {"initialize engine-5", "start", "active", "banner n 1"}) {
-      game->send(command);
-    }
-    killSoon();
-
-    for (const std::string& path : storedFiles) {
-      EXPECT_TRUE(!std::filesystem::exists(path) || valueIn(path)) << path;
-    }
-  }
-}
-
 }  // namespace
 }  // namespace zln

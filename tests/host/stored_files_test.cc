@@ -4,7 +4,6 @@
 #include <sys/stat.h>
 #include <sys/types.h>
 
-#include <cstdlib>
 #include <fstream>
 #include <functional>
 #include <ostream>
@@ -177,117 +176,6 @@ TEST_F(StoredFilesTest, ATextThatXmlCannotHoldIsMendedInTheFileAndCostsNoOtherRe
   expectOneReportHaving("network", "a\uFFFDb\uFFFD\uFFFDc");
   expectOneReportHaving("network", "before");
   expectOneReportHaving("network", "after");
-}
-
-// Files that pass through other programs.
-class ExchangedFilesTest : public StoredFilesTest {
- protected:
-  static bool isInstalled(const std::string& program) {
-    return std::system(("command -v " + program + " >/dev/null").c_str()) == 0;
-  }
-
-  // Runs a script to which `reports` and `settings` are the paths of the files.
-  bool python(const std::string& script) const {
-    put(home.path() + "/script.py", "import plistlib\nreports = '" + reportsFile() +
-                                        "'\nsettings = '" + settingsFile() + "'\n" + script);
-    return std::system(("python3 '" + home.path() + "/script.py'").c_str()) == 0;
-  }
-};
-
-TEST_F(ExchangedFilesTest, PythonFindsTheRightKinds) {
-  if (!isInstalled("python3")) GTEST_SKIP() << "python3 is not installed";
-  silenceServer();
-  launchAndStart();
-  tell("zone network%26 video zone-1 1");
-  tell("banner other 0");
-  tell("resign");
-  tell("terminate");
-  game->kill();
-
-  EXPECT_TRUE(python(R"(
-stored = plistlib.load(open(reports, 'rb'))
-assert type(stored) is list and len(stored) == 4, stored
-first = [r for r in stored if r['type'] == 'ReportTypeSessionFirst'][0]
-stop = [r for r in stored if r['type'] == 'ReportTypeSessionStop'][0]
-zone = [r for r in stored if r['type'] == 'ReportTypeAdZoneAttempt'][0]
-ad = [r for r in stored if r['type'] == 'ReportTypeAdAttempt'][0]
-assert zone['network'] == 'network&' and zone['zoneId'] == 'zone-1', zone
-assert zone['fill'] is True and ad['fill'] is False, stored
-assert type(first['startTime']) is float, first
-assert type(first['sessionId']) is str and first['sessionId'] == stop['sessionId'], stored
-assert type(stop['totalDuration']) is float, stop
-)"));
-  EXPECT_TRUE(python(R"(
-stored = plistlib.load(open(settings, 'rb'))
-kinds = {key.replace('ConfigSerializationKey', ''): type(value).__name__
-         for key, value in stored.items()}
-assert kinds == {
-    'TransmitReportsImmediately': 'bool',
-    'TransmitReportsOnApplicationBackgrounding': 'bool',
-    'TransmitReportsOnApplicationForegrounding': 'bool',
-    'ReportTemporaryFailureLimit': 'int',
-    'SessionInactivityTimeLimit': 'float',
-    'ConfigUpdateInterval': 'int',
-    'UserSessionBackgroundTimeoutSeconds': 'float',
-    'SendStartSessionReports': 'bool',
-    'SendStopSessionReports': 'bool',
-    'SendFirstSessionReports': 'bool',
-    'lastUpdate': 'float',
-}, kinds
-)"));
-}
-
-TEST_F(ExchangedFilesTest, FilesThatPythonWritesInEitherFormAreTaken) {
-  if (!isInstalled("python3")) GTEST_SKIP() << "python3 is not installed";
-  for (const char* form : {"FMT_XML", "FMT_BINARY"}) {
-    ASSERT_TRUE(python("form = plistlib." + std::string(form) + R"(
-ad = {'type': 'ReportTypeAdAttempt', 'adEventId': '00000000-0000-4000-8000-000000000000',
-      'network': 'python \u20ac ' + form.name, 'adType': 'banner', 'fill': True}
-with open(reports, 'wb') as file: plistlib.dump([ad], file, fmt=form)
-with open(settings, 'wb') as file:
-    plistlib.dump({'ConfigSerializationKeySendFirstSessionReports': False,
-                   'ConfigSerializationKeySendStartSessionReports': False,
-                   'lastUpdate': 4000000000.0}, file, fmt=form)
-)"));
-    launchAndStart();
-
-    const std::vector<Json> sent =
-        waitForReportsHaving("network", std::string("python \u20ac ") + form, 1);
-
-    ASSERT_EQ(1u, sent.size());
-    EXPECT_EQ(true, sent[0]["fill"]);
-    // A game that is killed while it loads leaves what it was loading to the next one.
-    waitUntilAtRest();
-    game->kill();
-  }
-  // The settings have been taken: nothing else was sent, and none was asked for.
-  EXPECT_EQ(2u, server.requests().size());
-}
-
-TEST_F(ExchangedFilesTest, FilesThatPlistutilTurnsBinaryAreSent) {
-  if (!isInstalled("plistutil")) GTEST_SKIP() << "plistutil is not installed";
-  silenceServer();
-  launchAndStart();
-  tell("banner first%c3%a9 1");
-  tell("zone second video z 0");
-  game->kill();
-  for (const std::string& path : storedFiles) {
-    const std::string command = "plistutil -i '" + path + "' -f bin -o '" + path + ".bin' && mv '" +
-                                path + ".bin' '" + path + "'";
-    ASSERT_EQ(0, std::system(command.c_str()));
-    ASSERT_EQ("bplist00", contentsOf(path).substr(0, 8));
-  }
-  letServerTalk();
-
-  launchAndStart();
-
-  const std::vector<Json> bodies = waitForReports(4);
-  EXPECT_EQ(true, having(bodies, "network", "first\u00e9").at(0)["fill"]);
-  EXPECT_EQ(false, having(bodies, "network", "second").at(0)["fill"]);
-  expectOneReportHaving("type", "ReportTypeSessionFirst");
-  expectOneReportHaving("type", "ReportTypeSessionStart");
-  // All of the same user, so the defaults have been understood as well.
-  EXPECT_EQ(4u, having(bodies, "userId", bodies[0]["userId"]).size());
 }
 
 }  // namespace

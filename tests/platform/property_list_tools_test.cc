@@ -2,11 +2,11 @@
 
 #include <cstdint>
 #include <cstdlib>
-#include <fstream>
-#include <iterator>
+#include <optional>
 #include <string>
 
 #include "platform/property_list.h"
+#include "tests/support/file_contents.h"
 #include "tests/support/temporary_folder.h"
 
 // Other programs as second opinions on both forms of property lists.
@@ -18,13 +18,11 @@ class PropertyListToolsTest : public testing::Test {
  protected:
   std::string path(const std::string& name) const { return folder_.path() + "/" + name; }
 
-  void writeFile(const std::string& name, const std::string& bytes) const {
-    std::ofstream(path(name), std::ios::binary) << bytes;
+  void put(const std::string& name, const std::string& bytes) const {
+    writeFile(path(name), bytes);
   }
-
-  std::string readFile(const std::string& name) const {
-    std::ifstream file(path(name), std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+  std::optional<Value> valueIn(const std::string& name) const {
+    return property_list::read(contentsOf(path(name)));
   }
 
   static bool isInstalled(const std::string& program) {
@@ -33,7 +31,7 @@ class PropertyListToolsTest : public testing::Test {
 
   // Runs a script in the folder of the test. True when it ends well.
   bool python(const std::string& script) const {
-    writeFile("script.py", "import datetime, plistlib\n" + script);
+    put("script.py", "import datetime, plistlib\n" + script);
     return std::system(("cd '" + folder_.path() + "' && python3 script.py").c_str()) == 0;
   }
 
@@ -78,29 +76,21 @@ constexpr char kSampleInPython[] =
 
 TEST_F(PropertyListToolsTest, PythonReadsWhatIsWritten) {
   if (!isInstalled("python3")) GTEST_SKIP() << "python3 is not installed";
-  writeFile("ours.plist", property_list::write(sample()).value());
+  put("ours.plist", property_list::write(sample()).value());
 
   EXPECT_TRUE(python(std::string(kSampleInPython) +
                      "assert plistlib.load(open('ours.plist', 'rb')) == sample\n"));
 }
 
-TEST_F(PropertyListToolsTest, ReadsTheXmlFormThatPythonWrites) {
-  if (!isInstalled("python3")) GTEST_SKIP() << "python3 is not installed";
-
-  ASSERT_TRUE(
-      python(std::string(kSampleInPython) + "plistlib.dump(sample, open('theirs.plist', 'wb'))\n"));
-
-  EXPECT_EQ(sample(), property_list::read(readFile("theirs.plist")));
-}
-
-TEST_F(PropertyListToolsTest, ReadsTheBinaryFormThatPythonWrites) {
+TEST_F(PropertyListToolsTest, ReadsBothFormsThatPythonWrites) {
   if (!isInstalled("python3")) GTEST_SKIP() << "python3 is not installed";
 
   ASSERT_TRUE(python(std::string(kSampleInPython) +
-                     "plistlib.dump(sample, open('theirs.plist', 'wb'), "
-                     "fmt=plistlib.FMT_BINARY)\n"));
+                     "for form in (plistlib.FMT_XML, plistlib.FMT_BINARY):\n"
+                     "    plistlib.dump(sample, open(form.name, 'wb'), fmt=form)\n"));
 
-  EXPECT_EQ(sample(), property_list::read(readFile("theirs.plist")));
+  EXPECT_EQ(sample(), valueIn("FMT_XML"));
+  EXPECT_EQ(sample(), valueIn("FMT_BINARY"));
 }
 
 TEST_F(PropertyListToolsTest, WritesTheVeryBytesThatPythonWrites) {
@@ -115,19 +105,19 @@ TEST_F(PropertyListToolsTest, WritesTheVeryBytesThatPythonWrites) {
              "         'd': datetime.datetime(2023, 11, 14, 22, 13, 20)}\n"
              "plistlib.dump(value, open('theirs.plist', 'wb'))\n"));
 
-  EXPECT_EQ(readFile("theirs.plist"), property_list::write(value));
+  EXPECT_EQ(contentsOf(path("theirs.plist")), property_list::write(value));
 }
 
 TEST_F(PropertyListToolsTest, ReadsWhatPlistutilMakesOfAFile) {
   if (!isInstalled("plistutil")) GTEST_SKIP() << "plistutil is not installed";
-  writeFile("ours.plist", property_list::write(sample()).value());
+  put("ours.plist", property_list::write(sample()).value());
 
   ASSERT_TRUE(plistutil("-i ours.plist -f bin -o theirs.bplist"));
   ASSERT_TRUE(plistutil("-i theirs.bplist -f xml -o theirs.plist"));
 
-  EXPECT_EQ("bplist00", readFile("theirs.bplist").substr(0, 8));
-  EXPECT_EQ(sample(), property_list::read(readFile("theirs.bplist")));
-  EXPECT_EQ(sample(), property_list::read(readFile("theirs.plist")));
+  EXPECT_EQ("bplist00", contentsOf(path("theirs.bplist")).substr(0, 8));
+  EXPECT_EQ(sample(), valueIn("theirs.bplist"));
+  EXPECT_EQ(sample(), valueIn("theirs.plist"));
 }
 
 }  // namespace

@@ -799,54 +799,14 @@ TEST_F(AtomicFilePosixTest,
   expectTheTwoFilesAlone();
 }
 
-class AtomicFilePosixDiskTest : public AtomicFilePosixTest {
- protected:
-  void SetUp() override {
-    if (!disk.isMounted()) GTEST_SKIP() << "no right to mount";
-    makeFolder("place");
-  }
-
-  const PrivateDisk disk{folder.path()};
-};
-
-TEST_F(AtomicFilePosixDiskTest, WhenItIsFullTheOldContentStaysAndALaterOneIsRight) {
-  const std::string head(5000, 'h');
-  const auto file = openFile();
-  replace(*file, head + "1");
-  replace(*file, head + "2", head.size());
-  disk.fill();
-
-  EXPECT_FALSE(file->replace(head + std::string(50'000, 'x'), {head.size()}, nullptr));
-  EXPECT_EQ(head + "2", contents(kFile));
-  // Room for a part of the content.
-  ASSERT_TRUE(disk.makeRoom(16'384));
-  EXPECT_FALSE(file->replace(head + std::string(50'000, 'x'), {head.size()}, nullptr));
-  EXPECT_EQ(head + "2", contents(kFile));
-  disk.makeRoom();
-
-  replace(*file, head + "2 and more", head.size() + 1);
-  replace(*file, head + "2 and yet more", head.size() + 6);
-}
-
-TEST_F(AtomicFilePosixDiskTest, WhenItIsFullAContentThatNeedsNoMoreRoomIsReplaced) {
+TEST_F(AtomicFilePosixTest, OnAFullDiskAContentThatNeedsNoMoreRoomIsReplaced) {
+  const PrivateDisk disk(folder.path());
+  if (!disk.isMounted()) GTEST_SKIP() << "no right to mount";
+  makeFolder("place");
   const auto file = openUsedFile();
   disk.fill();
 
   replaceSome(*file);
-}
-
-TEST_F(AtomicFilePosixDiskTest, WhenItIsReadOnlyTheOldContentStaysAndALaterOneIsRight) {
-  const auto file = openFile();
-  replace(*file, "abc");
-  replace(*file, "abcdef", 3);
-  ASSERT_TRUE(disk.setReadOnly());
-
-  EXPECT_FALSE(file->replace("abXYZ", {2}, nullptr));
-  EXPECT_EQ("abcdef", contents(kFile));
-  ASSERT_TRUE(disk.setWritable());
-
-  replace(*file, "abcdefghi", 6);
-  replace(*file, "abcdefghiJ", 9);
 }
 
 // Preparing.

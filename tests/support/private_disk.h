@@ -3,8 +3,6 @@
 #include <fcntl.h>
 #include <sched.h>
 #include <sys/mount.h>
-#include <sys/stat.h>
-#include <sys/types.h>
 #include <unistd.h>
 
 #include <string>
@@ -34,13 +32,8 @@ class PrivateDisk {
     while (::write(file, piece.data(), piece.size()) > 0) continue;
     close(file);
   }
-  // Gives back what fill() has taken, or so many bytes of it.
+  // Gives back what fill() has taken.
   void makeRoom() const { unlink(fillerPath().c_str()); }
-  bool makeRoom(off_t bytes) const {
-    struct stat facts {};
-    return stat(fillerPath().c_str(), &facts) == 0 &&
-           truncate(fillerPath().c_str(), facts.st_size - bytes) == 0;
-  }
 
   // Lays the same disk over itself, for reading only: files that are open for writing do not keep
   // it from that.
