@@ -537,51 +537,34 @@ TEST_F(AtomicFilePosixTest, WithoutAFolderForTheSpareFileReplacingWorks) {
   EXPECT_EQ(spare, inode(kFile));
 }
 
-// Both files are below a folder "root" that is moved to "gone".
-class AtomicFilePosixFoldersTest : public AtomicFilePosixTest {
- protected:
-  void SetUp() override {
-    makeRoot();
-    expectReplaced("abc", 0);
-    expectReplaced("abcdef", 3);
-    renameItem("root", "gone");
-  }
-
-  void makeRoot() { ASSERT_TRUE(files.createDirectory(path("root/place"), nullptr)); }
-  void expectReplaced(const std::string& content, std::size_t unchanged) {
+TEST_F(AtomicFilePosixTest, ContentsAreRightWhenAllFoldersComeBackOrOthersTakeTheirPlace) {
+  AtomicFilePosix file(files, path("root/place/file"), path("root/.spare"), nullptr);
+  const auto makeRoot = [&] { ASSERT_TRUE(files.createDirectory(path("root/place"), nullptr)); };
+  const auto expectReplaced = [&](const std::string& content, std::size_t unchanged) {
     EXPECT_TRUE(file.replace(content, {unchanged}, nullptr)) << content;
     EXPECT_EQ(content, contents("root/place/file"));
-  }
+  };
+  makeRoot();
+  expectReplaced("abc", 0);
+  expectReplaced("abcdef", 3);
 
-  AtomicFilePosix file{files, path("root/place/file"), path("root/.spare"), nullptr};
-};
-
-TEST_F(AtomicFilePosixFoldersTest, WhenAllFoldersGoAndComeBackTheContentIsRight) {
+  renameItem("root", "gone");
   EXPECT_FALSE(file.replace("abXYZ", {2}, nullptr));
   EXPECT_FALSE(isThere("root"));
   renameItem("gone", "root");
   EXPECT_EQ("abcdef", contents("root/place/file"));
-
   expectReplaced("abcdefghi", 6);
   expectReplaced("abcdefghiJKL", 9);
-}
 
-TEST_F(AtomicFilePosixFoldersTest, WhenOtherFoldersTakeThePlaceTheContentIsRight) {
+  renameItem("root", "gone");
   makeRoot();
-
   expectReplaced("abXYZ", 2);
   expectReplaced("abXYZ1", 5);
+  EXPECT_EQ("abcdefghiJKL", contents("gone/place/file"));
 
-  EXPECT_EQ("abcdef", contents("gone/place/file"));
-}
-
-TEST_F(AtomicFilePosixFoldersTest, WhenTheFoldersThatTookThePlaceGoAgainTheContentIsRight) {
-  makeRoot();
-  expectReplaced("abXYZ", 2);
   std::filesystem::remove_all(path("root"));
   renameItem("gone", "root");
-
-  expectReplaced("abXYZ12", 5);
+  expectReplaced("abXYZ12", 6);
   expectReplaced("abXYZ123", 7);
 }
 

@@ -262,12 +262,8 @@ TEST_F(FakeHttpTest, AnAnswerOfTheTestGoesBeforeTheOneForAlways) {
   EXPECT_EQ("by hand", replies[0].body);
 }
 
-class FakeFilesTest : public testing::Test {
- protected:
+TEST(FakeFilesTest, EnumeratesAFolderBeforeItsContentsInOrderOfName) {
   FakeFiles files;
-};
-
-TEST_F(FakeFilesTest, EnumeratesAFolderBeforeItsContentsInOrderOfName) {
   for (const char* path :
        {"/root/b/inner", "/root/b/a", "/root/b.txt", "/root/a", "/root/.hidden", "/rooted"}) {
     files.put(path, "");
@@ -280,7 +276,8 @@ TEST_F(FakeFilesTest, EnumeratesAFolderBeforeItsContentsInOrderOfName) {
   EXPECT_THAT(visited, ElementsAre(".hidden", "a", "b", "b/a", "b/inner", "b.txt", "c"));
 }
 
-TEST_F(FakeFilesTest, DoesNotVisitWhatAVisitRemoves) {
+TEST(FakeFilesTest, DoesNotVisitWhatAVisitRemoves) {
+  FakeFiles files;
   files.put("/root/a/inner", "");
   files.put("/root/b", "");
   files.put("/root/c", "");
@@ -295,66 +292,9 @@ TEST_F(FakeFilesTest, DoesNotVisitWhatAVisitRemoves) {
   EXPECT_THAT(visited, ElementsAre("a", "c"));
 }
 
-TEST_F(FakeFilesTest, TheMarkGoesWithTheItemOrItsOldContent) {
-  files.put("/a/b/file", "");
-  files.put("/a/file", "old");
-  for (const char* path : {"/a", "/a/b", "/a/file"}) files.excludeFromBackup(path, nullptr);
-
-  files.remove("/a/b", nullptr);
-  files.writeAtomically("/a/file", "new", nullptr);
-
-  EXPECT_THAT(files.excluded(), ElementsAre("/a"));
-}
-
-TEST(FakeDefaultsTest, ErasesAKeyAndCountsSynchronizations) {
-  FakeDefaults defaults;
-  defaults.set("key", "value");
-  defaults.set("other", "value");
-
-  defaults.erase("key");
-  defaults.erase("missing");
-  defaults.synchronize();
-  defaults.synchronize();
-
-  EXPECT_THAT(defaults.values(), ElementsAre(Pair("other", Value("value"))));
-  EXPECT_EQ(2u, defaults.syncCount());
-}
-
-class FakeBackgroundTasksTest : public testing::Test {
- protected:
-  BackgroundTaskId begin() {
-    return tasks.begin([this] { ++expirations; });
-  }
-
+TEST(FakeBackgroundTasksTest, TellsAsTheMainThread) {
   FakeDispatch dispatch;
   FakeBackgroundTasks tasks{dispatch};
-  int expirations = 0;
-};
-
-TEST_F(FakeBackgroundTasksTest, NotesWhatBeginsAndEndsAlsoTheEndsThatItIgnores) {
-  begin();
-  begin();
-  tasks.expire(2);
-
-  for (const BackgroundTaskId id : {1u, 1u, 0u}) tasks.end(id);
-
-  EXPECT_EQ(1, expirations);
-  EXPECT_EQ(2u, tasks.begun());
-  EXPECT_THAT(tasks.open(), ElementsAre(2u));
-  EXPECT_THAT(tasks.ended(), ElementsAre(1u, 1u, 0u));
-}
-
-TEST_F(FakeBackgroundTasksTest, RefusesTheNextTaskOnly) {
-  tasks.nextInvalid = true;
-
-  EXPECT_EQ(kBackgroundTaskInvalid, begin());
-  EXPECT_EQ(1u, begin());
-
-  EXPECT_EQ(2u, tasks.begun());
-  EXPECT_THAT(tasks.open(), ElementsAre(1u));
-}
-
-TEST_F(FakeBackgroundTasksTest, TellsAsTheMainThread) {
   std::vector<std::string> ran;
   dispatch.mainAsync([&] { ran.push_back("waiting"); });
   tasks.begin([&] { dispatch.mainSync([&] { ran.push_back("expired"); }); });
@@ -362,28 +302,6 @@ TEST_F(FakeBackgroundTasksTest, TellsAsTheMainThread) {
   tasks.expire(1);
 
   EXPECT_THAT(ran, ElementsAre("expired"));
-}
-
-TEST(FakeUuidsTest, CountsUpInUpperCaseHexadecimalAndKeepsWhatItGave) {
-  FakeUuids uuids;
-
-  for (int count = 1; count <= 26; ++count) uuids.next();
-
-  EXPECT_THAT(uuids.issued(), SizeIs(26));
-  EXPECT_EQ("00000000-0000-4000-8000-000000000001", uuids.issued().front());
-  EXPECT_EQ("00000000-0000-4000-8000-00000000001A", uuids.issued().back());
-}
-
-TEST(FakeLogTest, FindsWholeLinesOnlyUntilItForgetsThem) {
-  FakeLog log;
-  for (const char* line : {"line", "a longer line", "line"}) log.write(line);
-
-  EXPECT_TRUE(log.contains("line"));
-  EXPECT_FALSE(log.contains("longer"));
-  EXPECT_EQ(2u, log.count("line"));
-  EXPECT_EQ(0u, log.count(""));
-  log.clear();
-  EXPECT_THAT(log.lines(), IsEmpty());
 }
 
 class FakeEnvironmentTest : public testing::Test {
