@@ -56,6 +56,8 @@ TEST(NumberTest, IntValueOfALongIntegerIsItsLow32Bits) {
 }
 
 TEST(NumberTest, LongValueOfARealIsCutAndStopsAtTheEnds) {
+  EXPECT_EQ(-5, Number::int32(-5).longValue());
+  EXPECT_EQ(INT64_MIN, Number::int64(INT64_MIN).longValue());
   EXPECT_EQ(-3000000000, Number::float64(-3000000000.7).longValue());
   EXPECT_EQ(INT64_MAX, Number::float64(9223372036854775808.0).longValue());
   EXPECT_EQ(INT64_MIN, Number::float64(-9223372036854775808.0).longValue());
@@ -63,23 +65,12 @@ TEST(NumberTest, LongValueOfARealIsCutAndStopsAtTheEnds) {
   EXPECT_EQ(0, Number::float64(kNan).longValue());
 }
 
-TEST(NumberTest, LongValueOfAnIntegerIsTheInteger) {
-  EXPECT_EQ(INT64_MIN, Number::int64(INT64_MIN).longValue());
-  EXPECT_EQ(-5, Number::int32(-5).longValue());
-}
-
-TEST(NumberTest, FloatValueIsTheNearestFloat) {
+TEST(NumberTest, FloatValueIsTheNearestFloatAndDoubleValueWidensIt) {
   EXPECT_EQ(1700000128.0f, Number::int64(1700000100).floatValue());
   EXPECT_EQ(0.1f, Number::float64(0.1).floatValue());
   EXPECT_EQ(1.0f, Number::boolean(true).floatValue());
-}
-
-TEST(NumberTest, FloatValueBeyondTheRangeOfFloatIsInfinite) {
   EXPECT_EQ(std::numeric_limits<float>::infinity(), Number::float64(1e300).floatValue());
   EXPECT_TRUE(std::isnan(Number::float64(kNan).floatValue()));
-}
-
-TEST(NumberTest, DoubleValueWidensAFloat) {
   EXPECT_EQ(0.10000000149011612, Number::float32(0.1f).doubleValue());
   EXPECT_EQ(1.0, Number::boolean(true).doubleValue());
 }

@@ -5,32 +5,29 @@
 namespace zln {
 namespace {
 
-TEST(PathTest, JoinsWithOneSeparator) {
-  EXPECT_EQ("/x/y", appendPathComponent("/x", "y"));
-  EXPECT_EQ("/x/y", appendPathComponent("/x/", "y"));
-  EXPECT_EQ("/x/y", appendPathComponent("/x", "/y"));
-  EXPECT_EQ("/x/com.zelnor.sdk", appendPathComponent("/x/", "/com.zelnor.sdk/"));
-  EXPECT_EQ("/y", appendPathComponent("/", "y"));
-}
-
-TEST(PathTest, CollapsesRepeatedSeparators) {
-  EXPECT_EQ("/x/y/z", appendPathComponent("//x///", "//y//z///"));
-}
-
-TEST(PathTest, WithAnEmptyComponentIsThePath) {
-  EXPECT_EQ("/x", appendPathComponent("/x", ""));
-  EXPECT_EQ("", appendPathComponent("", ""));
-}
-
-TEST(PathTest, OfAnEmptyPathIsTheComponent) {
-  EXPECT_EQ("y/z", appendPathComponent("", "y/z"));
-  EXPECT_EQ("/y", appendPathComponent("", "/y"));
-}
-
-TEST(PathTest, KeepsTheRoot) {
-  EXPECT_EQ("/", appendPathComponent("/", ""));
-  EXPECT_EQ("/", appendPathComponent("//", "/"));
-  EXPECT_EQ("/", appendPathComponent("", "/"));
+TEST(PathTest, JoinsWithOneSeparatorAndKeepsTheRoot) {
+  const struct {
+    const char* path;
+    const char* component;
+    const char* joined;
+  } rows[] = {
+      {"/x", "y", "/x/y"},
+      {"/x/", "y", "/x/y"},
+      {"/x", "/y", "/x/y"},
+      {"/x/", "/com.zelnor.sdk/", "/x/com.zelnor.sdk"},
+      {"//x///", "//y//z///", "/x/y/z"},
+      {"/x", "", "/x"},
+      {"", "", ""},
+      {"", "y/z", "y/z"},
+      {"", "/y", "/y"},
+      {"/", "y", "/y"},
+      {"/", "", "/"},
+      {"//", "/", "/"},
+      {"", "/", "/"},
+  };
+  for (const auto& [path, component, joined] : rows) {
+    EXPECT_EQ(joined, appendPathComponent(path, component)) << path << " and " << component;
+  }
 }
 
 }  // namespace

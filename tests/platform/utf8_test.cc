@@ -55,40 +55,27 @@ TEST(Utf8Test, IllFormedTextIsNotValidAndReplaced) {
   }
 }
 
-TEST(Utf8Test, AppendsCodePointsOfEveryLength) {
+TEST(Utf8Test, AppendsCodePointsAndAReplacementForWhatIsNoCharacter) {
   std::string text = "<";
 
-  for (const char32_t codePoint : {U'a', U'\u00e9', U'\u20ac', U'\U0001F600', U'\U0010FFFF'}) {
-    appendUtf8(text, codePoint);
-  }
-
-  EXPECT_EQ("<a\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80\xF4\x8F\xBF\xBF", text);
-}
-
-TEST(Utf8Test, AppendsAReplacementForWhatIsNoCharacter) {
-  std::string text;
-
-  for (const unsigned codePoint : {0xD800u, 0xDFFFu, 0x110000u, 0xFFFFFFFFu}) {
+  for (const unsigned codePoint :
+       {0x61u, 0xE9u, 0x20ACu, 0x1F600u, 0x10FFFFu, 0xD800u, 0xDFFFu, 0x110000u, 0xFFFFFFFFu}) {
     appendUtf8(text, static_cast<char32_t>(codePoint));
   }
 
-  EXPECT_EQ("\uFFFD\uFFFD\uFFFD\uFFFD", text);
+  EXPECT_EQ("<a\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80\xF4\x8F\xBF\xBF\uFFFD\uFFFD\uFFFD\uFFFD", text);
 }
 
-TEST(Utf8Test, FirstCharacterTellsCodePointAndLength) {
-  const Utf8Character character = firstCharacter("\u20ACx");
+TEST(Utf8Test, FirstCharacterTellsCodePointAndLengthOrIsAReplacement) {
+  const Utf8Character euro = firstCharacter("\u20ACx");
+  const Utf8Character cut = firstCharacter("\xE2\x82z");
 
-  EXPECT_EQ(U'\u20AC', character.codePoint);
-  EXPECT_EQ(3u, character.length);
-  EXPECT_TRUE(character.wellFormed);
-}
-
-TEST(Utf8Test, FirstCharacterOfAnIllFormedSequenceIsAReplacement) {
-  const Utf8Character character = firstCharacter("\xE2\x82z");
-
-  EXPECT_EQ(U'\uFFFD', character.codePoint);
-  EXPECT_EQ(2u, character.length);
-  EXPECT_FALSE(character.wellFormed);
+  EXPECT_EQ(U'\u20AC', euro.codePoint);
+  EXPECT_EQ(3u, euro.length);
+  EXPECT_TRUE(euro.wellFormed);
+  EXPECT_EQ(U'\uFFFD', cut.codePoint);
+  EXPECT_EQ(2u, cut.length);
+  EXPECT_FALSE(cut.wellFormed);
 }
 
 TEST(Utf8Test, OrderIsThatOfCodeUnits) {

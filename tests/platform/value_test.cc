@@ -5,6 +5,7 @@
 
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 namespace zln {
 namespace {
@@ -31,15 +32,18 @@ TEST(ValueTest, AnswersOnlyAsItsOwnKind) {
 }
 
 TEST(ValueTest, HasOneClassNameForEachKind) {
-  EXPECT_STREQ("__NSCFString", Value("a").className());
-  EXPECT_STREQ("__NSCFNumber", Value(Number::int64(1)).className());
-  EXPECT_STREQ("__NSCFNumber", Value(Number::float32(1)).className());
-  EXPECT_STREQ("__NSCFBoolean", Value(Number::boolean(true)).className());
-  EXPECT_STREQ("__NSDate", Value(Date{0}).className());
-  EXPECT_STREQ("NSConcreteData", Value(Data{}).className());
-  EXPECT_STREQ("__NSArrayM", Value(Array{}).className());
-  EXPECT_STREQ("__NSDictionaryM", Value(Dictionary{}).className());
-  EXPECT_STREQ("NSNull", Value(Null{}).className());
+  const std::pair<Value, const char*> rows[] = {
+      {"a", "__NSCFString"},
+      {Number::int64(1), "__NSCFNumber"},
+      {Number::float32(1), "__NSCFNumber"},
+      {Number::boolean(true), "__NSCFBoolean"},
+      {Date{0}, "__NSDate"},
+      {Data{}, "NSConcreteData"},
+      {Array{}, "__NSArrayM"},
+      {Dictionary{}, "__NSDictionaryM"},
+      {Null{}, "NSNull"},
+  };
+  for (const auto& [value, name] : rows) EXPECT_STREQ(name, value.className());
 }
 
 TEST(ValueTest, OutsideOfContainersIsShownUnquoted) {
