@@ -100,21 +100,12 @@ TEST_F(NotificationCenterTest, ARemovedObserverHearsNothingOfAnyNotification) {
   const auto b = add("b");
 
   center.removeObserver(a.get());
+  center.removeObserver(make("stranger").get());
+  center.removeObserver(nullptr);
   post();
   center.post(Notification::applicationWillTerminate);
 
   EXPECT_THAT(told, ElementsAre("b"));
-}
-
-TEST_F(NotificationCenterTest, IgnoresTheRemovalOfAnObserverThatIsNotThere) {
-  const auto a = add("a");
-  const auto stranger = make("stranger");
-
-  center.removeObserver(stranger.get());
-  center.removeObserver(nullptr);
-  post();
-
-  EXPECT_THAT(told, ElementsAre("a"));
 }
 
 TEST_F(NotificationCenterTest, AnObserverAddedDuringAPostHearsTheNextOne) {
