@@ -19,7 +19,7 @@ using namespace std::string_view_literals;
 std::optional<Value> parse(std::string_view text) { return json::parse(text, nullptr); }
 
 // The only element of an array that is read from `text`.
-Value elementOf(std::string_view text) {
+Value parsedElement(std::string_view text) {
   const std::optional<Value> value = parse("[" + std::string(text) + "]");
   if (!value || value->array() == nullptr || value->array()->size() != 1) return "unreadable";
   return value->array()->front();
@@ -29,7 +29,7 @@ std::string textOf(const Value& element) {
   return json::serialize(Dictionary{{"k", element}}, nullptr).value_or("unwritable");
 }
 
-Value nestedArrays(int levels) {
+Value nestedArrayValue(int levels) {
   Value value(Array{});
   for (int level = 1; level < levels; ++level) value = Array{value};
   return value;
@@ -60,8 +60,8 @@ TEST(JsonTest, ReadsEveryKindOfValue) {
 
 TEST(JsonTest, ReadsEscapes) {
   EXPECT_EQ(Value("\"\\/\b\f\n\r\t\u00E9\U0001F600"),
-            elementOf(R"("\"\\\/\b\f\n\r\t\u00e9\ud83d\uDE00")"));
-  EXPECT_EQ(Value(std::string("a\0b", 3)), elementOf(R"("a\u0000b")"));
+            parsedElement(R"("\"\\\/\b\f\n\r\t\u00e9\ud83d\uDE00")"));
+  EXPECT_EQ(Value(std::string("a\0b", 3)), parsedElement(R"("a\u0000b")"));
 }
 
 TEST(JsonTest, ReadsIntegersOf64BitsAndOtherNumbersAsDoubles) {
@@ -79,7 +79,7 @@ TEST(JsonTest, ReadsIntegersOf64BitsAndOtherNumbersAsDoubles) {
       {"5e-324", Number::float64(5e-324)},
       {"0.0e-999", Number::float64(0)},
   };
-  for (const auto& [text, number] : rows) EXPECT_EQ(Value(number), elementOf(text)) << text;
+  for (const auto& [text, number] : rows) EXPECT_EQ(Value(number), parsedElement(text)) << text;
 }
 
 TEST(JsonTest, KeepsTheOrderOfKeysAndOfRepeatedOnesTheFirst) {
@@ -150,7 +150,7 @@ TEST(JsonTest, RefusesWhatIsNoJson) {
 TEST(JsonTest, ReadsAtMost512Levels) {
   const std::string deepest = std::string(512, '[') + std::string(512, ']');
 
-  EXPECT_EQ(nestedArrays(512), parse(deepest));
+  EXPECT_EQ(nestedArrayValue(512), parse(deepest));
   EXPECT_EQ(std::nullopt, parse("[" + deepest + "]"));
 }
 
@@ -239,7 +239,7 @@ TEST(JsonTest, IsAValidObjectWithEveryKindThatJsonHas) {
                                    {"b", Number::boolean(true)},
                                    {"z", Null{}},
                                    {"a", Array{Dictionary{}}}}));
-  EXPECT_TRUE(json::isValidObject({{"k", nestedArrays(511)}}));
+  EXPECT_TRUE(json::isValidObject({{"k", nestedArrayValue(511)}}));
 }
 
 TEST(JsonTest, NeitherCallsValidNorWritesWhatJsonCannotHold) {
@@ -248,7 +248,7 @@ TEST(JsonTest, NeitherCallsValidNorWritesWhatJsonCannotHold) {
                           Number::float64(std::numeric_limits<double>::quiet_NaN()),
                           Number::float64(std::numeric_limits<double>::infinity()),
                           Number::float32(std::numeric_limits<float>::infinity()),
-                          nestedArrays(512)};
+                          nestedArrayValue(512)};
   for (const Value& value : values) {
     EXPECT_FALSE(json::isValidObject({{"k", value}})) << value.className();
     EXPECT_EQ("unwritable", textOf(value)) << value.className();
@@ -273,9 +273,9 @@ TEST(JsonTest, FollowsNoLocale) {
     const DecimalCommaLocale locale(point);
     ASSERT_TRUE(locale.isActive()) << point;
 
-    EXPECT_EQ(Value(Number::float64(1234.5)), elementOf("1234.5")) << point;
-    EXPECT_EQ(Value(Number::float64(-1.25e-3)), elementOf("-1.25e-3")) << point;
-    EXPECT_EQ("unreadable", elementOf("1,5.5,").description()) << point;
+    EXPECT_EQ(Value(Number::float64(1234.5)), parsedElement("1234.5")) << point;
+    EXPECT_EQ(Value(Number::float64(-1.25e-3)), parsedElement("-1.25e-3")) << point;
+    EXPECT_EQ("unreadable", parsedElement("1,5.5,").description()) << point;
     EXPECT_EQ("{\"k\":1234.5}", textOf(Number::float64(1234.5))) << point;
   }
 }

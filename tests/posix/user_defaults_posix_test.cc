@@ -13,14 +13,14 @@ namespace zln {
 namespace {
 
 constexpr char kPath[] = "/config/com.example.game.plist";
-constexpr char kHead[] =
+constexpr char kDocumentHead[] =
     "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
     "<!DOCTYPE plist PUBLIC \"-//Apple//DTD PLIST 1.0//EN\" "
     "\"http://www.apple.com/DTDs/PropertyList-1.0.dtd\">\n"
     "<plist version=\"1.0\">\n";
-constexpr char kTail[] = "</plist>\n";
+constexpr char kDocumentTail[] = "</plist>\n";
 
-std::string document(const std::string& root) { return kHead + root + kTail; }
+std::string document(const std::string& root) { return kDocumentHead + root + kDocumentTail; }
 
 const std::string kKeyIsText =
     document("<dict>\n\t<key>key</key>\n\t<string>text</string>\n</dict>\n");
