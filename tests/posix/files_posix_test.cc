@@ -20,7 +20,6 @@
 #include <vector>
 
 #include "tests/posix/folder_fixture.h"
-#include "tests/support/file_size_limited.h"
 
 namespace zln {
 namespace {
@@ -132,21 +131,6 @@ TEST_F(FilesPosixTest, AFileIsWrittenBesideItsPlaceUnderAHiddenNameAndMovedThere
   ASSERT_THAT(events, ElementsAre(Pair(IN_CREATE, hidden), Pair(IN_MOVED_FROM, hidden),
                                   Pair(IN_MOVED_TO, "file")));
   EXPECT_EQ(events[0].second, events[1].second);
-}
-
-TEST_F(FilesPosixTest, AFailedWriteLeavesTheOldFileAndNoTemporaryOne) {
-  put("file", "old");
-  Error error;
-  bool written = true;
-  {
-    const FileSizeLimited limited(16);
-    written = files.writeAtomically(path("file"), std::string(100, 'x'), &error);
-  }
-
-  EXPECT_FALSE(written);
-  EXPECT_EQ(512, error.code);
-  EXPECT_EQ("old", contents("file"));
-  EXPECT_THAT(names(), ElementsAre("file"));
 }
 
 TEST_F(FilesPosixTest, ReadersSeeWholeContentsWhileSeveralWrite) {

@@ -40,11 +40,11 @@ class ThreadPoolTest : public testing::Test {
   std::vector<std::function<void()>> bodies;
   bool threadsRefused = false;
   std::vector<int> ran;
-  ThreadPool pool{[this](std::function<void()> body) {
-                    if (!threadsRefused) bodies.push_back(std::move(body));
-                    return !threadsRefused;
-                  },
-                  std::chrono::milliseconds(0)};
+  const ThreadPool::ThreadStarter starter = [this](std::function<void()> body) {
+    if (!threadsRefused) bodies.push_back(std::move(body));
+    return !threadsRefused;
+  };
+  ThreadPool pool{starter, std::chrono::milliseconds(0)};
 };
 
 TEST_F(ThreadPoolTest, EachTaskThatWaitsHasAThreadComingWhichTakesThemInTheirOrder) {
@@ -150,11 +150,7 @@ TEST_F(ThreadPoolTest, ThreadsThatHaveEndedMakeRoomForOthers) {
 class HelpedThreadPoolTest : public ThreadPoolTest {
  protected:
   std::vector<std::function<void()>> asked;
-  ThreadPool helped{[this](std::function<void()> body) {
-                      if (!threadsRefused) bodies.push_back(std::move(body));
-                      return !threadsRefused;
-                    },
-                    std::chrono::milliseconds(0),
+  ThreadPool helped{starter, std::chrono::milliseconds(0),
                     [this](std::function<void()> work) { asked.push_back(std::move(work)); }};
 };
 
@@ -252,19 +248,13 @@ TEST_F(ThreadPoolTest, ATaskIsReleasedBeforeTheNextRunsAndMayBringAnotherAsItGoe
 }
 
 TEST_F(ThreadPoolTest, TasksOutliveThePool) {
-  std::vector<std::function<void()>> threads;
   bool hasRun = false;
   {
-    ThreadPool passing(
-        [&](std::function<void()> body) {
-          threads.push_back(std::move(body));
-          return true;
-        },
-        std::chrono::milliseconds(0));
+    ThreadPool passing(starter, std::chrono::milliseconds(0));
     passing.run([&] { hasRun = true; });
   }
 
-  threads.at(0)();
+  bodies.at(0)();
 
   EXPECT_TRUE(hasRun);
 }
