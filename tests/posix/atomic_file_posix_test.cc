@@ -13,9 +13,7 @@
 #include <atomic>
 #include <cstddef>
 #include <filesystem>
-#include <fstream>
 #include <functional>
-#include <iterator>
 #include <latch>
 #include <map>
 #include <memory>

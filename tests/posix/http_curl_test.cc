@@ -12,7 +12,6 @@
 #include <future>
 #include <latch>
 #include <memory>
-#include <optional>
 #include <string>
 #include <thread>
 #include <utility>
