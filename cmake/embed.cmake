@@ -17,6 +17,8 @@ function(zln_embed source)
     set_property(SOURCE ${source} APPEND PROPERTY OBJECT_DEPENDS ${path})
     math(EXPR number "${number} + 1")
   endforeach()
+  # Compiled with others, it would not be compiled again when one of the files changes.
+  set_property(SOURCE ${source} PROPERTY SKIP_UNITY_BUILD_INCLUSION ON)
   file(CONFIGURE OUTPUT ${source} @ONLY CONTENT [[
 #include "collector/embedded_contents.h"
 

@@ -31,6 +31,18 @@ function setVariables(element, variables) {
 
 export const byId = (id) => document.getElementById(id);
 
+// Draws again what is in `root`. The link that had the focus may be replaced: the focus moves to the
+// one in its place, or wherever one with the same target is now.
+export function redraw(root, draw) {
+  const had = document.activeElement;
+  const place = [...root.querySelectorAll('a')].indexOf(had);
+  draw();
+  if (place < 0 || had.isConnected) return;
+  const links = [...root.querySelectorAll('a')];
+  const isSame = (link) => link?.href === had.href;
+  (isSame(links[place]) ? links[place] : links.find(isSame))?.focus();
+}
+
 export function clip(text, longest) {
   return text.length > longest ? `${text.slice(0, longest)}…` : text;
 }

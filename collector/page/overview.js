@@ -1,7 +1,7 @@
 // Counts, fill rates and verdicts at a glance.
 
 import { get } from './api.js';
-import { byId, gathered, make } from './dom.js';
+import { byId, gathered, make, redraw } from './dom.js';
 import { badge } from './report_detail.js';
 import { kKinds, kOutcomes, kVerdicts, number, percent, summaryOf, time } from './words.js';
 
@@ -35,11 +35,13 @@ export class OverviewView {
     const [summary, latest] = await this.context.watch(
       Promise.all([get('/api/summary'), get(`/api/reports?order=desc&limit=${kLatest}`)]),
     );
-    byId('tiles').replaceChildren(...tiles(summary));
-    byId('fill').tBodies[0].replaceChildren(...fillRows(summary.fill));
-    byId('verdicts').tBodies[0].replaceChildren(...verdictRows(summary.verdicts));
-    byId('answers').replaceChildren(...shares(summary.byOutcome));
-    byId('latest').replaceChildren(...latest.reports.map(latestLine));
+    redraw(byId('view-overview'), () => {
+      byId('tiles').replaceChildren(...tiles(summary));
+      byId('fill').tBodies[0].replaceChildren(...fillRows(summary.fill));
+      byId('verdicts').tBodies[0].replaceChildren(...verdictRows(summary.verdicts));
+      byId('answers').replaceChildren(...shares(summary.byOutcome));
+      byId('latest').replaceChildren(...latest.reports.map(latestLine));
+    });
   }
 }
 

@@ -235,3 +235,16 @@ for (const scheme of ['light', 'dark']) {
     );
   });
 }
+
+test('the focus stays on its link when a report arrives', async () => {
+  await withPage(browser, collector, '', async (page) => {
+    const invalid = page.locator('#tiles a[href="#reports?verdict=invalid"]');
+    await invalid.focus();
+    const before = Number(await invalid.textContent());
+
+    await collector.report('no JSON');
+
+    await until(async () => Number(await invalid.textContent()) === before + 1, 'the new count');
+    assert.equal((await focused(page)).name, String(before + 1));
+  });
+});
