@@ -94,15 +94,14 @@ test('in the timeline, its tooltips and its table they are texts', async () => {
     await shows(page, '.vis-label strong', kImage);
     await shows(page, '.vis-label span', kScript);
     await shows(page, '#sessions td', kImage);
-    // The two ads stand together until somebody comes closer.
-    for (
-      let steps = 0;
-      steps < 20 && (await page.locator('.vis-point.ad.filled').count()) === 0;
-      ++steps
-    ) {
-      await page.locator('.vis-point.ad.crowd').first().click();
+    // Each click on the two ads zooms in, until they are drawn apart; this may be while a click begins.
+    await until(async () => {
+      if ((await page.locator('.vis-point.ad.filled').count()) > 0) return true;
+      const crowd = page.locator('.vis-point.ad.crowd').first();
+      await crowd.click({ timeout: 1000 }).catch(() => undefined);
       await settled(page);
-    }
+      return false;
+    }, 'the two ads are drawn apart');
     await until(async () => {
       await page.mouse.move(0, 0);
       await page.locator('.vis-point.ad.filled .vis-dot').hover();
