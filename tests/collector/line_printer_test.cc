@@ -78,8 +78,7 @@ TEST_F(LinePrinterTest, EndsThoughNobodyReads) {
   EXPECT_GT(std::chrono::seconds(20), std::chrono::steady_clock::now() - begin);
   for (int i = 0; i < 2000; ++i) ASSERT_EQ("line " + std::to_string(i), readLine());
   // The printer's thread has been left behind with it.
-  static const auto* const stillOpen = new OwnedSocket(pipe_.takeWriting());
-  EXPECT_LE(0, stillOpen->get());
+  [[maybe_unused]] static const auto* const stillOpen = new OwnedSocket(pipe_.takeWriting());
 }
 
 TEST_F(LinePrinterTest, WaitsForADescriptorThatDoesNotBlock) {

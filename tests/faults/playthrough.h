@@ -121,8 +121,8 @@ struct ReceivedReport {
 };
 
 // The reporting service through the lives of a game. It takes every report at once but attempts
-// whose network says otherwise: "refused" fails for good, one that begins with "thrice" fails three
-// times for now.
+// whose network says otherwise: "refused" fails permanently, one that begins with "thrice" fails
+// three times for now.
 class Service {
  public:
   // In the order of coming.
@@ -130,7 +130,7 @@ class Service {
     std::lock_guard lock(mutex_);
     return reports_;
   }
-  // Whether the attempt of that network is with the server for good.
+  // Whether the attempt of that network is settled with the server.
   bool isSettled(const std::string& network) const {
     std::lock_guard lock(mutex_);
     return settled_.contains(network);

@@ -89,7 +89,7 @@ struct Row {
   std::function<void(Scene&)> check = nullptr;
 };
 
-// The server follows this script, or these one after the other.
+// The server follows this script, or these in sequence.
 std::function<std::string(Scene&)> serverPlays(Script script);
 std::function<std::string(Scene&)> serverPlays(std::vector<Script> scripts);
 // The usual server is asked in this environment.

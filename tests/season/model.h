@@ -175,8 +175,9 @@ struct ProcessModel {
   Expected expected;
 };
 
-// What the library has to do, thought out anew and in small: of each event it knows which saves,
-// requests and tasks must follow. The season plays every event here first, then on the library.
+// What the library has to do, modelled independently and in small: of each event it knows which
+// saves, requests and tasks must follow. The season plays every event here first, then on the
+// library.
 class Model : public ProcessModel {
  public:
   enum class Outcome { delivered, failedForGood, failedForNow };

@@ -78,7 +78,7 @@ inline constexpr double kRounding = 64.5;
 inline constexpr double kDurationTolerance = 5.0;
 // More than that a life does not take longer than its diary says.
 inline constexpr double kLifeTolerance = 2.0;
-// A report that is tried again stands in the file twice for a moment; killed at such moments in
+// A report that is retried is in the file twice for a moment; killed at such moments in
 // life after life it could stand there more often. More than so many copies are not by chance.
 inline constexpr int kMostCopies = 8;
 

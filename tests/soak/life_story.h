@@ -135,8 +135,8 @@ class DiaryReader {
     std::size_t session;
     bool isStop;
   };
-  // A delivered report whose operation has left the queue: whoever ends two saves from now on has
-  // begun the second one without it.
+  // A delivered report whose operation has left the queue: a game that ends two saves from now on
+  // has begun the second one without it.
   struct Departure {
     int report;
     std::map<const Thread*, int> savesBefore;

@@ -257,7 +257,7 @@ class Installation {
   }
 
  private:
-  // Settings that are fetched anew again and again, as an earlier server may have handed them out.
+  // Settings that are fetched again and again, as an earlier server may have handed them out.
   void putStaleSettings() const {
     const std::filesystem::path path = files_.settingsFile();
     std::filesystem::create_directories(path.parent_path());
