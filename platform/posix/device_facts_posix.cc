@@ -78,9 +78,9 @@ std::optional<std::string> regionOf(std::string_view locale) {
 }  // namespace
 
 DeviceFactsPosix::DeviceFactsPosix(const ApplicationInfo& application, Sources sources)
-    : application_(application), sources_(std::move(sources)), machine_(systemNames().machine) {}
+    : application_(application), sources_(std::move(sources)) {}
 
-std::string DeviceFactsPosix::machine() { return machine_; }
+std::string DeviceFactsPosix::machine() { return systemNames().machine; }
 
 std::string DeviceFactsPosix::systemVersion() {
   std::string version;
@@ -90,7 +90,7 @@ std::string DeviceFactsPosix::systemVersion() {
       break;
     }
   }
-  return mendUtf8(version.empty() ? systemNames().release : version);
+  return sanitizedUtf8(version.empty() ? systemNames().release : version);
 }
 
 std::optional<std::string> DeviceFactsPosix::mainBundleValue(std::string_view key) {

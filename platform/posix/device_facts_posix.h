@@ -34,7 +34,6 @@ class DeviceFactsPosix : public DeviceFacts {
  private:
   const ApplicationInfo& application_;
   const Sources sources_;
-  const std::string machine_;
 };
 
 }  // namespace zln

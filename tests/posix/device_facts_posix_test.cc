@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/personality.h>
 #include <sys/utsname.h>
 
 #include <fstream>
@@ -44,11 +45,21 @@ class DeviceFactsPosixTest : public testing::Test {
   ApplicationInfo application;
 };
 
-TEST_F(DeviceFactsPosixTest, TheMachineIsThatOfTheKernel) {
-  utsname names{};
-  uname(&names);
+// The kernel names another machine to a program that asks for that of 32 bits.
+TEST_F(DeviceFactsPosixTest, TheMachineIsThatOfTheKernelAtTheMomentOfAsking) {
+  DeviceFactsPosix facts(application, {.libraryVersion = ""});
+  utsname before{};
+  uname(&before);
+  EXPECT_EQ(before.machine, facts.machine());
 
-  EXPECT_EQ(names.machine, DeviceFactsPosix(application, {.libraryVersion = ""}).machine());
+  const int personalityBefore = personality(PER_LINUX32);
+  utsname after{};
+  uname(&after);
+  const std::string machine = facts.machine();
+  personality(static_cast<unsigned long>(personalityBefore));
+
+  EXPECT_EQ(after.machine, machine);
+  if (std::string_view(before.machine) == after.machine) GTEST_SKIP() << "the same for 32 bits";
 }
 
 TEST_F(DeviceFactsPosixTest, TheFirstReleaseFileThatIsThereCounts) {
