@@ -50,8 +50,8 @@ BackgroundTaskId BackgroundTasksPosix::nextId() {
 
 std::optional<BackgroundTasksPosix::Task> BackgroundTasksPosix::take(BackgroundTaskId id) {
   std::lock_guard lock(mutex_);
-  const auto found = tasks_.find(id);
-  if (found == tasks_.end()) return std::nullopt;
+  const auto found = tasks_.lower_bound(id);
+  if (found == tasks_.end() || found->first != id) return std::nullopt;
   Task task = std::move(found->second);
   tasks_.erase(found);
   return task;
@@ -59,11 +59,8 @@ std::optional<BackgroundTasksPosix::Task> BackgroundTasksPosix::take(BackgroundT
 
 std::vector<std::function<void()>> BackgroundTasksPosix::takeExpired(BackgroundTaskId id) {
   std::vector<std::function<void()>> handlers;
-  std::lock_guard lock(mutex_);
-  const auto [first, last] = tasks_.equal_range(id);
-  for (auto entry = first; entry != last; ++entry) {
-    auto expired = std::exchange(entry->second.expired, nullptr);
-    if (expired) handlers.push_back(std::move(expired));
+  while (auto task = take(id)) {
+    if (task->expired) handlers.push_back(std::move(task->expired));
   }
   return handlers;
 }

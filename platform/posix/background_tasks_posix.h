@@ -20,8 +20,9 @@ class BackgroundTasksPosix : public BackgroundTasks {
 
   // Absent takes the hooks away; given ones must be complete.
   void setHooks(std::optional<ZLNHostBackgroundTaskHooks> hooks);
-  // Runs what the task with this identifier has for the end of its time, in the main queue, and
-  // returns when it has run. A task is told once, and not after its end.
+  // Runs the expiry handlers of the tasks with this identifier in the main queue and returns when
+  // they have run. That ends the tasks without the host's `end`, so the host may use the identifier
+  // again.
   void willExpire(BackgroundTaskId id);
 
   bool offersMultitaskingSupport() override { return true; }
@@ -41,6 +42,7 @@ class BackgroundTasksPosix : public BackgroundTasks {
 
   Hooks hooks();
   BackgroundTaskId nextId();
+  // The oldest task with this identifier.
   std::optional<Task> take(BackgroundTaskId id);
   std::vector<std::function<void()>> takeExpired(BackgroundTaskId id);
 
