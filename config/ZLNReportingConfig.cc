@@ -37,8 +37,6 @@ std::shared_ptr<ZLNReportingConfig> ZLNReportingConfig::init() {
   return config;
 }
 
-ZLNReportingConfig::~ZLNReportingConfig() { environment().notificationCenter.removeObserver(this); }
-
 void ZLNReportingConfig::registerForNotifications() {
   environment().notificationCenter.addObserver(shared_from_this(),
                                                Notification::applicationDidBecomeActive,

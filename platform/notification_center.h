@@ -29,29 +29,23 @@ class NotificationCenter {
     add(observer, notification, [target, handler] { (target->*handler)(); });
   }
 
-  // Takes the observer off all notifications; one that is not there is ignored.
-  void removeObserver(const void* observer);
-
   // Tells, on the calling thread and in the order of adding, those who observe at this moment.
-  // Returns when all have been told. One that is removed meanwhile, before its turn, is left out.
+  // Returns when all have been told. One that goes meanwhile, before its turn, is left out.
   void post(Notification notification);
 
  private:
   struct Entry {
     std::weak_ptr<void> observer;
-    const void* identity;
     Notification notification;
     std::function<void()> handler;
-    bool removed = false;
   };
 
   void add(const std::shared_ptr<void>& observer, Notification notification,
            std::function<void()> handler);
-  std::vector<std::shared_ptr<Entry>> entriesFor(Notification notification);
-  std::shared_ptr<void> liveObserver(const Entry& entry);
+  std::vector<Entry> entriesFor(Notification notification);
 
   std::mutex mutex_;
-  std::vector<std::shared_ptr<Entry>> entries_;
+  std::vector<Entry> entries_;
 };
 
 }  // namespace zln

@@ -28,13 +28,10 @@ ZLNReportBackgroundMonitor::ZLNReportBackgroundMonitor(
     : delegate_(delegate) {}
 
 ZLNReportBackgroundMonitor::~ZLNReportBackgroundMonitor() {
-  setDelegate(nullptr);
-  if (uploadTask() != kBackgroundTaskInvalid) {
-    logDebug("end monitor background task (on dealloc) %i", uploadTask());
-    environment().backgroundTasks.end(uploadTask());
-    setUploadTask(kBackgroundTaskInvalid);
-  }
-  environment().notificationCenter.removeObserver(this);
+  if (uploadTask() == kBackgroundTaskInvalid) return;
+  logDebug("end monitor background task (on dealloc) %i", uploadTask());
+  environment().backgroundTasks.end(uploadTask());
+  setUploadTask(kBackgroundTaskInvalid);
 }
 
 void ZLNReportBackgroundMonitor::registerForNotifications() {

@@ -58,10 +58,6 @@ ZLNReportingManager::ZLNReportingManager() : reportQueue_(environment().dispatch
   if (!transmitsImmediately()) reportQueue_.setSuspended(true);
 }
 
-ZLNReportingManager::~ZLNReportingManager() {
-  environment().notificationCenter.removeObserver(this);
-}
-
 void ZLNReportingManager::registerForNotifications() {
   NotificationCenter& center = environment().notificationCenter;
   center.addObserver(shared_from_this(), Notification::applicationWillEnterForeground,

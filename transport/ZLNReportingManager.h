@@ -32,7 +32,6 @@ class ZLNReportingManager : public ZLNReportOperationDelegate,
 
   ZLNReportingManager(const ZLNReportingManager&) = delete;
   ZLNReportingManager& operator=(const ZLNReportingManager&) = delete;
-  ~ZLNReportingManager() override;
 
   // True when the report was queued, or dropped because the settings switch its kind off.
   bool queueReportForTransmission(const std::shared_ptr<ZLNReportBase>& report);
