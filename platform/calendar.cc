@@ -2,6 +2,8 @@
 
 #include <chrono>
 
+#include "platform/number_text.h"
+
 namespace zln {
 namespace {
 
@@ -19,14 +21,6 @@ bool isWritable(const CalendarTime& time) {
 
 bool isTimeOfDay(int hour, int minute, int second) {
   return hour >= 0 && hour < 24 && minute >= 0 && minute < 60 && second >= 0 && second < 60;
-}
-
-void appendDigits(std::string& out, int number, int count) {
-  const std::size_t start = out.size();
-  out.append(static_cast<std::size_t>(count), '0');
-  for (std::size_t at = out.size(); at > start; number /= 10) {
-    out[--at] = static_cast<char>('0' + number % 10);
-  }
 }
 
 }  // namespace
@@ -56,17 +50,17 @@ std::optional<std::int64_t> CalendarTime::secondsSince1970() const {
 }
 
 void CalendarTime::appendTo(std::string& out, char separator) const {
-  appendDigits(out, year, 4);
+  appendPaddedNumber(out, year, 4);
   out += '-';
-  appendDigits(out, month, 2);
+  appendPaddedNumber(out, month, 2);
   out += '-';
-  appendDigits(out, day, 2);
+  appendPaddedNumber(out, day, 2);
   out += separator;
-  appendDigits(out, hour, 2);
+  appendPaddedNumber(out, hour, 2);
   out += ':';
-  appendDigits(out, minute, 2);
+  appendPaddedNumber(out, minute, 2);
   out += ':';
-  appendDigits(out, second, 2);
+  appendPaddedNumber(out, second, 2);
 }
 
 }  // namespace zln

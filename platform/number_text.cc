@@ -22,4 +22,11 @@ void appendNumber(std::string& out, double number, std::chars_format format, int
   append(out, number, format, precision);
 }
 
+void appendPaddedNumber(std::string& out, std::int64_t number, std::size_t digits) {
+  std::string text;
+  appendNumber(text, number);
+  if (text.size() < digits) out.append(digits - text.size(), '0');
+  out += text;
+}
+
 }  // namespace zln

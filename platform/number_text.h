@@ -1,6 +1,7 @@
 #pragma once
 
 #include <charconv>
+#include <cstddef>
 #include <cstdint>
 #include <string>
 
@@ -12,5 +13,8 @@ void appendNumber(std::string& out, std::int64_t number);
 void appendNumber(std::string& out, std::uint64_t number, int base = 10);
 void appendNumber(std::string& out, double number);
 void appendNumber(std::string& out, double number, std::chars_format format, int precision);
+
+// Appends a number that is not negative with at least this many digits.
+void appendPaddedNumber(std::string& out, std::int64_t number, std::size_t digits);
 
 }  // namespace zln

@@ -7,11 +7,11 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <charconv>
 #include <cmath>
 #include <cstddef>
 #include <utility>
 
+#include "platform/number_text.h"
 #include "platform/utf8.h"
 
 namespace zln {
@@ -23,20 +23,11 @@ constexpr char32_t kReplacement = 0xfffd;
 constexpr double kFarthestSecond = 9e9;
 constexpr long long kMicrosecondsPerSecond = 1'000'000;
 
-// Appends the decimal number with at least `width` digits.
-void appendNumber(std::string& out, long long number, std::size_t width) {
-  char digits[24];
-  const auto end = std::to_chars(digits, digits + sizeof digits, number).ptr;
-  const auto length = static_cast<std::size_t>(end - digits);
-  if (length < width) out.append(width - length, '0');
-  out.append(digits, length);
-}
-
 void appendOffset(std::string& out, long secondsEast) {
   const long minutes = (secondsEast < 0 ? -secondsEast : secondsEast) / 60;
   out += secondsEast < 0 ? '-' : '+';
-  appendNumber(out, minutes / 60, 2);
-  appendNumber(out, minutes % 60, 2);
+  appendPaddedNumber(out, minutes / 60, 2);
+  appendPaddedNumber(out, minutes % 60, 2);
 }
 
 // "2023-11-14 22:13:20.123456+0000".
@@ -50,13 +41,13 @@ void appendStamp(std::string& out, Date date) {
   tm local{};
   localtime_r(&second, &local);
 
-  appendNumber(out, local.tm_year + 1900LL, 4);
-  appendNumber(out += '-', local.tm_mon + 1LL, 2);
-  appendNumber(out += '-', local.tm_mday, 2);
-  appendNumber(out += ' ', local.tm_hour, 2);
-  appendNumber(out += ':', local.tm_min, 2);
-  appendNumber(out += ':', local.tm_sec, 2);
-  appendNumber(out += '.', fraction, 6);
+  appendPaddedNumber(out, local.tm_year + 1900LL, 4);
+  appendPaddedNumber(out += '-', local.tm_mon + 1LL, 2);
+  appendPaddedNumber(out += '-', local.tm_mday, 2);
+  appendPaddedNumber(out += ' ', local.tm_hour, 2);
+  appendPaddedNumber(out += ':', local.tm_min, 2);
+  appendPaddedNumber(out += ':', local.tm_sec, 2);
+  appendPaddedNumber(out += '.', fraction, 6);
   appendOffset(out, local.tm_gmtoff);
 }
 
@@ -149,8 +140,8 @@ std::string LogSinkPosix::stamped(std::string_view line) {
   text.reserve(line.size() + applicationName_.size() + 64);
   appendStamp(text, clock_.now());
   text.append(" ").append(applicationName_).append("[");
-  appendNumber(text, getpid(), 1);
-  appendNumber(text += ':', gettid(), 1);
+  appendNumber(text, std::int64_t{getpid()});
+  appendNumber(text += ':', std::int64_t{gettid()});
   text.append("] ").append(line).append("\n");
   return text;
 }
