@@ -5,22 +5,20 @@
 namespace zln {
 namespace {
 
-thread_local HeldLogLines* innermost = nullptr;
+thread_local HeldLogLines* current = nullptr;
 
 }  // namespace
 
-HeldLogLines::HeldLogLines() : outer_(innermost) { innermost = this; }
+HeldLogLines::HeldLogLines() { current = this; }
 
 HeldLogLines::~HeldLogLines() {
-  innermost = outer_;
-  for (const std::string& line : lines_) {
-    if (!take(line)) environment().logSink.write(line);
-  }
+  current = nullptr;
+  for (const std::string& line : lines_) environment().logSink.write(line);
 }
 
 bool HeldLogLines::take(const std::string& line) {
-  if (innermost == nullptr) return false;
-  innermost->lines_.push_back(line);
+  if (current == nullptr) return false;
+  current->lines_.push_back(line);
   return true;
 }
 

@@ -7,7 +7,7 @@ namespace zln {
 
 // While one of these stands, the lines that its thread logs wait; they are written, in their order,
 // when it goes. Whoever logs under a lock puts one before the lock, so that no sink ever runs
-// inside.
+// inside. A thread has one at a time.
 class HeldLogLines {
  public:
   HeldLogLines();
@@ -19,7 +19,6 @@ class HeldLogLines {
   static bool take(const std::string& line);
 
  private:
-  HeldLogLines* const outer_;
   std::vector<std::string> lines_;
 };
 

@@ -48,22 +48,6 @@ TEST_F(HeldLogLinesTest, TheThresholdOfTheMomentOfLoggingCounts) {
   expectLines({"line", "another line"});
 }
 
-TEST_F(HeldLogLinesTest, LinesOfAnInnerOneWaitForTheOuterOneAndKeepTheirOrder) {
-  {
-    const HeldLogLines outer;
-    logInfo("before");
-    {
-      const HeldLogLines inner;
-      logInfo("inside");
-    }
-    logInfo("behind");
-
-    expectLines({});
-  }
-
-  expectLines({"before", "inside", "behind"});
-}
-
 TEST_F(HeldLogLinesTest, ThreadsHoldTheirOwnLines) {
   {
     const HeldLogLines held;
