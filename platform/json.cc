@@ -538,7 +538,7 @@ void appendString(std::string& out, std::string_view text) {
   if (isValidUtf8(text)) {
     appendValidString(out, text);
   } else {
-    appendValidString(out, mendUtf8(text));
+    appendValidString(out, sanitizedUtf8(text));
   }
 }
 

@@ -55,7 +55,7 @@ std::size_t wellFormedLength(std::string_view bytes) {
 
 bool isValidUtf8(std::string_view bytes) { return wellFormedLength(bytes) == bytes.size(); }
 
-std::string mendUtf8(std::string_view bytes) {
+std::string sanitizedUtf8(std::string_view bytes) {
   std::string mended;
   mended.reserve(bytes.size());
   while (!bytes.empty()) {
@@ -67,6 +67,11 @@ std::string mendUtf8(std::string_view bytes) {
     bytes.remove_prefix(firstCharacter(bytes).length);
   }
   return mended;
+}
+
+std::optional<std::string> sanitizedText(const char* text) {
+  if (text == nullptr) return std::nullopt;
+  return sanitizedUtf8(text);
 }
 
 void appendUtf8(std::string& out, char32_t codePoint) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -10,7 +11,10 @@ namespace zln {
 bool isValidUtf8(std::string_view bytes);
 
 // The same text with U+FFFD in place of every ill-formed sequence.
-std::string mendUtf8(std::string_view bytes);
+std::string sanitizedUtf8(std::string_view bytes);
+
+// The same of a text that ends with a zero; absent where `text` is.
+std::optional<std::string> sanitizedText(const char* text);
 
 // Appends a code point; surrogates and values above U+10FFFF become U+FFFD.
 void appendUtf8(std::string& out, char32_t codePoint);

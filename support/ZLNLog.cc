@@ -43,49 +43,22 @@ void ZLNLogSetLevel(uint64_t level) {
   if (!zln::isForkedProcess()) zln::processState().currentLogLevel.set(level);
 }
 
-void ZLNLogError(const char* format, ...) {
-  std::va_list arguments;
-  va_start(arguments, format);
-  zln::logList(zln::LogLevel::error, format, arguments);
-  va_end(arguments);
-}
+#define ZLN_DEFINE_LOG_FUNCTION(name, level) \
+  void name(const char* format, ...) {       \
+    std::va_list arguments;                  \
+    va_start(arguments, format);             \
+    zln::logList(level, format, arguments);  \
+    va_end(arguments);                       \
+  }
 
-void ZLNLogWarn(const char* format, ...) {
-  std::va_list arguments;
-  va_start(arguments, format);
-  zln::logList(zln::LogLevel::warn, format, arguments);
-  va_end(arguments);
-}
-
-void ZLNLogInfo(const char* format, ...) {
-  std::va_list arguments;
-  va_start(arguments, format);
-  zln::logList(zln::LogLevel::info, format, arguments);
-  va_end(arguments);
-}
-
-void ZLNLogDebug(const char* format, ...) {
-  std::va_list arguments;
-  va_start(arguments, format);
-  zln::logList(zln::LogLevel::debug, format, arguments);
-  va_end(arguments);
-}
-
-void ZLNLogVerbose(const char* format, ...) {
-  std::va_list arguments;
-  va_start(arguments, format);
-  zln::logList(zln::LogLevel::verbose, format, arguments);
-  va_end(arguments);
-}
-
-void ZLNLogSuperVerbose(const char* format, ...) {
-  std::va_list arguments;
-  va_start(arguments, format);
-  zln::logList(zln::LogLevel::superVerbose, format, arguments);
-  va_end(arguments);
-}
+ZLN_DEFINE_LOG_FUNCTION(ZLNLogError, zln::LogLevel::error)
+ZLN_DEFINE_LOG_FUNCTION(ZLNLogWarn, zln::LogLevel::warn)
+ZLN_DEFINE_LOG_FUNCTION(ZLNLogInfo, zln::LogLevel::info)
+ZLN_DEFINE_LOG_FUNCTION(ZLNLogDebug, zln::LogLevel::debug)
+ZLN_DEFINE_LOG_FUNCTION(ZLNLogVerbose, zln::LogLevel::verbose)
+ZLN_DEFINE_LOG_FUNCTION(ZLNLogSuperVerbose, zln::LogLevel::superVerbose)
 
 void internalLog(const char* message, uint64_t level) {
   if (zln::isForkedProcess() || zln::processState().currentLogLevel.get() < level) return;
-  zln::writeLine(message == nullptr ? zln::kAbsentText : zln::mendUtf8(message));
+  zln::writeLine(zln::sanitizedText(message).value_or(zln::kAbsentText));
 }

@@ -3,7 +3,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
-#include <optional>
 #include <string>
 
 #include "ZLNSessionReporting/ZLNLog.h"
@@ -17,6 +16,7 @@
 #include "support/ZLNReportingUtils.h"
 #include "transport/ZLNReportingManager.h"
 
+using zln::sanitizedText;
 using zln::ZLNDirectories;
 using zln::ZLNReportAdAttempt;
 using zln::ZLNReportAdZoneAttempt;
@@ -37,11 +37,6 @@ constexpr char kRewarded[] = "rewarded";
 
 bool isUsable() { return !zln::isForkedProcess() && ZLNReportingUtils::isEnabled(); }
 
-std::optional<std::string> textFromHost(const char* text) {
-  if (text == nullptr) return std::nullopt;
-  return zln::mendUtf8(text);
-}
-
 void queue(const std::shared_ptr<zln::ZLNReportBase>& report) {
   ZLNReportingManager::sharedManager()->queueReportForTransmission(report);
 }
@@ -52,7 +47,7 @@ void ZLNInitializeReporting(const char* mwVersion) {
   if (zln::isForkedProcess()) return;
   ZLNReportingUtils::enable();
   ZLNDirectories::makeDirectories();
-  ZLNReportingUtils::setMarlwickVersion(textFromHost(mwVersion));
+  ZLNReportingUtils::setMarlwickVersion(sanitizedText(mwVersion));
 }
 
 void ZLNStartSessionReporting() {
@@ -69,7 +64,8 @@ void ZLNStopSessionReporting() {
 
 void ZLNSendAdAttemptReport(const char* network, const char* adType, bool filled) {
   if (!isUsable()) return;
-  queue(ZLNReportAdAttempt::reportWithNetwork(textFromHost(network), textFromHost(adType), filled));
+  queue(
+      ZLNReportAdAttempt::reportWithNetwork(sanitizedText(network), sanitizedText(adType), filled));
 }
 
 void ZLNSendBannerAdAttemptReport(const char* network, bool filled) {
@@ -87,8 +83,8 @@ void ZLNSendRewardedAdAttemptReport(const char* network, bool filled) {
 void ZLNSendAdZoneAttemptReport(const char* network, const char* adType, const char* zone,
                                 bool filled) {
   if (!isUsable()) return;
-  queue(ZLNReportAdZoneAttempt::reportWithNetwork(textFromHost(network), textFromHost(adType),
-                                                  textFromHost(zone), filled));
+  queue(ZLNReportAdZoneAttempt::reportWithNetwork(sanitizedText(network), sanitizedText(adType),
+                                                  sanitizedText(zone), filled));
 }
 
 void ZLNSendBannerAdZoneAttemptReport(const char* network, const char* zone, bool filled) {

@@ -463,7 +463,7 @@ class Renderer {
     for (const Piece& piece : pieces) {
       if (!renderPiece(piece)) out_ += piece.text;
     }
-    return isValidUtf8(out_) ? std::move(out_) : mendUtf8(out_);
+    return isValidUtf8(out_) ? std::move(out_) : sanitizedUtf8(out_);
   }
 
  private:

@@ -65,7 +65,7 @@ Json dictionaryJson(const Dictionary& dictionary) {
 }
 
 Json toJson(const Value& value) {
-  if (const std::string* text = value.string()) return zln::mendUtf8(*text);
+  if (const std::string* text = value.string()) return zln::sanitizedUtf8(*text);
   if (const Number* number = value.number()) return numberJson(*number);
   if (const Dictionary* dictionary = value.dictionary()) return dictionaryJson(*dictionary);
   if (const zln::Array* array = value.array()) {
@@ -112,7 +112,7 @@ std::vector<std::string> flawsOf(const Value& root) {
 }
 
 std::optional<std::string> readFile(const std::string& path) {
-  return zln::portEnvironment().files.read(std::filesystem::absolute(path), kLargestFile);
+  return zln::portEnvironment().files.read(std::filesystem::absolute(path), kLargestFile, nullptr);
 }
 
 bool dump(const std::string& path) {

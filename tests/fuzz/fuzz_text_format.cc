@@ -300,7 +300,7 @@ std::optional<std::string> printed(const char* format, ...) {
   va_end(arguments);
   require(length >= 0, "the C library prints", format);
   const std::unique_ptr<char, decltype(&std::free)> owned(bytes, &std::free);
-  return mendUtf8({bytes, static_cast<std::size_t>(length)});
+  return sanitizedUtf8({bytes, static_cast<std::size_t>(length)});
 }
 #pragma GCC diagnostic pop
 

@@ -44,14 +44,14 @@ constexpr IllFormed kIllFormed[] = {
 TEST(Utf8Test, WellFormedTextIsValidAndKept) {
   for (const std::string_view text : kWellFormed) {
     EXPECT_TRUE(isValidUtf8(text)) << text;
-    EXPECT_EQ(text, mendUtf8(text));
+    EXPECT_EQ(text, sanitizedUtf8(text));
   }
 }
 
 TEST(Utf8Test, IllFormedTextIsNotValidAndReplaced) {
   for (const IllFormed& text : kIllFormed) {
     EXPECT_FALSE(isValidUtf8(text.bytes)) << text.mended;
-    EXPECT_EQ(text.mended, mendUtf8(text.bytes));
+    EXPECT_EQ(text.mended, sanitizedUtf8(text.bytes));
   }
 }
 
