@@ -48,11 +48,12 @@ std::string executableName(std::string_view path) {
   return std::string(path.substr(path.rfind('/') + 1));
 }
 
-void ApplicationInfo::set(std::optional<std::string> bundleIdentifier,
+bool ApplicationInfo::set(std::optional<std::string> bundleIdentifier,
                           std::optional<std::string> shortVersion) {
   std::lock_guard lock(mutex_);
   bundleIdentifier_ = std::move(bundleIdentifier);
   shortVersion_ = std::move(shortVersion);
+  return !folderName_ || *folderName_ == folderNameNow();
 }
 
 std::optional<std::string> ApplicationInfo::bundleIdentifier() const {
@@ -65,8 +66,14 @@ std::optional<std::string> ApplicationInfo::shortVersion() const {
   return shortVersion_;
 }
 
-std::string ApplicationInfo::folderName() const {
-  if (const auto name = asFileName(bundleIdentifier().value_or(""))) return *name;
+std::string ApplicationInfo::folderName() {
+  std::lock_guard lock(mutex_);
+  if (!folderName_) folderName_ = folderNameNow();
+  return *folderName_;
+}
+
+std::string ApplicationInfo::folderNameNow() const {
+  if (const auto name = asFileName(bundleIdentifier_.value_or(""))) return *name;
   return asFileName(executableName()).value_or(kUnknownProgram);
 }
 

@@ -20,19 +20,24 @@ std::string executableName(std::string_view path);
 // What the host has said of the application. Any thread may call it.
 class ApplicationInfo {
  public:
-  void set(std::optional<std::string> bundleIdentifier, std::optional<std::string> shortVersion);
+  // False when folderName() has already answered with another name, by which it stays.
+  bool set(std::optional<std::string> bundleIdentifier, std::optional<std::string> shortVersion);
 
   std::optional<std::string> bundleIdentifier() const;
   std::optional<std::string> shortVersion() const;
 
-  // Under which name the application's own files lie in folders that all programs share: its
-  // identifier, or the executable's name while there is none.
-  std::string folderName() const;
+  // The name that the application's own files have in folders that all programs share: its
+  // identifier, or the executable's name when there is none at the first call. It never changes, so
+  // that all files of a process are in one place.
+  std::string folderName();
 
  private:
+  std::string folderNameNow() const;
+
   mutable std::mutex mutex_;
   std::optional<std::string> bundleIdentifier_;
   std::optional<std::string> shortVersion_;
+  std::optional<std::string> folderName_;
 };
 
 }  // namespace zln

@@ -12,10 +12,6 @@ namespace zln {
 
 namespace {
 
-std::optional<std::string> copied(const char* text) {
-  return text == nullptr ? std::nullopt : std::optional<std::string>(mendUtf8(text));
-}
-
 void postOnMainThread(Notification notification) {
   if (isForkedProcess()) return;
   PortParts& parts = portParts();
@@ -32,7 +28,14 @@ bool isComplete(const ZLNHostBackgroundTaskHooks& hooks) {
 
 void ZLNHostSetApplicationInfo(const char* bundleIdentifier, const char* shortVersion) {
   if (zln::isForkedProcess()) return;
-  zln::portParts().application.set(zln::copied(bundleIdentifier), zln::copied(shortVersion));
+  zln::PortParts& parts = zln::portParts();
+  if (!parts.application.set(zln::sanitizedText(bundleIdentifier),
+                             zln::sanitizedText(shortVersion))) {
+    ZLNLogError(
+        "Files stay in %@: call ZLNHostSetApplicationInfo before ZLNInitializeReporting, and with "
+        "one identifier",
+        parts.files.applicationSupportPath().c_str());
+  }
 }
 
 void ZLNHostApplicationWillResignActive(void) {

@@ -11,14 +11,27 @@ namespace zln {
 namespace {
 
 TEST(ApplicationInfoTest, TheIdentifierNamesTheFolderOrElseTheProgram) {
+  ApplicationInfo named;
+  ApplicationInfo unnamed;
+  named.set("com.example.game", "1.2.3");
+  unnamed.set("", "1.2.3");
+
+  EXPECT_EQ("com.example.game", named.folderName());
+  EXPECT_EQ(executableName(), unnamed.folderName());
+  EXPECT_EQ(executableName(), ApplicationInfo().folderName());
+}
+
+TEST(ApplicationInfoTest, TheFolderKeepsTheNameThatItHadFirst) {
   ApplicationInfo info;
-  EXPECT_EQ(executableName(), info.folderName());
-  info.set("com.example.game", "1.2.3");
-  EXPECT_EQ("com.example.game", info.folderName());
+  EXPECT_TRUE(info.set("com.example.first", std::nullopt));
+  EXPECT_TRUE(info.set("com.example/game", std::nullopt));
+  EXPECT_EQ("com.example_game", info.folderName());
 
-  info.set("", "1.2.3");
+  EXPECT_TRUE(info.set("com.example_game", "1.2.3"));
+  EXPECT_FALSE(info.set("com.example.other", "1.2.3"));
 
-  EXPECT_EQ(executableName(), info.folderName());
+  EXPECT_EQ("com.example_game", info.folderName());
+  EXPECT_EQ("com.example.other", info.bundleIdentifier());
 }
 
 TEST(ApplicationInfoTest, TheNameOfTheProgramHasNoFolder) {

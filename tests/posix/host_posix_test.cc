@@ -43,6 +43,7 @@ class Listener {
 class ZLNHostTest : public testing::Test {
  protected:
   void SetUp() override {
+    setProcessStateForTests(&state);
     auto& center = port.notificationCenter;
     center.addObserver(listener, Notification::applicationWillResignActive, &Listener::resign);
     center.addObserver(listener, Notification::applicationDidBecomeActive, &Listener::become);
@@ -65,6 +66,7 @@ class ZLNHostTest : public testing::Test {
   }
 
   Environment& port = portEnvironment();
+  ProcessState state{port};
   std::shared_ptr<Listener> listener = std::make_shared<Listener>();
   std::vector<std::string> lines;
 };
@@ -97,25 +99,33 @@ TEST_F(ZLNHostTest, TheApplicationIsAsTheHostSaysInValidUtf8) {
   EXPECT_EQ(std::nullopt, value(kBundleShortVersionKey));
 }
 
-TEST_F(ZLNHostTest, TheIdentifierNamesTheFolderOfTheApplication) {
-  const EnvironmentVariable variable("XDG_DATA_HOME", "/data");
+// On parts of their own, because a process has one place for its files.
 
-  ZLNHostSetApplicationInfo("com.example.game", nullptr);
+TEST_F(ZLNHostTest, TheIdentifierNamesFolderAndDefaultsWhicheverComesFirst) {
+  const TemporaryFolder folder;
+  const EnvironmentVariable data("XDG_DATA_HOME", "/data");
+  const EnvironmentVariable config("XDG_CONFIG_HOME", folder.path());
+  PortParts parts;
+  EXPECT_TRUE(parts.application.set("com.example.game", std::nullopt));
 
-  EXPECT_EQ("/data/com.example.game", port.files.applicationSupportPath());
+  EXPECT_EQ("/data/com.example.game", parts.files.applicationSupportPath());
+  EXPECT_FALSE(parts.application.set("com.example.other", "1.2.3"));
+  parts.userDefaults.set("key", "text");
+  parts.userDefaults.synchronize();
+
+  EXPECT_EQ("/data/com.example.game", parts.files.applicationSupportPath());
+  EXPECT_TRUE(parts.files.exists(folder.path() + "/com.example.game.plist"));
+  EXPECT_EQ("com.example.other", parts.deviceFacts.mainBundleValue(kBundleIdentifierKey));
 }
 
-TEST_F(ZLNHostTest, TheIdentifierNamesTheFileOfTheDefaults) {
-  const TemporaryFolder folder;
-  const EnvironmentVariable variable("XDG_CONFIG_HOME", folder.path());
-  ZLNHostSetApplicationInfo("com.example.game", nullptr);
-  // Parts of its own, because the process reads its defaults once.
-  PortParts parts;
-  parts.application.set("com.example.game", std::nullopt);
+TEST_F(ZLNHostTest, AnIdentifierThatComesTooLateIsLoggedWithThePathAndTheRemedy) {
+  const std::string path = port.files.applicationSupportPath();
 
-  parts.userDefaults.set("key", "text");
+  ZLNHostSetApplicationInfo("com.example.late", nullptr);
 
-  EXPECT_TRUE(parts.files.exists(folder.path() + "/com.example.game.plist"));
+  EXPECT_THAT(lines, ElementsAre("ZLN Session: Files stay in " + path +
+                                 ": call ZLNHostSetApplicationInfo before ZLNInitializeReporting, "
+                                 "and with one identifier"));
 }
 
 TEST_F(ZLNHostTest, TheLibraryHasTheVersionOfTheBuild) {
@@ -136,8 +146,6 @@ TEST_F(ZLNHostTest, HooksAnswerForBackgroundTasks) {
 }
 
 TEST_F(ZLNHostTest, IncompleteHooksAreIgnoredAndLogged) {
-  ProcessState state(port);
-  setProcessStateForTests(&state);
   const ZLNHostBackgroundTaskHooks hooks = {[](void*) { return uint64_t{40}; },
                                             [](uint64_t, void*) {}, nullptr, nullptr};
 
