@@ -25,7 +25,6 @@ class ZLNReportingConfig : public std::enable_shared_from_this<ZLNReportingConfi
 
   ZLNReportingConfig(const ZLNReportingConfig&) = delete;
   ZLNReportingConfig& operator=(const ZLNReportingConfig&) = delete;
-  ~ZLNReportingConfig();
 
   // Temporary failures after which a report is held instead of sent again at once.
   std::int32_t reportTemporaryFailureLimit() const { return reportTemporaryFailureLimit_.get(); }
@@ -90,7 +89,8 @@ class ZLNReportingConfig : public std::enable_shared_from_this<ZLNReportingConfi
   // range checks. Always true.
   bool processConfigDictionary(const Dictionary* dictionary);
 
-  // The settings file.
+  // The settings file. One that cannot be read is not replaced, so that a passing failure costs no
+  // settings; it is read again before the next check and before a reply is applied.
   static std::string savePath();
   // Writes the settings and the time of the last fetch.
   void saveConfig() const;
@@ -134,6 +134,8 @@ class ZLNReportingConfig : public std::enable_shared_from_this<ZLNReportingConfi
   Field<bool> transmitReportsOnApplicationForegrounding_;
   Field<bool> attemptToEnforceOrientation_;
   Field<std::optional<Date>> configUpdateTime_;
+  // Whether there is a settings file that could not be read.
+  Field<bool> isFileUnread_{false};
 };
 
 }  // namespace zln

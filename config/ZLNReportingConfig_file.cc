@@ -15,15 +15,6 @@ constexpr char kLastUpdateKey[] = "lastUpdate";
 // Far more than all settings take. The game's own thread waits while the file is read.
 constexpr std::size_t kLargestFile = std::size_t{1} << 20;
 
-// Nothing when the file cannot be read or holds no dictionary.
-std::optional<Value> readDictionary(const std::string& path) {
-  const std::optional<std::string> bytes = environment().files.read(path, kLargestFile);
-  if (!bytes) return std::nullopt;
-  std::optional<Value> root = property_list::read(*bytes);
-  if (!root || root->dictionary() == nullptr) return std::nullopt;
-  return root;
-}
-
 }  // namespace
 
 std::string ZLNReportingConfig::savePath() {
@@ -35,14 +26,18 @@ void ZLNReportingConfig::saveConfig() const {
   const double lastUpdate = configUpdateTime().value_or(Date{}).secondsSince1970;
   dictionary.set(kLastUpdateKey, Number::float64(lastUpdate));
   const std::optional<std::string> bytes = property_list::write(dictionary);
-  if (!bytes || !environment().files.writeAtomically(savePath(), *bytes, nullptr)) {
+  if (isFileUnread_.get() || !bytes ||
+      !environment().files.writeAtomically(savePath(), *bytes, Durability::eventual, nullptr)) {
     logError("An error occured writing config");
   }
 }
 
 bool ZLNReportingConfig::loadStoredConfig() {
-  if (!environment().files.exists(savePath())) return false;
-  const std::optional<Value> stored = readDictionary(savePath());
+  Error error;
+  const auto bytes = environment().files.read(savePath(), kLargestFile, &error);
+  isFileUnread_.set(!bytes && !isFileMissing(error));
+  if (!bytes && isFileMissing(error)) return false;
+  const std::optional<Value> stored = bytes ? property_list::read(*bytes) : std::nullopt;
   const Dictionary* dictionary = stored ? stored->dictionary() : nullptr;
   const Value* lastUpdate = dictionary == nullptr ? nullptr : dictionary->find(kLastUpdateKey);
   if (lastUpdate != nullptr && lastUpdate->number() != nullptr) {
@@ -80,6 +75,7 @@ bool ZLNReportingConfig::shouldUpdateFromRemote() const {
 }
 
 void ZLNReportingConfig::updateIfNeeded() {
+  if (isFileUnread_.get()) loadStoredConfig();
   if (!shouldUpdateFromRemote()) {
     logDebug("Config is not stale. Update skipped.");
     return;

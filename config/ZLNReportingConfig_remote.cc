@@ -59,6 +59,11 @@ void ZLNReportingConfig::receiveRemoteConfig(const HttpReply& reply) {
     logWarn("invalid config data response");
     return;
   }
+  if (isFileUnread_.get()) {
+    const std::optional<Date> updated = configUpdateTime();
+    loadStoredConfig();
+    setConfigUpdateTime(updated);
+  }
   if (processConfigDictionary(dictionary)) {
     saveConfig();
   } else {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -48,6 +49,15 @@ class AtomicFile {
   virtual void release() = 0;
 };
 
+// The error of reading a file that is not there.
+inline constexpr std::int64_t kReadNoSuchFile = 260;
+inline bool isFileMissing(const Error& error) {
+  return error.domain == kCocoaErrorDomain && error.code == kReadNoSuchFile;
+}
+
+// Whether a power cut may still undo a write after its return.
+enum class Durability { eventual, immediate };
+
 // The file system. Paths are absolute. Any thread may call it.
 class Files {
  public:
@@ -66,12 +76,15 @@ class Files {
   // Removes a file, or a folder with its contents.
   virtual bool remove(const std::string& path, Error* error) = 0;
 
-  // The whole content; absent when the file is missing, no plain file, unreadable or larger than
-  // `limit` bytes.
-  virtual std::optional<std::string> read(const std::string& path, std::size_t limit) = 0;
+  // The whole content. Absent, with an error, when there is no file, which isFileMissing() tells,
+  // and when it is no plain file, is larger than `limit` bytes or cannot be read now.
+  virtual std::optional<std::string> read(const std::string& path, std::size_t limit,
+                                          Error* error) = 0;
   // Puts a file with these bytes in place of the old one: a reader sees all of the old content or
-  // all of the new. On failure the old file stays.
-  virtual bool writeAtomically(const std::string& path, std::string_view bytes, Error* error) = 0;
+  // all of the new. On failure the old file stays, unless the disk just did not confirm the new
+  // one.
+  virtual bool writeAtomically(const std::string& path, std::string_view bytes,
+                               Durability durability, Error* error) = 0;
   // The file at `path`, there or not. `sparePath` belongs to this file alone; what lies there is
   // the system's own aid, which may come and go.
   virtual std::unique_ptr<AtomicFile> atomicFile(const std::string& path,

@@ -24,4 +24,8 @@ std::string appendPathComponent(std::string_view path, std::string_view componen
   return joined;
 }
 
+std::string folderOf(std::string_view path) {
+  return std::string(path.substr(0, path.rfind('/') + 1));
+}
+
 }  // namespace zln

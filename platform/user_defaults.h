@@ -3,6 +3,7 @@
 #include <optional>
 #include <string>
 
+#include "platform/error.h"
 #include "platform/value.h"
 
 namespace zln {
@@ -11,10 +12,12 @@ namespace zln {
 class UserDefaults {
  public:
   virtual ~UserDefaults() = default;
-  virtual std::optional<Value> get(const std::string& key) = 0;
-  // Every thread reads the new value at once.
+  // Absent when there is no such value. When the store cannot be read, only what this process has
+  // set is there, and `error`, unless null, says why.
+  virtual std::optional<Value> get(const std::string& key, Error* error) = 0;
+  // Every thread reads the new value at once. A value that a property list can hold.
   virtual void set(const std::string& key, Value value) = 0;
-  // Returns once all that was set is on disk; false when it cannot be written.
+  // Returns once the disk has all that was set; false when it cannot be written.
   virtual bool synchronize() = 0;
 };
 

@@ -49,15 +49,23 @@ std::shared_ptr<ZLNSessionManager> ZLNSessionManager::init() {
 
 ZLNSessionManager::ZLNSessionManager() : sessionUserId_(getUserId()) {}
 
-ZLNSessionManager::~ZLNSessionManager() { environment().notificationCenter.removeObserver(this); }
-
 Value ZLNSessionManager::getUserId() {
+  if (std::optional<Value> stored = storedValue(kSessionUserIdKey)) return *stored;
   UserDefaults& defaults = environment().userDefaults;
-  if (std::optional<Value> stored = defaults.get(kSessionUserIdKey)) return *stored;
   Value fresh = environment().uuids.next();
   defaults.set(kSessionUserIdKey, fresh);
   defaults.synchronize();
   return fresh;
+}
+
+std::optional<Value> ZLNSessionManager::storedValue(const char* key) {
+  Error error;
+  std::optional<Value> value = environment().userDefaults.get(key, &error);
+  if (!error.domain.empty() && !readFailureIsLogged_.get()) {
+    readFailureIsLogged_.set(true);
+    logError("unable to read user defaults: %@", error);
+  }
+  return value;
 }
 
 void ZLNSessionManager::registerForNotifications() {
@@ -77,16 +85,16 @@ std::optional<std::string> ZLNSessionManager::currentSessionId() const {
 }
 
 void ZLNSessionManager::startNewSession() {
-  UserDefaults& defaults = environment().userDefaults;
   const auto started = ZLNSession::initWithStartTime(environment().clock.now());
   session_.set(started);
   logDebug("started new session %@", started);
-  if (defaults.get(kFirstSessionSentKey)) {
+  if (storedValue(kFirstSessionSentKey)) {
     queue(ZLNReportSessionStart::reportWithSession(started));
     return;
   }
   queue(ZLNReportSessionFirst::reportWithSession(started));
   // Set whatever became of the report: it is offered once.
+  UserDefaults& defaults = environment().userDefaults;
   defaults.set(kFirstSessionSentKey, Number::boolean(true));
   defaults.synchronize();
 }

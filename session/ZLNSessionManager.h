@@ -26,7 +26,6 @@ class ZLNSessionManager : public ZLNSessionBackgroundMonitorDelegate,
 
   ZLNSessionManager(const ZLNSessionManager&) = delete;
   ZLNSessionManager& operator=(const ZLNSessionManager&) = delete;
-  ~ZLNSessionManager() override;
 
   // The identifier of this installation, as it is stored.
   const Value& sessionUserId() const { return sessionUserId_; }
@@ -56,9 +55,12 @@ class ZLNSessionManager : public ZLNSessionBackgroundMonitorDelegate,
  private:
   ZLNSessionManager();
 
-  static Value getUserId();
+  Value getUserId();
+  // Says in the log, once, that the user defaults cannot be read.
+  std::optional<Value> storedValue(const char* key);
   void registerForNotifications();
 
+  Field<bool> readFailureIsLogged_{false};
   const Value sessionUserId_;
   Field<std::shared_ptr<ZLNSession>> session_;
   Field<std::shared_ptr<ZLNReportBackgroundMonitor>> monitor_;

@@ -4,7 +4,11 @@
 
 namespace zln {
 
-std::optional<Value> FakeDefaults::get(const std::string& key) {
+std::optional<Value> FakeDefaults::get(const std::string& key, Error* error) {
+  if (readError_) {
+    fillError(error, *readError_);
+    return std::nullopt;
+  }
   const auto entry = values_.find(key);
   if (entry == values_.end()) return std::nullopt;
   return entry->second;

@@ -4,6 +4,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include "platform/user_defaults.h"
 
@@ -12,7 +13,7 @@ namespace zln {
 // User defaults in memory, empty at first.
 class FakeDefaults : public UserDefaults {
  public:
-  std::optional<Value> get(const std::string& key) override;
+  std::optional<Value> get(const std::string& key, Error* error) override;
   void set(const std::string& key, Value value) override;
   bool synchronize() override;
 
@@ -20,10 +21,13 @@ class FakeDefaults : public UserDefaults {
   // How many times synchronize() has been called.
   std::size_t syncCount() const { return syncCount_; }
   void erase(const std::string& key);
+  // Every get() fails with this error until it is called again with none.
+  void failReads(std::optional<Error> error) { readError_ = std::move(error); }
 
  private:
   std::map<std::string, Value> values_;
   std::size_t syncCount_ = 0;
+  std::optional<Error> readError_;
 };
 
 }  // namespace zln

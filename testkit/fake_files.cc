@@ -8,6 +8,9 @@ namespace zln {
 namespace {
 
 constexpr std::int64_t kNoSuchFile = 4;
+constexpr std::int64_t kReadUnknown = 256;
+constexpr std::int64_t kReadNoPermission = 257;
+constexpr std::int64_t kReadTooLarge = 263;
 constexpr std::int64_t kCannotWrite = 512;
 constexpr std::int64_t kNoPermission = 513;
 constexpr std::int64_t kFileExists = 516;
@@ -18,6 +21,8 @@ constexpr char kPermissionReason[] = "Permission denied";
 constexpr std::int64_t kPermissionErrno = 13;
 constexpr char kIsFolderReason[] = "Is a directory";
 constexpr std::int64_t kIsFolderErrno = 21;
+constexpr char kTooLargeReason[] = "File too large";
+constexpr std::int64_t kTooLargeErrno = 27;
 constexpr char kExistsReason[] = "File exists";
 constexpr std::int64_t kExistsErrno = 17;
 
@@ -100,6 +105,12 @@ Error fileInTheWay(const std::string& plain) {
   return fileError(plain, kFileExists, text, kExistsErrno, kExistsReason);
 }
 
+Error notOpened(const std::string& plain, std::int64_t code, const char* obstacle,
+                std::int64_t systemCode, const char* systemText) {
+  const std::string text = "The file " + quoted(nameOf(plain)) + " couldn’t be opened" + obstacle;
+  return fileError(plain, code, text, systemCode, systemText);
+}
+
 bool failWith(Error* target, Error error) {
   fillError(target, std::move(error));
   return false;
@@ -126,7 +137,7 @@ class FakeAtomicFile : public AtomicFile {
       const std::size_t changed = last_.size() - std::min(unchanged.tail, last_.size());
       written.replace(changed, std::string::npos, last_, changed);
     }
-    if (!files_.writeAtomically(path_, written, error)) return false;
+    if (!files_.writeAtomically(path_, written, Durability::eventual, error)) return false;
     last_ = std::move(written);
     return true;
   }
@@ -181,12 +192,30 @@ bool FakeFiles::remove(const std::string& path, Error* error) {
   return true;
 }
 
-std::optional<std::string> FakeFiles::read(const std::string& path, std::size_t limit) {
-  std::optional<std::string> bytes = contents(path);
-  return bytes && bytes->size() > limit ? std::nullopt : bytes;
+std::optional<std::string> FakeFiles::read(const std::string& path, std::size_t limit,
+                                           Error* error) {
+  const std::string plain = plainPath(path);
+  const std::optional<std::string> bytes = contents(plain);
+  if (readFails_.contains(plain)) {
+    fillError(error,
+              notOpened(plain, kReadNoPermission, " because you don’t have permission to view it.",
+                        kPermissionErrno, kPermissionReason));
+  } else if (isFolder(plain)) {
+    fillError(error, notOpened(plain, kReadUnknown, ".", kIsFolderErrno, kIsFolderReason));
+  } else if (!bytes) {
+    fillError(error, notOpened(plain, kReadNoSuchFile, " because there is no such file.",
+                               kNotFoundErrno, kNotFoundReason));
+  } else if (bytes->size() > limit) {
+    fillError(error, notOpened(plain, kReadTooLarge, " because it is too large.", kTooLargeErrno,
+                               kTooLargeReason));
+  } else {
+    return bytes;
+  }
+  return std::nullopt;
 }
 
-bool FakeFiles::writeAtomically(const std::string& path, std::string_view bytes, Error* error) {
+bool FakeFiles::writeAtomically(const std::string& path, std::string_view bytes, Durability,
+                                Error* error) {
   const std::string plain = plainPath(path);
   if (writesFail_) return failWith(error, mayNotBeSaved(plain));
   if (isFolder(plain)) return failWith(error, folderInTheWay(plain));
@@ -208,6 +237,8 @@ bool FakeFiles::excludeFromBackup(const std::string& path, Error* error) {
   excluded_.insert(plain);
   return true;
 }
+
+void FakeFiles::failRead(const std::string& path, bool fails) { mark(readFails_, path, fails); }
 
 void FakeFiles::failCreate(const std::string& path, bool fails) { mark(createFails_, path, fails); }
 

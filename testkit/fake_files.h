@@ -21,8 +21,10 @@ class FakeFiles : public Files {
   void enumerate(const std::string& path,
                  const std::function<void(const std::string& relativePath)>& visit) override;
   bool remove(const std::string& path, Error* error) override;
-  std::optional<std::string> read(const std::string& path, std::size_t limit) override;
-  bool writeAtomically(const std::string& path, std::string_view bytes, Error* error) override;
+  std::optional<std::string> read(const std::string& path, std::size_t limit,
+                                  Error* error) override;
+  bool writeAtomically(const std::string& path, std::string_view bytes, Durability durability,
+                       Error* error) override;
   // Keeps no earlier content, and mends no wrong number of unchanged bytes.
   std::unique_ptr<AtomicFile> atomicFile(const std::string& path,
                                          const std::string& sparePath) override;
@@ -31,6 +33,7 @@ class FakeFiles : public Files {
   // Make operations fail, for lack of permission, until they are told otherwise. A folder fails to
   // be removed, and keeps all its contents, when anything in it does.
   void failWrites(bool fails = true) { writesFail_ = fails; }
+  void failRead(const std::string& path, bool fails = true);
   void failCreate(const std::string& path, bool fails = true);
   void failRemove(const std::string& path, bool fails = true);
   void failExclude(const std::string& path, bool fails = true);
@@ -65,6 +68,7 @@ class FakeFiles : public Files {
   std::map<std::string, std::size_t> writeCounts_;
   std::vector<std::string> removed_;
   bool writesFail_ = false;
+  std::set<std::string> readFails_;
   std::set<std::string> createFails_;
   std::set<std::string> removeFails_;
   std::set<std::string> excludeFails_;

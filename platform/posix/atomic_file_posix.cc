@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <utility>
 
+#include "platform/path.h"
 #include "platform/posix/plain_file.h"
 
 namespace zln {
@@ -19,8 +20,6 @@ namespace {
 constexpr int kSpareFlags = O_RDWR | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
 constexpr mode_t kPrivate = 0600;
 constexpr mode_t kModeBits = 07777;
-
-std::string folderOf(const std::string& path) { return path.substr(0, path.rfind('/') + 1); }
 
 bool isFolder(const std::string& path) {
   struct stat facts {};
@@ -122,7 +121,7 @@ bool AtomicFilePosix::replaceKept(std::string_view content, Unchanged unchanged,
   if (exchange(content, unchanged)) {
     current_.shared = {content.size(), content.size()};
     if (flush_) flush_->wrote(current_.file);
-  } else if (files_.writeAtomically(path_, content, error)) {
+  } else if (files_.writeAtomically(path_, content, Durability::eventual, error)) {
     current_ = {};
   } else {
     return false;

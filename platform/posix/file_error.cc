@@ -5,6 +5,7 @@
 #include <string_view>
 #include <utility>
 
+#include "platform/files.h"
 #include "platform/identity.h"
 #include "platform/joined.h"
 
@@ -12,7 +13,22 @@ namespace zln {
 
 namespace {
 
-int codeOf(int number) {
+int readCodeOf(int number) {
+  switch (number) {
+    case ENOENT:
+    case ENOTDIR:
+      return static_cast<int>(kReadNoSuchFile);
+    case EACCES:
+    case EPERM:
+      return file_error::kReadNoPermission;
+    case EFBIG:
+      return file_error::kReadTooLarge;
+    default:
+      return file_error::kReadUnknown;
+  }
+}
+
+int writeCodeOf(int number) {
   switch (number) {
     case ENOENT:
       return file_error::kNoSuchFile;
@@ -41,6 +57,19 @@ std::string_view parentOf(std::string_view path) {
 std::string_view nameOf(std::string_view path) {
   const auto slash = path.rfind('/');
   return slash == std::string_view::npos ? path : path.substr(slash + 1);
+}
+
+std::string_view readingObstacle(int code) {
+  switch (code) {
+    case kReadNoSuchFile:
+      return " because there is no such file.";
+    case file_error::kReadNoPermission:
+      return " because you don’t have permission to view it.";
+    case file_error::kReadTooLarge:
+      return " because it is too large.";
+    default:
+      return ".";
+  }
 }
 
 std::string notSavedText(const std::string& path) {
@@ -105,16 +134,27 @@ std::string underlyingText(int number) {
                  " Code=", std::to_string(number), " \"", systemText(number), "\"}"});
 }
 
-Error writeError(const std::string& path, int number,
-                 std::string (*text)(const std::string& path, int code)) {
-  const int code = codeOf(number);
+Error fileError(const std::string& path, int number, int code, std::string text) {
   return Error{kCocoaErrorDomain,
                code,
-               text(path, code),
+               std::move(text),
                {{"NSFilePath", path}, {"NSUnderlyingError", underlyingText(number)}}};
 }
 
+Error writeError(const std::string& path, int number,
+                 std::string (*text)(const std::string& path, int code)) {
+  const int code = writeCodeOf(number);
+  return fileError(path, number, code, text(path, code));
+}
+
 }  // namespace
+
+Error readError(const std::string& path, int number) {
+  const int code = readCodeOf(number);
+  return fileError(
+      path, number, code,
+      joined({"The file ", quoted(nameOf(path)), " couldn’t be opened", readingObstacle(code)}));
+}
 
 Error saveError(const std::string& path, int number) { return writeError(path, number, &saveText); }
 
@@ -123,13 +163,10 @@ Error changeError(const std::string& path, int number) {
 }
 
 Error removeError(const std::string& path, int number) {
-  const int code = codeOf(number);
-  return Error{kCocoaErrorDomain,
-               code,
-               removeText(path, code),
-               {{"NSUserStringVariant", "(\n    Remove\n)"},
-                {"NSFilePath", path},
-                {"NSUnderlyingError", underlyingText(number)}}};
+  const int code = writeCodeOf(number);
+  Error error = fileError(path, number, code, removeText(path, code));
+  error.userInfo.insert(error.userInfo.begin(), {"NSUserStringVariant", "(\n    Remove\n)"});
+  return error;
 }
 
 }  // namespace zln

@@ -11,6 +11,7 @@
 #include <utility>
 #include <vector>
 
+#include "platform/path.h"
 #include "platform/posix/atomic_file_posix.h"
 #include "platform/posix/file_descriptor.h"
 #include "platform/posix/file_error.h"
@@ -102,13 +103,21 @@ int removeBelow(int folder, int depth) {
   return 0;
 }
 
+int flushFolderOf(const std::string& path) {
+  const FileDescriptor folder(open(folderOf(path).c_str(), kFolderFlags & ~O_NOFOLLOW));
+  return folder && fsync(folder.get()) == 0 ? 0 : errno;
+}
+
 // Zero, or an errno; no temporary file is left then.
-int replaceFile(const std::string& path, std::string_view bytes) {
+int replaceFile(const std::string& path, std::string_view bytes, Durability durability) {
+  const bool isFlushed = durability == Durability::immediate;
   TemporaryFile::removeLeftOvers(path);
   TemporaryFile file(path);
   if (const int failure = file.create(); failure != 0) return failure;
   if (const int failure = file.write(bytes); failure != 0) return failure;
-  return file.putInPlace();
+  const int flushFailure = isFlushed ? file.flush() : 0;
+  if (const int failure = file.putInPlace(); failure != 0) return failure;
+  return isFlushed && flushFailure == 0 ? flushFolderOf(path) : flushFailure;
 }
 
 int setBackupAttribute(const std::string& path) {
@@ -155,12 +164,18 @@ bool FilesPosix::remove(const std::string& path, Error* error) {
   return succeeded(failure, path, error, &removeError);
 }
 
-std::optional<std::string> FilesPosix::read(const std::string& path, std::size_t limit) {
-  return isWhole(path) ? readPlainFile(path, limit) : std::nullopt;
+std::optional<std::string> FilesPosix::read(const std::string& path, std::size_t limit,
+                                            Error* error) {
+  errno = EINVAL;
+  std::optional<std::string> content;
+  if (isWhole(path)) content = readPlainFile(path, limit);
+  if (!content) fillError(error, readError(path, errno));
+  return content;
 }
 
-bool FilesPosix::writeAtomically(const std::string& path, std::string_view bytes, Error* error) {
-  const int failure = isWhole(path) ? replaceFile(path, bytes) : EINVAL;
+bool FilesPosix::writeAtomically(const std::string& path, std::string_view bytes,
+                                 Durability durability, Error* error) {
+  const int failure = isWhole(path) ? replaceFile(path, bytes, durability) : EINVAL;
   return succeeded(failure, path, error, &saveError);
 }
 

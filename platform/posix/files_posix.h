@@ -16,8 +16,8 @@ namespace zln {
 // 0700, files 0600.
 class FilesPosix : public Files {
  public:
-  // The provider is asked at every call: the host may name the application late. Without `flush`
-  // the system takes what was written to the disk in its own time.
+  // The provider is asked at every call. Without `flush` the system takes what was written to the
+  // disk in its own time.
   explicit FilesPosix(std::function<std::string()> applicationSupportPath,
                       std::shared_ptr<DelayedFlush> flush = nullptr);
 
@@ -27,8 +27,10 @@ class FilesPosix : public Files {
   void enumerate(const std::string& path,
                  const std::function<void(const std::string& relativePath)>& visit) override;
   bool remove(const std::string& path, Error* error) override;
-  std::optional<std::string> read(const std::string& path, std::size_t limit) override;
-  bool writeAtomically(const std::string& path, std::string_view bytes, Error* error) override;
+  std::optional<std::string> read(const std::string& path, std::size_t limit,
+                                  Error* error) override;
+  bool writeAtomically(const std::string& path, std::string_view bytes, Durability durability,
+                       Error* error) override;
   std::unique_ptr<AtomicFile> atomicFile(const std::string& path,
                                          const std::string& sparePath) override;
   bool excludeFromBackup(const std::string& path, Error* error) override;

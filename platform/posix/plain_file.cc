@@ -25,7 +25,10 @@ FileDescriptor openPlainFile(const std::string& path) {
     // Somebody has the file for himself for a moment.
     file = FileDescriptor(open(path.c_str(), kFlags));
   }
-  if (file && (fstat(file.get(), &facts) != 0 || !S_ISREG(facts.st_mode))) file.close();
+  if (file && (fstat(file.get(), &facts) != 0 || !S_ISREG(facts.st_mode))) {
+    file.close();
+    errno = EISDIR;
+  }
   return file;
 }
 
@@ -35,9 +38,8 @@ std::optional<std::string> readToEnd(int file, std::size_t limit) {
   struct stat facts {};
   if (fstat(file, &facts) != 0) return std::nullopt;
   std::size_t wanted = static_cast<std::size_t>(std::max<off_t>(facts.st_size, 0));
-  if (wanted > limit) return std::nullopt;
   std::string content;
-  while (content.size() <= limit) {
+  while (wanted <= limit && content.size() <= limit) {
     const std::size_t before = content.size();
     wanted = std::min(std::max(wanted, kPieceSize), limit + 1 - before);
     content.resize(before + wanted);
@@ -47,6 +49,7 @@ std::optional<std::string> readToEnd(int file, std::size_t limit) {
     if (count < 0 && errno != EINTR) return std::nullopt;
     wanted = 0;
   }
+  errno = EFBIG;
   return std::nullopt;
 }
 

@@ -8,6 +8,8 @@
 
 namespace zln {
 
+// Each of these sets errno when it fails.
+
 // Opens a regular file for reading; no file when the path leads to anything else. Waits for no
 // other program, but for the moment in which one may replace the content.
 FileDescriptor openPlainFile(const std::string& path);

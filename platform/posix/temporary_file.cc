@@ -12,6 +12,7 @@
 #include <cstddef>
 #include <utility>
 
+#include "platform/path.h"
 #include "platform/posix/open_folder.h"
 
 namespace zln {
@@ -23,8 +24,6 @@ constexpr std::string_view kPrefix = ".zln.dat.nosync.";
 constexpr std::string_view kLetters = "XXXXXX";
 // How often a new file may be lost to somebody who removes left-overs.
 constexpr int kTries = 100;
-
-std::string folderOf(const std::string& path) { return path.substr(0, path.rfind('/') + 1); }
 
 // Fails when the new file has been taken for a left-over before it could be locked. Where the
 // system locks nothing, nothing is taken for a left-over either.
@@ -83,6 +82,8 @@ int TemporaryFile::write(std::string_view bytes) {
   }
   return 0;
 }
+
+int TemporaryFile::flush() { return fsync(file_.get()) == 0 ? 0 : errno; }
 
 int TemporaryFile::putInPlace() {
   // Closing tells what writing has not. The file itself stays open, and so locked, until it lies in

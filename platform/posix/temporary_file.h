@@ -24,6 +24,7 @@ class TemporaryFile {
   // Each is zero, or an errno.
   int create();
   int write(std::string_view bytes);
+  int flush();
   int putInPlace();
 
   // Removes what killed processes have left in the folder of this path.

@@ -11,30 +11,34 @@
 
 namespace zln {
 
-// The store is one property list in the XML form, read at first use and written whole at every
-// change. Of two processes that share it the last writer wins. A file that cannot be understood
-// counts as empty; the next change replaces it. A value that a property list cannot hold is not
-// kept.
+// The store is one property list in the XML form, read at first use and written whole by
+// synchronize(). Of two processes that share it the last writer wins. A file that is no property
+// list counts as empty and is replaced.
+//
+// A file that cannot be read is never replaced: it is read again at every use. Until that succeeds
+// the store has what was set in this process; then that is added to the file's values, without
+// replacing any.
 class UserDefaultsPosix : public UserDefaults {
  public:
   // The path is asked for once, at first use.
   UserDefaultsPosix(Files& files, std::function<std::string()> path);
 
-  std::optional<Value> get(const std::string& key) override;
+  std::optional<Value> get(const std::string& key, Error* error) override;
   void set(const std::string& key, Value value) override;
   bool synchronize() override;
 
  private:
-  void loadOnce();
-  bool save(const std::string& document);
+  bool load(Error* error);
+  bool save();
 
   Files& files_;
   const std::function<std::string()> pathProvider_;
   std::mutex mutex_;
   std::optional<std::string> path_;
   Dictionary values_;
+  bool isLoaded_ = false;
   // Whether the file lacks something that was set.
-  bool unsaved_ = false;
+  bool isUnsaved_ = false;
 };
 
 }  // namespace zln

@@ -260,6 +260,41 @@ TEST_F(ZLNReportingConfigFileTest, AFileOfOneMegabyteIsTakenALargerOneIsNot) {
   }
 }
 
+TEST_F(ZLNReportingConfigFileTest, AFileThatCannotBeReadStaysAndIsReadAtTheNextCheck) {
+  putSettings({{kUpdateInterval, Number::int32(3600)}});
+  const auto before = env.files.contents(kSettingsFile);
+  env.files.failRead(kSettingsFile);
+
+  ZLNReportingConfig& config = begin();
+
+  expectLines({"Config is stale. Updating.", "An error occured writing config",
+               "config params: {\n    ConfigSerializationKeyAppVersion = \"1.2.3\";\n"
+               "    ConfigSerializationKeySDKVersion = \"7.0.0\";\n}"});
+  EXPECT_EQ(86400, config.configUpdateInterval());
+  EXPECT_EQ(before, env.files.contents(kSettingsFile));
+
+  env.files.failRead(kSettingsFile, false);
+  env.app.becomeActive();
+
+  expectLines({"Config is not stale. Update skipped."});
+  EXPECT_EQ(3600, config.configUpdateInterval());
+}
+
+TEST_F(ZLNReportingConfigFileTest, AReplyIsAddedToAFileThatCanBeReadAgain) {
+  putFile({{kUpdateInterval, Number::int32(3600)},
+           {kFailureLimit, Number::int32(5)},
+           {"lastUpdate", Number::float64(1600000000)}});
+  env.files.failRead(kSettingsFile);
+  begin();
+  env.files.failRead(kSettingsFile, false);
+
+  env.http.reply(0, R"({"ConfigSerializationKeyReportTemporaryFailureLimit":7})");
+
+  EXPECT_EQ(Value(Number::int64(3600)), stored(kUpdateInterval));
+  EXPECT_EQ(Value(Number::int64(7)), stored(kFailureLimit));
+  EXPECT_EQ(Value(Number::float64(1700000000)), stored("lastUpdate"));
+}
+
 // Removing.
 
 TEST_F(ZLNReportingConfigFileTest, DeletingRemovesTheFileAndKeepsTheSettings) {

@@ -17,11 +17,11 @@ void FilesContract::makeFolder(const std::string& relativePath) {
 }
 
 void FilesContract::makeFile(const std::string& relativePath, const std::string& bytes) {
-  ASSERT_TRUE(files.writeAtomically(path(relativePath), bytes, nullptr));
+  ASSERT_TRUE(files.writeAtomically(path(relativePath), bytes, Durability::eventual, nullptr));
 }
 
 std::optional<std::string> FilesContract::read(const std::string& relativePath, std::size_t limit) {
-  return files.read(path(relativePath), limit);
+  return files.read(path(relativePath), limit, &error);
 }
 
 std::vector<std::string> FilesContract::visited(const std::string& relativePath) {
@@ -134,7 +134,7 @@ TEST_P(FilesContract, OnlyAFolderHasSomethingToVisit) {
 
 TEST_P(FilesContract, AFileReadsAsItWasWrittenLast) {
   for (const std::string& bytes : {std::string("a long old content"), kAnyBytes, std::string()}) {
-    EXPECT_TRUE(files.writeAtomically(path("file"), bytes, nullptr));
+    EXPECT_TRUE(files.writeAtomically(path("file"), bytes, Durability::eventual, nullptr));
 
     EXPECT_TRUE(files.exists(path("file")));
     EXPECT_EQ(bytes, read("file"));
@@ -143,8 +143,8 @@ TEST_P(FilesContract, AFileReadsAsItWasWrittenLast) {
 }
 
 TEST_P(FilesContract, WritingIntoAMissingFolderFailsAndMakesNone) {
-  EXPECT_FALSE(files.writeAtomically(path("missing/file"), "1", nullptr));
-  EXPECT_FALSE(files.writeAtomically(path("missing/file"), "1", &error));
+  EXPECT_FALSE(files.writeAtomically(path("missing/file"), "1", Durability::eventual, nullptr));
+  EXPECT_FALSE(files.writeAtomically(path("missing/file"), "1", Durability::eventual, &error));
 
   EXPECT_EQ("NSCocoaErrorDomain 4: The folder “missing” doesn’t exist.", errorText());
   EXPECT_FALSE(files.exists(path("missing")));
@@ -154,7 +154,7 @@ TEST_P(FilesContract, WritingInThePlaceOfAFolderFails) {
   makeFolder("above/folder");
   makeFile("above/folder/kept", "1");
 
-  EXPECT_FALSE(files.writeAtomically(path("above/folder"), "2", &error));
+  EXPECT_FALSE(files.writeAtomically(path("above/folder"), "2", Durability::eventual, &error));
 
   EXPECT_EQ("NSCocoaErrorDomain 512: The file “folder” couldn’t be saved in the folder “above”.",
             errorText());
@@ -165,10 +165,18 @@ TEST_P(FilesContract, OnlyAFileUpToTheLimitReads) {
   makeFolder("folder");
   makeFile("file", "1234");
 
-  EXPECT_EQ(std::nullopt, read("missing"));
-  EXPECT_EQ(std::nullopt, read("folder"));
   EXPECT_EQ("1234", read("file", 4));
   EXPECT_EQ(std::nullopt, read("file", 3));
+  EXPECT_EQ("NSCocoaErrorDomain 263: The file “file” couldn’t be opened because it is too large.",
+            errorText());
+  EXPECT_EQ(std::nullopt, read("folder"));
+  EXPECT_EQ("NSCocoaErrorDomain 256: The file “folder” couldn’t be opened.", errorText());
+  EXPECT_FALSE(isFileMissing(error));
+  EXPECT_EQ(std::nullopt, read("missing"));
+  EXPECT_EQ(
+      "NSCocoaErrorDomain 260: The file “missing” couldn’t be opened because there is no such file.",
+      errorText());
+  EXPECT_TRUE(isFileMissing(error));
 }
 
 // Removing, and the mark for backups.

@@ -73,7 +73,7 @@ TEST_P(LogSinkContract, LinesOfSeveralThreadsAllComeOut) {
 }
 
 TEST_P(UserDefaultsContract, AKeyThatWasNeverSetIsAbsent) {
-  EXPECT_EQ(std::nullopt, machine->defaults().get("key"));
+  EXPECT_EQ(std::nullopt, machine->defaults().get("key", nullptr));
 }
 
 TEST_P(UserDefaultsContract, TheValueSetLastIsReadByAllThreadsAtOnce) {
@@ -82,28 +82,26 @@ TEST_P(UserDefaultsContract, TheValueSetLastIsReadByAllThreadsAtOnce) {
   machine->defaults().set("key", Number::int64(7));
   std::optional<Value> seen;
 
-  std::thread([&] { seen = machine->defaults().get("key"); }).join();
+  std::thread([&] { seen = machine->defaults().get("key", nullptr); }).join();
 
   EXPECT_EQ(Value(Number::int64(7)), seen);
-  EXPECT_EQ(Value(Number::int64(7)), machine->defaults().get("key"));
-  EXPECT_EQ(Value("1"), machine->defaults().get("other"));
+  EXPECT_EQ(Value(Number::int64(7)), machine->defaults().get("key", nullptr));
+  EXPECT_EQ(Value("1"), machine->defaults().get("other", nullptr));
 }
 
 TEST_P(UserDefaultsContract, TheNextProcessReadsWhatWasSetAndKeepsWhatItDoesNotReplace) {
   machine->defaults().set("kept", "grüße <&>");
+  EXPECT_TRUE(machine->defaults().synchronize());
   machine->restart();
   machine->defaults().set("new", "2");
+  EXPECT_TRUE(machine->defaults().synchronize());
   machine->restart();
 
-  EXPECT_EQ(Value("grüße <&>"), machine->defaults().get("kept"));
-  EXPECT_EQ(Value("2"), machine->defaults().get("new"));
+  EXPECT_EQ(Value("grüße <&>"), machine->defaults().get("kept", nullptr));
+  EXPECT_EQ(Value("2"), machine->defaults().get("new", nullptr));
 }
 
-TEST_P(UserDefaultsContract, SynchronizingSucceedsWithNothingSetAndAfterASet) {
-  EXPECT_TRUE(machine->defaults().synchronize());
-
-  machine->defaults().set("key", "text");
-
+TEST_P(UserDefaultsContract, SynchronizingSucceedsWithNothingSet) {
   EXPECT_TRUE(machine->defaults().synchronize());
 }
 

@@ -214,7 +214,7 @@ UserDefaultsPosix defaultsIn(FakeFiles& files) {
 void checkThatAChangeKeepsTheRest(FakeFiles& files, const Dictionary& entries) {
   UserDefaultsPosix defaults = defaultsIn(files);
   for (const auto& [key, value] : entries.entries()) {
-    const std::optional<Value> got = defaults.get(key);
+    const std::optional<Value> got = defaults.get(key, nullptr);
     require(got && isSame(*got, value), "every entry is there", key);
   }
   defaults.set("the library's", "own");
@@ -233,7 +233,7 @@ void useAsDefaults(const std::string& bytes, const Value* root) {
   host.env.files.put("/config/game.plist", bytes);
   UserDefaultsPosix defaults = defaultsIn(host.env.files);
   for (const char* key : {"com.zelnor.sessionUserId", "com.zelnor.firstSessionSent"}) {
-    if (const auto value = defaults.get(key)) host.env.defaults.set(key, *value);
+    if (const auto value = defaults.get(key, nullptr)) host.env.defaults.set(key, *value);
   }
   checkThatAChangeKeepsTheRest(host.env.files, entries == nullptr ? Dictionary() : *entries);
 

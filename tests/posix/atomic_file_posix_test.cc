@@ -352,7 +352,7 @@ TEST_F(AtomicFilePosixReaderTest, AReaderSeesWholeContentsWhileTheyAreReplaced) 
 }
 
 TEST_F(AtomicFilePosixReaderTest, AReaderOfTheLibraryMissesNoContentWhileTheyAreReplaced) {
-  expectWholeContents([this] { return files.read(path(kFile), kLimit); });
+  expectWholeContents([this] { return files.read(path(kFile), kLimit, nullptr); });
 }
 
 TEST_F(AtomicFilePosixReaderTest, TheNextProcessIsOfferedAWholeContentWhileTheyAreReplaced) {
@@ -372,7 +372,7 @@ TEST_F(AtomicFilePosixTest, AReaderOfTheLibraryWaitsForAWriterThatHasTheFileForI
   ASSERT_EQ(0, fcntl(writer.get(), F_SETLEASE, F_WRLCK));
   std::optional<std::string> read;
 
-  std::thread reader([&] { read = files.read(path(kFile), kLimit); });
+  std::thread reader([&] { read = files.read(path(kFile), kLimit, nullptr); });
   while (fcntl(writer.get(), F_GETLEASE) == F_WRLCK) std::this_thread::yield();
   fcntl(writer.get(), F_SETLEASE, F_UNLCK);
   reader.join();
@@ -490,7 +490,8 @@ TEST_F(AtomicFilePosixTest, AFileThatAnotherTookThePlaceOfIsReplacedWhole) {
     const auto file = openFile();
     offeredAndDeclined(*file);
     replaceSome(*file);
-    ASSERT_TRUE(files.writeAtomically(path(name), "a strange content that is long", nullptr));
+    ASSERT_TRUE(files.writeAtomically(path(name), "a strange content that is long",
+                                      Durability::eventual, nullptr));
 
     replaceFurther(*file);
   }

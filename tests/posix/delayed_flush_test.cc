@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <chrono>
 #include <cstddef>
+#include <filesystem>
 #include <functional>
 #include <memory>
 #include <string>
@@ -14,19 +15,21 @@
 #include <utility>
 #include <vector>
 
+#include "tests/posix/flushed_files.h"
 #include "tests/support/temporary_folder.h"
 
-namespace {
+namespace zln {
 
-// The files that were flushed, in this order, and whether flushing fails.
-std::vector<int> flushedFiles;
+std::vector<std::string> flushedFiles;
 bool isDiskBroken = false;
 
-}  // namespace
+}  // namespace zln
 
-// Stands in for the system's in all of this program, where nothing has to outlive a power cut.
+using zln::isDiskBroken;
+
 extern "C" int fsync(int file) {
-  flushedFiles.push_back(file);
+  const std::string link = "/proc/self/fd/" + std::to_string(file);
+  zln::flushedFiles.push_back(std::filesystem::read_symlink(link));
   if (isDiskBroken) errno = EIO;
   return isDiskBroken ? -1 : 0;
 }
@@ -48,9 +51,11 @@ class DelayedFlushTest : public testing::Test {
     isDiskBroken = false;
   }
 
+  std::string path(const std::string& name) const { return folder.path() + "/" + name; }
+
   File openFile(const std::string& name) {
-    const std::string path = folder.path() + "/" + name;
-    return std::make_shared<FileDescriptor>(open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
+    return std::make_shared<FileDescriptor>(
+        open(path(name).c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
   }
 
   // Runs what waits, oldest first.
@@ -84,13 +89,12 @@ TEST_F(DelayedFlushTest, AllWritesUntilTheTaskRunsHaveOneTaskWait) {
     EXPECT_EQ(0u, tasks.size());
   }
 
-  EXPECT_EQ(std::vector<int>(3, file->get()), flushedFiles);
+  EXPECT_THAT(flushedFiles, ElementsAre(path("file"), path("file"), path("file")));
 }
 
 TEST_F(DelayedFlushTest, OnlyTheNewestFileStaysOpenAndIsFlushed) {
   File older = openFile("older");
   File newer = openFile("newer");
-  const int newest = newer->get();
   const std::weak_ptr<FileDescriptor> watchedOlder = older;
   const std::weak_ptr<FileDescriptor> watchedNewer = newer;
   flush->wrote(std::exchange(older, nullptr));
@@ -102,7 +106,7 @@ TEST_F(DelayedFlushTest, OnlyTheNewestFileStaysOpenAndIsFlushed) {
   runTasks();
 
   EXPECT_TRUE(watchedNewer.expired());
-  EXPECT_THAT(flushedFiles, ElementsAre(newest));
+  EXPECT_THAT(flushedFiles, ElementsAre(path("newer")));
 }
 
 TEST_F(DelayedFlushTest, TheTaskKeepsTheFlushAlive) {
@@ -124,13 +128,13 @@ TEST_F(DelayedFlushTest, AFlushThatFailsIsNotTriedAgainUntilTheNextWrite) {
   flush->wrote(file);
   runTasks();
   runTasks();
-  EXPECT_THAT(flushedFiles, ElementsAre(file->get()));
+  EXPECT_THAT(flushedFiles, ElementsAre(path("file")));
   isDiskBroken = false;
 
   flush->wrote(file);
   runTasks();
 
-  EXPECT_THAT(flushedFiles, ElementsAre(file->get(), file->get()));
+  EXPECT_THAT(flushedFiles, ElementsAre(path("file"), path("file")));
 }
 
 TEST_F(DelayedFlushTest, AThreadThatMayWaitFlushesItselfWhenTheWritingDoesNotEnd) {
@@ -140,9 +144,9 @@ TEST_F(DelayedFlushTest, AThreadThatMayWaitFlushesItselfWhenTheWritingDoesNotEnd
 
   flush->wrote(file);
 
-  EXPECT_THAT(flushedFiles, ElementsAre(file->get()));
+  EXPECT_THAT(flushedFiles, ElementsAre(path("file")));
   runTasks();
-  EXPECT_THAT(flushedFiles, ElementsAre(file->get()));
+  EXPECT_THAT(flushedFiles, ElementsAre(path("file")));
 }
 
 TEST_F(DelayedFlushTest, AThreadFlushesNeitherWhenItMayNotWaitNorEarly) {

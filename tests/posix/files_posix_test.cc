@@ -19,6 +19,7 @@
 #include <utility>
 #include <vector>
 
+#include "tests/posix/flushed_files.h"
 #include "tests/posix/folder_fixture.h"
 
 namespace zln {
@@ -84,7 +85,7 @@ TEST_F(FilesPosixTest, NewFoldersAndWrittenFilesBelongToTheUserAloneAndOldFolder
 
   EXPECT_TRUE(files.createDirectory(path("a/b"), nullptr));
   EXPECT_TRUE(files.createDirectory(path("old"), nullptr));
-  EXPECT_TRUE(files.writeAtomically(path("file"), "1", nullptr));
+  EXPECT_TRUE(files.writeAtomically(path("file"), "1", Durability::eventual, nullptr));
 
   EXPECT_EQ(0700u, mode("a"));
   EXPECT_EQ(0700u, mode("a/b"));
@@ -112,9 +113,9 @@ TEST_F(FilesPosixTest, NoFolderIsMadeWhereALinkLeadsNowhereOrThePathIsEmpty) {
 TEST_F(FilesPosixTest, WritingReplacesALinkAndNotItsTarget) {
   put("target", "kept");
   makeLink("target", "link");
-  EXPECT_EQ("kept", files.read(path("link"), kReadLimit));
+  EXPECT_EQ("kept", files.read(path("link"), kReadLimit, nullptr));
 
-  EXPECT_TRUE(files.writeAtomically(path("link"), "new", nullptr));
+  EXPECT_TRUE(files.writeAtomically(path("link"), "new", Durability::eventual, nullptr));
 
   EXPECT_EQ("kept", contents("target"));
   EXPECT_EQ("new", contents("link"));
@@ -124,7 +125,7 @@ TEST_F(FilesPosixTest, AFileIsWrittenBesideItsPlaceUnderAHiddenNameAndMovedThere
   const int changes = inotify_init1(IN_CLOEXEC | IN_NONBLOCK);
   ASSERT_LE(0, inotify_add_watch(changes, folder.path().c_str(), IN_CREATE | IN_MOVE));
 
-  ASSERT_TRUE(files.writeAtomically(path("file"), "1", nullptr));
+  ASSERT_TRUE(files.writeAtomically(path("file"), "1", Durability::eventual, nullptr));
 
   const auto events = eventsOf(changes);
   const auto hidden = MatchesRegex("\\.zln\\.dat\\.nosync\\.[A-Za-z0-9]{6}");
@@ -136,11 +137,11 @@ TEST_F(FilesPosixTest, AFileIsWrittenBesideItsPlaceUnderAHiddenNameAndMovedThere
 TEST_F(FilesPosixTest, ReadersSeeWholeContentsWhileSeveralWrite) {
   const std::string ones(200'000, '1');
   const std::string twos(300'000, '2');
-  ASSERT_TRUE(files.writeAtomically(path("file"), ones, nullptr));
+  ASSERT_TRUE(files.writeAtomically(path("file"), ones, Durability::eventual, nullptr));
   std::atomic<int> failures{0};
   const auto writeMany = [&](const std::string& bytes) {
     for (int round = 0; round < 50; ++round) {
-      if (!files.writeAtomically(path("file"), bytes, nullptr)) ++failures;
+      if (!files.writeAtomically(path("file"), bytes, Durability::eventual, nullptr)) ++failures;
     }
   };
   std::thread first(writeMany, ones);
@@ -148,7 +149,7 @@ TEST_F(FilesPosixTest, ReadersSeeWholeContentsWhileSeveralWrite) {
 
   int mixed = 0;
   for (int round = 0; round < 100; ++round) {
-    const auto content = files.read(path("file"), kReadLimit);
+    const auto content = files.read(path("file"), kReadLimit, nullptr);
     if (content != ones && content != twos) ++mixed;
   }
   first.join();
@@ -162,7 +163,7 @@ TEST_F(FilesPosixTest, ReadersSeeWholeContentsWhileSeveralWrite) {
 TEST_F(FilesPosixTest, APipeDoesNotBlockTheReader) {
   ASSERT_EQ(0, mkfifo(path("pipe").c_str(), 0600));
 
-  EXPECT_EQ(std::nullopt, files.read(path("pipe"), kReadLimit));
+  EXPECT_EQ(std::nullopt, files.read(path("pipe"), kReadLimit, nullptr));
   EXPECT_THAT(visited(folder.path()), ElementsAre("pipe"));
   EXPECT_TRUE(files.remove(path("pipe"), nullptr));
 
@@ -170,9 +171,10 @@ TEST_F(FilesPosixTest, APipeDoesNotBlockTheReader) {
 }
 
 TEST_F(FilesPosixTest, ADeviceDoesNotReadAndAFileThatDoesNotKnowItsSizeDoes) {
-  EXPECT_EQ(std::nullopt, files.read("/dev/zero", kReadLimit));
-  EXPECT_THAT(files.read("/proc/self/status", kReadLimit), testing::Optional(StartsWith("Name:")));
-  EXPECT_EQ(std::nullopt, files.read("/proc/self/status", 4));
+  EXPECT_EQ(std::nullopt, files.read("/dev/zero", kReadLimit, nullptr));
+  EXPECT_THAT(files.read("/proc/self/status", kReadLimit, nullptr),
+              testing::Optional(StartsWith("Name:")));
+  EXPECT_EQ(std::nullopt, files.read("/proc/self/status", 4, nullptr));
 }
 
 TEST_F(FilesPosixTest, LinksAreVisitedAndNotFollowed) {
@@ -227,10 +229,10 @@ TEST_F(FilesPosixTest, NoOperationLeavesAFileOpen) {
   const std::size_t before = openDescriptors();
 
   files.createDirectory(path("a/b"), nullptr);
-  files.writeAtomically(path("a/b/file"), "1", nullptr);
-  files.writeAtomically(path("a/b"), "1", nullptr);
-  files.read(path("a/b/file"), kReadLimit);
-  files.read(path("a/b"), kReadLimit);
+  files.writeAtomically(path("a/b/file"), "1", Durability::eventual, nullptr);
+  files.writeAtomically(path("a/b"), "1", Durability::eventual, nullptr);
+  files.read(path("a/b/file"), kReadLimit, nullptr);
+  files.read(path("a/b"), kReadLimit, nullptr);
   visited(folder.path());
   files.excludeFromBackup(path("a"), nullptr);
   files.remove(path("a"), nullptr);
@@ -253,8 +255,8 @@ TEST_F(FilesPosixTest, APathWithAZeroByteOrThatIsTooLongLeadsNowhere) {
   for (const std::string& broken :
        {path("file") + std::string("\0/x", 3), path(std::string(300, 'x'))}) {
     EXPECT_FALSE(files.exists(broken));
-    EXPECT_EQ(std::nullopt, files.read(broken, kReadLimit));
-    EXPECT_FALSE(files.writeAtomically(broken, "2", nullptr));
+    EXPECT_EQ(std::nullopt, files.read(broken, kReadLimit, nullptr));
+    EXPECT_FALSE(files.writeAtomically(broken, "2", Durability::eventual, nullptr));
     EXPECT_FALSE(files.atomicFile(broken, path("spare"))->replace("2", {}, nullptr));
     EXPECT_FALSE(files.createDirectory(broken, nullptr));
     EXPECT_FALSE(files.excludeFromBackup(broken, nullptr));
@@ -262,6 +264,50 @@ TEST_F(FilesPosixTest, APathWithAZeroByteOrThatIsTooLongLeadsNowhere) {
     EXPECT_EQ("1", contents("file"));
   }
   EXPECT_THAT(visited(folder.path() + std::string("\0", 1)), IsEmpty());
+}
+
+TEST_F(FilesPosixTest, AFileThatIsNotThereIsToldFromOneThatCannotBeRead) {
+  put("file", "1234");
+  put("secret", "1", 0000);
+  ASSERT_EQ(0, chmod(folder.path().c_str(), 0711));
+  makeLink("loop", "loop");
+  const auto codeOf = [this](const std::string& item, std::size_t limit = kReadLimit) {
+    Error error;
+    EXPECT_EQ(std::nullopt, files.read(path(item), limit, &error)) << item;
+    EXPECT_EQ("NSCocoaErrorDomain", error.domain);
+    return error.code;
+  };
+
+  EXPECT_EQ(260, codeOf("missing"));
+  EXPECT_EQ(260, codeOf("missing/file"));
+  EXPECT_EQ(260, codeOf("file/below"));
+  EXPECT_EQ(263, codeOf("file", 3));
+  EXPECT_EQ(256, codeOf(""));
+  EXPECT_EQ(256, codeOf("loop"));
+  {
+    const OrdinaryUser user;
+    EXPECT_EQ(257, codeOf("secret"));
+  }
+  const NoMoreDescriptors none;
+  EXPECT_EQ(256, codeOf("file"));
+}
+
+// The file before it has its name, so that the name never leads to a file without its bytes.
+TEST_F(FilesPosixTest, ADurableWriteFlushesTheFileThenItsFolder) {
+  flushedFiles.clear();
+
+  EXPECT_TRUE(files.writeAtomically(path("file"), "1", Durability::immediate, nullptr));
+  EXPECT_TRUE(files.writeAtomically(path("other"), "1", Durability::eventual, nullptr));
+
+  EXPECT_THAT(flushedFiles, ElementsAre(StartsWith(path(".zln.dat.nosync.")), folder.path()));
+}
+
+TEST_F(FilesPosixTest, AFileIsInItsPlaceAlsoWhenTheDiskDoesNotConfirmIt) {
+  isDiskBroken = true;
+  EXPECT_FALSE(files.writeAtomically(path("file"), "1", Durability::immediate, nullptr));
+  isDiskBroken = false;
+
+  EXPECT_EQ("1", contents("file"));
 }
 
 TEST_F(FilesPosixTest, AnErrorNamesItemAndReason) {
@@ -272,7 +318,7 @@ TEST_F(FilesPosixTest, AnErrorNamesItemAndReason) {
   Error ofWrite;
 
   EXPECT_FALSE(files.remove(path("reportingreports.json"), &ofRemoval));
-  EXPECT_FALSE(files.writeAtomically(path("missing/file"), "1", &ofWrite));
+  EXPECT_FALSE(files.writeAtomically(path("missing/file"), "1", Durability::eventual, &ofWrite));
 
   EXPECT_THAT(ofRemoval.userInfo, ElementsAre(Pair("NSUserStringVariant", "(\n    Remove\n)"),
                                               Pair("NSFilePath", path("reportingreports.json")),
@@ -310,8 +356,9 @@ class FilesPosixPermissionTest : public FilesPosixTest {
 };
 
 TEST_F(FilesPosixPermissionTest, NothingChangesInAFolderOfAnotherUser) {
-  expectNotPermitted(
-      [this](Error* error) { return files.writeAtomically(path("locked/file"), "new", error); });
+  expectNotPermitted([this](Error* error) {
+    return files.writeAtomically(path("locked/file"), "new", Durability::eventual, error);
+  });
   expectNotPermitted([this](Error* error) { return files.remove(path("locked/file"), error); });
   expectNotPermitted(
       [this](Error* error) { return files.createDirectory(path("locked/a/b"), error); });

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/types.h>
 
@@ -26,6 +27,20 @@ inline std::vector<std::string> namesIn(const std::string& folderPath) {
 
 // The descriptors of this process.
 inline std::size_t openDescriptors() { return namesIn("/proc/self/fd").size(); }
+
+// While one of these exists, this process can open nothing.
+class NoMoreDescriptors {
+ public:
+  NoMoreDescriptors() {
+    getrlimit(RLIMIT_NOFILE, &before_);
+    const rlimit none{0, before_.rlim_max};
+    setrlimit(RLIMIT_NOFILE, &none);
+  }
+  ~NoMoreDescriptors() { setrlimit(RLIMIT_NOFILE, &before_); }
+
+ private:
+  rlimit before_{};
+};
 
 // A folder in which a test looks at what the port does with files. Paths are relative to it. The
 // file creation mask withholds nothing, so the port alone decides who may use what it makes.

@@ -70,7 +70,7 @@ TEST_F(TemporaryFileTest, OneThatCannotBePutInPlaceGoes) {
 }
 
 TEST_F(TemporaryFileTest, OnceInPlaceTheFileIsLockedByNobody) {
-  ASSERT_TRUE(files.writeAtomically(path("file"), "1", nullptr));
+  ASSERT_TRUE(files.writeAtomically(path("file"), "1", Durability::eventual, nullptr));
 
   const FileDescriptor other(open(path("file").c_str(), O_RDWR | O_CLOEXEC));
 
@@ -84,7 +84,7 @@ TEST_F(TemporaryFileTest, WhatKilledProcessesLeaveGoesWithTheNextWriteInTheFolde
   for (const pid_t writer : writers) kill(writer);
   ASSERT_THAT(names(), SizeIs(2));
 
-  EXPECT_TRUE(files.writeAtomically(path("other"), "1", nullptr));
+  EXPECT_TRUE(files.writeAtomically(path("other"), "1", Durability::eventual, nullptr));
 
   EXPECT_THAT(names(), ElementsAre("other"));
 }
@@ -94,7 +94,7 @@ TEST_F(TemporaryFileTest, WhatAProcessIsStillWritingStays) {
   const std::vector<std::string> written = names();
   ASSERT_THAT(written, SizeIs(1));
 
-  EXPECT_TRUE(files.writeAtomically(path("file"), "1", nullptr));
+  EXPECT_TRUE(files.writeAtomically(path("file"), "1", Durability::eventual, nullptr));
 
   EXPECT_THAT(names(), UnorderedElementsAre("file", written[0]));
   EXPECT_EQ("half of the con", contents(written[0]));
@@ -113,7 +113,7 @@ TEST_F(TemporaryFileTest, LeftOversGoBeforeTheWriteThatNeedsTheirRoom) {
   put(kLeftOver, "half of the con");
 
   makeFolder("folder");
-  EXPECT_FALSE(files.writeAtomically(path("folder"), "1", nullptr));
+  EXPECT_FALSE(files.writeAtomically(path("folder"), "1", Durability::eventual, nullptr));
 
   EXPECT_THAT(names(), ElementsAre("folder"));
 }
@@ -155,7 +155,7 @@ TEST_F(TemporaryFileTest, NoWriteFailsWhileOthersRemoveLeftOvers) {
   int wrong = 0;
   for (int round = 0; round < 60; ++round) {
     const std::string content = std::to_string(round);
-    if (!files.writeAtomically(path("file"), content, nullptr)) ++failures;
+    if (!files.writeAtomically(path("file"), content, Durability::eventual, nullptr)) ++failures;
     if (contents("file") != content) ++wrong;
   }
   isOver = true;

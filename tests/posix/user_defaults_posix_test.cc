@@ -1,5 +1,6 @@
 #include "platform/posix/user_defaults_posix.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <optional>
@@ -8,19 +9,21 @@
 #include <vector>
 
 #include "testkit/fake_files.h"
+#include "tests/posix/flushed_files.h"
+#include "tests/posix/folder_fixture.h"
 
 namespace zln {
 namespace {
 
 constexpr char kPath[] = "/config/com.example.game.plist";
-constexpr char kDocumentHead[] =
-    "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
-    "<!DOCTYPE plist PUBLIC \"-//Apple//DTD PLIST 1.0//EN\" "
-    "\"http://www.apple.com/DTDs/PropertyList-1.0.dtd\">\n"
-    "<plist version=\"1.0\">\n";
-constexpr char kDocumentTail[] = "</plist>\n";
 
-std::string document(const std::string& root) { return kDocumentHead + root + kDocumentTail; }
+std::string document(const std::string& root) {
+  return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
+         "<!DOCTYPE plist PUBLIC \"-//Apple//DTD PLIST 1.0//EN\" "
+         "\"http://www.apple.com/DTDs/PropertyList-1.0.dtd\">\n"
+         "<plist version=\"1.0\">\n" +
+         root + "</plist>\n";
+}
 
 const std::string kKeyIsText =
     document("<dict>\n\t<key>key</key>\n\t<string>text</string>\n</dict>\n");
@@ -31,36 +34,26 @@ class UserDefaultsPosixTest : public testing::Test {
   UserDefaultsPosix defaults{files, [] { return std::string(kPath); }};
 };
 
-TEST_F(UserDefaultsPosixTest, AFileOfMoreThanOneMegabyteCountsAsEmpty) {
-  const std::string bytes = document("<dict><key>a</key><string>1</string></dict>\n");
-  UserDefaultsPosix others{files, [] { return std::string("/larger"); }};
-
-  files.put(kPath, bytes + std::string(1048576 - bytes.size(), '\n'));
-  files.put("/larger", bytes + std::string(1048577 - bytes.size(), '\n'));
-
-  EXPECT_EQ(Value("1"), defaults.get("a"));
-  EXPECT_EQ(std::nullopt, others.get("a"));
-}
-
-TEST_F(UserDefaultsPosixTest, OnlyASetMakesTheFileAndOnlyOnce) {
-  defaults.get("key");
+TEST_F(UserDefaultsPosixTest, OnlySynchronizingAChangeMakesTheFile) {
+  defaults.get("key", nullptr);
   defaults.synchronize();
+  defaults.set("key", "text");
   EXPECT_FALSE(files.exists("/config"));
 
-  defaults.set("key", "text");
-  EXPECT_EQ(kKeyIsText, files.contents(kPath));
-  defaults.synchronize();
+  EXPECT_TRUE(defaults.synchronize());
+  EXPECT_TRUE(defaults.synchronize());
 
+  EXPECT_EQ(kKeyIsText, files.contents(kPath));
   EXPECT_EQ(1u, files.writeCount(kPath));
 }
 
 TEST_F(UserDefaultsPosixTest, TheFileIsReadAtFirstUseAndNotAgain) {
   files.put(kPath, document("<dict>\n<key>key</key><string>first</string>\n</dict>\n"));
-  const auto first = defaults.get("key");
+  const auto first = defaults.get("key", nullptr);
   files.put(kPath, document("<dict>\n<key>key</key><string>second</string>\n</dict>\n"));
 
   EXPECT_EQ(Value("first"), first);
-  EXPECT_EQ(Value("first"), defaults.get("key"));
+  EXPECT_EQ(Value("first"), defaults.get("key", nullptr));
 }
 
 TEST_F(UserDefaultsPosixTest, ThePathIsAskedForOnce) {
@@ -71,7 +64,7 @@ TEST_F(UserDefaultsPosixTest, ThePathIsAskedForOnce) {
   });
   EXPECT_EQ(0, asked);
 
-  counted.get("key");
+  counted.get("key", nullptr);
   counted.set("key", "text");
 
   EXPECT_EQ(1, asked);
@@ -81,22 +74,24 @@ TEST_F(UserDefaultsPosixTest, ValuesOfOthersInTheFileAreKept) {
   files.put(kPath, document("<dict><key>other</key><integer>7</integer></dict>"));
 
   defaults.set("key", "text");
+  defaults.synchronize();
 
   EXPECT_EQ(document("<dict>\n\t<key>key</key>\n\t<string>text</string>\n"
                      "\t<key>other</key>\n\t<integer>7</integer>\n</dict>\n"),
             files.contents(kPath));
 }
 
-TEST_F(UserDefaultsPosixTest, ABrokenFileCountsAsEmptyAndIsReplacedByTheNextSet) {
+TEST_F(UserDefaultsPosixTest, ABrokenFileCountsAsEmptyAndIsReplaced) {
   for (const char* broken :
        {"", "no property list", "<plist version=\"1.0\"><dict><key>key</key></dict>",
         "<plist version=\"1.0\"><string>key</string></plist>"}) {
     files.put(kPath, broken);
     UserDefaultsPosix next{files, [] { return std::string(kPath); }};
 
-    EXPECT_EQ(std::nullopt, next.get("key")) << broken;
+    EXPECT_EQ(std::nullopt, next.get("key", nullptr)) << broken;
     EXPECT_EQ(broken, files.contents(kPath));
     next.set("key", "text");
+    EXPECT_TRUE(next.synchronize());
     EXPECT_EQ(kKeyIsText, files.contents(kPath));
   }
 }
@@ -105,7 +100,6 @@ TEST_F(UserDefaultsPosixTest, SynchronizingWritesWhatCouldNotBeWrittenBefore) {
   files.failWrites();
   defaults.set("key", "text");
 
-  EXPECT_EQ(Value("text"), defaults.get("key"));
   EXPECT_FALSE(defaults.synchronize());
   files.failWrites(false);
   EXPECT_TRUE(defaults.synchronize());
@@ -113,40 +107,93 @@ TEST_F(UserDefaultsPosixTest, SynchronizingWritesWhatCouldNotBeWrittenBefore) {
   EXPECT_EQ(kKeyIsText, files.contents(kPath));
 }
 
-TEST_F(UserDefaultsPosixTest, ALaterSetWritesWhatAnEarlierOneCouldNot) {
-  files.failWrites();
-  defaults.set("one", "1");
-  files.failWrites(false);
+TEST_F(UserDefaultsPosixTest, AFileThatCannotBeReadStaysAndItsValuesCountOnceItCan) {
+  const std::string stored =
+      document("<dict>\n\t<key>key</key>\n\t<string>stored</string>\n</dict>\n");
+  files.put(kPath, stored);
+  files.failRead(kPath);
+  Error error;
 
-  defaults.set("two", "2");
+  EXPECT_EQ(std::nullopt, defaults.get("key", &error));
+  EXPECT_EQ(
+      "The file “com.example.game.plist” couldn’t be opened because you don’t have "
+      "permission to view it.",
+      error.localizedDescription);
+  defaults.set("key", "text");
+  defaults.set("new", "2");
+  EXPECT_EQ(Value("text"), defaults.get("key", nullptr));
+  EXPECT_FALSE(defaults.synchronize());
+  EXPECT_EQ(stored, files.contents(kPath));
 
+  files.failRead(kPath, false);
+  Error none;
+  EXPECT_EQ(Value("stored"), defaults.get("key", &none));
+  EXPECT_EQ(Error(), none);
+  EXPECT_EQ(Value("2"), defaults.get("new", nullptr));
   EXPECT_TRUE(defaults.synchronize());
-  EXPECT_EQ(document("<dict>\n\t<key>one</key>\n\t<string>1</string>\n"
-                     "\t<key>two</key>\n\t<string>2</string>\n</dict>\n"),
+  EXPECT_EQ(document("<dict>\n\t<key>key</key>\n\t<string>stored</string>\n"
+                     "\t<key>new</key>\n\t<string>2</string>\n</dict>\n"),
             files.contents(kPath));
 }
 
-TEST_F(UserDefaultsPosixTest, AValueThatAPropertyListCannotHoldIsNotKept) {
-  defaults.set("key", "text");
+TEST_F(UserDefaultsPosixTest, AFileOfMoreThanOneMegabyteCannotBeRead) {
+  const std::string bytes = document("<dict><key>a</key><string>1</string></dict>\n");
+  UserDefaultsPosix others{files, [] { return std::string("/larger"); }};
+  Error error;
 
-  defaults.set("key", Null{});
+  files.put(kPath, bytes + std::string(1048576 - bytes.size(), '\n'));
+  files.put("/larger", bytes + std::string(1048577 - bytes.size(), '\n'));
 
-  EXPECT_EQ(Value("text"), defaults.get("key"));
-  EXPECT_TRUE(defaults.synchronize());
+  EXPECT_EQ(Value("1"), defaults.get("a", nullptr));
+  EXPECT_EQ(std::nullopt, others.get("a", &error));
+  EXPECT_EQ(263, error.code);
 }
 
 TEST_F(UserDefaultsPosixTest, ValuesThatSeveralThreadsSetAreAllKept) {
   std::vector<std::thread> threads;
   for (const char* key : {"a", "b", "c", "d"}) {
     threads.emplace_back([this, key] {
-      for (int round = 0; round < 20; ++round) defaults.set(key, Number::int32(round));
+      for (int round = 0; round < 20; ++round) {
+        defaults.set(key, Number::int32(round));
+        defaults.synchronize();
+      }
     });
   }
   for (auto& thread : threads) thread.join();
 
+  UserDefaultsPosix next{files, [] { return std::string(kPath); }};
   for (const char* key : {"a", "b", "c", "d"}) {
-    EXPECT_EQ(Value(Number::int32(19)), defaults.get(key)) << key;
+    EXPECT_EQ(Value(Number::int64(19)), next.get(key, nullptr)) << key;
   }
+}
+
+class UserDefaultsOnDiskTest : public FolderTest {};
+
+TEST_F(UserDefaultsOnDiskTest, ADescriptorShortageCostsNoStoredValue) {
+  put("game.plist", document("<dict><key>key</key><string>stored</string></dict>"));
+  UserDefaultsPosix defaults{files, [this] { return path("game.plist"); }};
+  {
+    const NoMoreDescriptors none;
+    EXPECT_EQ(std::nullopt, defaults.get("key", nullptr));
+    defaults.set("key", "fresh");
+  }
+
+  EXPECT_TRUE(defaults.synchronize());
+
+  EXPECT_EQ(Value("stored"), defaults.get("key", nullptr));
+  EXPECT_EQ(document("<dict>\n\t<key>key</key>\n\t<string>stored</string>\n</dict>\n"),
+            contents("game.plist"));
+}
+
+TEST_F(UserDefaultsOnDiskTest, WhatIsSynchronizedIsOnTheDisk) {
+  UserDefaultsPosix defaults{files, [this] { return path("game.plist"); }};
+  flushedFiles.clear();
+
+  defaults.set("key", "text");
+  EXPECT_THAT(flushedFiles, testing::IsEmpty());
+  defaults.synchronize();
+
+  EXPECT_THAT(flushedFiles, testing::SizeIs(2));
 }
 
 }  // namespace

@@ -51,7 +51,7 @@ TEST_F(ZLNReportBaseTest, TheFirstReportBringsTheSessionManagerAndAnIdentifierTo
   const auto report = ZLNReportBase::initWithURLString(kUrl);
 
   EXPECT_EQ(Value("00000000-0000-4000-8000-000000000001"), report->userId());
-  EXPECT_EQ(Value("00000000-0000-4000-8000-000000000001"), env.defaults.get(kUserIdKey));
+  EXPECT_EQ(Value("00000000-0000-4000-8000-000000000001"), env.defaults.get(kUserIdKey, nullptr));
   EXPECT_EQ(1u, env.dispatch.mainCount());
 }
 

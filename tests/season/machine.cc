@@ -1,5 +1,6 @@
 #include "tests/season/machine.h"
 
+#include <cerrno>
 #include <charconv>
 #include <utility>
 
@@ -133,15 +134,20 @@ class Machine::Layer : public Clock,
            machine_.files.remove(path, error);
   }
 
-  std::optional<std::string> read(const std::string& path, std::size_t limit) override {
-    if (!machine_.power.spend() || machine_.faults.reads) return std::nullopt;
-    return machine_.files.read(path, limit);
+  std::optional<std::string> read(const std::string& path, std::size_t limit,
+                                  Error* error) override {
+    if (!machine_.power.spend() || machine_.faults.reads) {
+      fillError(error, {kPosixErrorDomain, EMFILE, {}, {}});
+      return std::nullopt;
+    }
+    return machine_.files.read(path, limit, error);
   }
 
-  bool writeAtomically(const std::string& path, std::string_view bytes, Error* error) override {
+  bool writeAtomically(const std::string& path, std::string_view bytes, Durability durability,
+                       Error* error) override {
     if (!machine_.power.spend()) return false;
-    const bool written =
-        !machine_.faults.settingsWrites && machine_.files.writeAtomically(path, bytes, error);
+    const bool written = !machine_.faults.settingsWrites &&
+                         machine_.files.writeAtomically(path, bytes, durability, error);
     if (path == kSettingsFile) watcher_.settingsFileWritten(bytes, written);
     return written;
   }
@@ -156,9 +162,9 @@ class Machine::Layer : public Clock,
     return machine_.power.spend() && machine_.files.excludeFromBackup(path, error);
   }
 
-  std::optional<Value> get(const std::string& key) override {
+  std::optional<Value> get(const std::string& key, Error* error) override {
     machine_.power.spend();
-    return machine_.defaults.get(key);
+    return machine_.defaults.get(key, error);
   }
 
   void set(const std::string& key, Value value) override {

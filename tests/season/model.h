@@ -152,6 +152,7 @@ struct ProcessModel {
   std::string userId;
   Settings settings{};
   std::optional<double> updateTime;
+  bool settingsAreUnread = false;
   std::optional<Session> session;
   MonitorPtr monitor;
   std::vector<std::weak_ptr<Monitor>> monitors;
@@ -406,6 +407,11 @@ class Model : public ProcessModel {
   }
 
   void answerSettings(const SettingsReply& reply) {
+    if (settingsAreUnread) {
+      const auto updated = updateTime;
+      loadSettings();
+      updateTime = updated;
+    }
     for (const auto& [setting, value] : reply) settings[setting] = value;
     saveSettings();
   }
@@ -493,6 +499,7 @@ class Model : public ProcessModel {
   };
 
   void loadSettings() {
+    settingsAreUnread = readsFail;
     if (!settingsFile || !settingsFile->isReadable || readsFail) return;
     settings = settingsFile->settings;
     if (!settingsFile->lastUpdateIsText) {
@@ -503,6 +510,7 @@ class Model : public ProcessModel {
   }
 
   void updateIfNeeded() {
+    if (settingsAreUnread) loadSettings();
     const double due = updateTime ? *updateTime + settings[updateInterval] : 0;
     if (!(now - due > 0)) return;
     updateTime = now;
@@ -511,6 +519,7 @@ class Model : public ProcessModel {
   }
 
   void saveSettings() {
+    if (settingsAreUnread) return;
     expected.settingsSaves.push_back({settings, updateTime.value_or(0), false, true});
   }
 

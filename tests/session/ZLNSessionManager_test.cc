@@ -175,7 +175,7 @@ TEST_F(ZLNSessionManagerTest, TheFirstSessionOfAnInstallationSendsAFirstSessionR
 TEST_F(ZLNSessionManagerTest, TheFirstSessionIsRememberedOnDiskForLaterProcesses) {
   start();
 
-  EXPECT_EQ(Value(Number::boolean(true)), env.defaults.get(kFirstSent));
+  EXPECT_EQ(Value(Number::boolean(true)), env.defaults.get(kFirstSent, nullptr));
   // Once for the user identifier and once for this.
   EXPECT_EQ(2u, env.defaults.syncCount());
 
@@ -203,7 +203,7 @@ TEST_F(ZLNSessionManagerTest, WhateverStandsInItsPlaceTheFirstSessionIsRemembere
     beginNextProcess();
 
     EXPECT_EQ("ReportTypeSessionStart", sentTypes(env.http).back());
-    EXPECT_EQ(value, env.defaults.get(kFirstSent));
+    EXPECT_EQ(value, env.defaults.get(kFirstSent, nullptr));
   }
 }
 

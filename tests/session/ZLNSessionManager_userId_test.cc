@@ -36,7 +36,7 @@ TEST_F(ZLNSessionManagerUserIdTest, TheFirstRunMakesAnIdentifierForThisAndTheNex
   for (int process = 0; process < 2; ++process) {
     EXPECT_EQ(Value("00000000-0000-4000-8000-000000000001"), userId());
 
-    EXPECT_EQ(Value("00000000-0000-4000-8000-000000000001"), env.defaults.get(kUserIdKey));
+    EXPECT_EQ(Value("00000000-0000-4000-8000-000000000001"), env.defaults.get(kUserIdKey, nullptr));
     EXPECT_THAT(env.defaults.values(), SizeIs(1));
     EXPECT_THAT(env.uuids.issued(), SizeIs(1));
     EXPECT_EQ(1u, env.defaults.syncCount());
@@ -52,12 +52,12 @@ TEST_F(ZLNSessionManagerUserIdTest, ADeletedIdentifierIsReplacedInTheNextProcess
   env.defaults.erase(kUserIdKey);
 
   EXPECT_EQ(Value("00000000-0000-4000-8000-000000000001"), userId());
-  EXPECT_EQ(std::nullopt, env.defaults.get(kUserIdKey));
+  EXPECT_EQ(std::nullopt, env.defaults.get(kUserIdKey, nullptr));
 
   restart();
 
   EXPECT_EQ(Value("00000000-0000-4000-8000-000000000002"), userId());
-  EXPECT_EQ(Value("00000000-0000-4000-8000-000000000002"), env.defaults.get(kUserIdKey));
+  EXPECT_EQ(Value("00000000-0000-4000-8000-000000000002"), env.defaults.get(kUserIdKey, nullptr));
 }
 
 TEST_F(ZLNSessionManagerUserIdTest, AStoredIdentifierIsTakenAsItIs) {
@@ -69,10 +69,22 @@ TEST_F(ZLNSessionManagerUserIdTest, AStoredIdentifierIsTakenAsItIs) {
     restart();
 
     EXPECT_EQ(stored, userId());
-    EXPECT_EQ(stored, env.defaults.get(kUserIdKey));
+    EXPECT_EQ(stored, env.defaults.get(kUserIdKey, nullptr));
   }
   EXPECT_THAT(env.uuids.issued(), IsEmpty());
   EXPECT_EQ(0u, env.defaults.syncCount());
+}
+
+TEST_F(ZLNSessionManagerUserIdTest, AStoreThatCannotBeReadIsLoggedOnce) {
+  env.defaults.failReads(Error{kCocoaErrorDomain, 256, "The file couldn’t be opened.", {}});
+
+  EXPECT_EQ(Value("00000000-0000-4000-8000-000000000001"), userId());
+  env.dispatch.runMain();
+
+  expectLines(
+      {"unable to read user defaults: Error Domain=NSCocoaErrorDomain Code=256 \"The file "
+       "couldn’t be opened.\" UserInfo={NSLocalizedDescription=The file couldn’t be "
+       "opened.}"});
 }
 
 TEST_F(ZLNSessionManagerUserIdTest, ReportsCarryTheIdentifierAsItIs) {

@@ -381,7 +381,7 @@ TEST_F(FakeEnvironmentTest, TheInstallationAndTheRecordsOutliveAProcess) {
 
   EXPECT_EQ(Date{1700000010}, env.clock.now());
   EXPECT_EQ("bytes", env.files.contents("/a/file"));
-  EXPECT_EQ(Value("value"), env.defaults.get("key"));
+  EXPECT_EQ(Value("value"), env.defaults.get("key", nullptr));
   EXPECT_THAT(env.log.lines(), ElementsAre("line"));
   EXPECT_EQ("00000000-0000-4000-8000-000000000002", env.uuids.next());
   EXPECT_THAT(env.http.requests(), SizeIs(1));

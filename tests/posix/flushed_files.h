@@ -1,0 +1,14 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace zln {
+
+// The program's fsync() only keeps the path that each file has at that moment; nothing here has to
+// outlive a power cut.
+extern std::vector<std::string> flushedFiles;
+// Makes it fail.
+extern bool isDiskBroken;
+
+}  // namespace zln
