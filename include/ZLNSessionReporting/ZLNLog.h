@@ -10,17 +10,24 @@ ZLN_EXTERN_C_BEGIN
 /*
  * The library's log. Every line begins with "ZLN Session: " and goes to the sink that was set with
  * ZLNHostSetLogSink, else to the standard error output. All functions may be called at any time,
- * also before ZLNInitializeReporting, and from any thread; none of them fails.
+ * also before ZLNInitializeReporting, and from any thread, but not from a log sink or a signal
+ * handler. None of them fails.
  *
  * A line of a level is written while the process-wide threshold is at least that level. The
  * threshold is 0 (errors only) at the start of every process.
  *
- * The functions that take a format know all conversions of printf with their flags, widths,
- * precisions, lengths and "%1$..." positions, and "%@", which takes a zero-terminated UTF-8
- * const char * and shows NULL as "(null)". Numbers never follow the locale: the decimal point is
- * always a point. "%n" takes its argument and stores nothing. A conversion that is not known is
- * shown as it stands. A NULL format writes nothing. Text that is not valid UTF-8 is shown with
- * U+FFFD in its place. The arguments are read during the call and nothing of them is kept.
+ * Formats are those of printf, and the line is always formatted, even when it is then filtered out:
+ *   conversions  d i o u x X, f F e E g G a A, c C s S, p, n, %, and @, which takes a
+ * zero-terminated UTF-8 const char *; @, s and S show NULL as "(null)"; n stores nothing flags - +
+ * space # 0; ' is ignored width        up to 4096, precision of numbers up to 4096 (larger ones are
+ * cut); * is allowed lengths      hh h l ll q j z t L positions    1$ to 64$, also as *1$ Numbers
+ * never follow the locale. "%Lf" and its like show a long double with the precision of a double. An
+ * unknown conversion, or one whose position is out of range, is shown as it is in the format and
+ * uses no argument. Invalid UTF-8 is replaced by U+FFFD. A NULL format writes nothing. Nothing of
+ * the arguments is kept after the call.
+ *
+ * Arguments that do not match the format are undefined behavior. The declarations do not have the
+ * compiler's format attribute, because no compiler accepts "%@" with a C string.
  */
 
 /* The levels and their numbers. */

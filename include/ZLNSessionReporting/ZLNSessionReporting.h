@@ -13,10 +13,15 @@ ZLN_EXTERN_C_BEGIN
  * Call ZLNInitializeReporting once, then ZLNStartSessionReporting; from then on the library
  * follows the application's life by itself (where the system does not tell it, see ZLNHost.h).
  *
- * All functions may be called from any thread, normally the game's main thread. None waits for the
- * network. Strings are zero-terminated UTF-8 and are copied during the call; text that is not
- * valid UTF-8 is mended with U+FFFD. Before ZLNInitializeReporting every function does nothing,
- * except where it says otherwise. Failures are not returned; they are logged (see ZLNLog.h).
+ * All functions may be called from any thread, normally the game's main thread, but not from a
+ * signal handler: one that interrupts the library may deadlock. None waits for the network. Strings
+ * are zero-terminated UTF-8 and are copied during the call; invalid UTF-8 is replaced by U+FFFD.
+ * Before ZLNInitializeReporting every function does nothing, except where it says otherwise.
+ * Failures are not returned; they are logged (see ZLNLog.h).
+ *
+ * After ZLNInitializeReporting alone, the functions that stop reporting, send a report or describe
+ * the session start a session themselves, and with it, on a new installation, report the first
+ * session.
  *
  * The library stays with the process that first calls any of its functions. In a process that is
  * forked off later all of them, those of ZLNHost.h and ZLNLog.h included, do nothing, and texts are
@@ -38,13 +43,20 @@ ZLN_EXPORT void ZLNInitializeReporting(const char* mwVersion);
 
 /*
  * Starts session reporting: settings, sending of reports (also of those that an earlier process
- * left behind) and the first session. Calling it again does nothing new.
+ * left behind) and the first session. The session begins a moment later, on a thread of the
+ * library; a ZLNStopSessionReporting that comes before stops nothing. Calling it again has no
+ * effect.
  */
 ZLN_EXPORT void ZLNStartSessionReporting(void);
 
 /*
- * Stops the current session, at the moment of its last pause, and queues its stop report. The
- * next time the application becomes active a new session starts.
+ * Stops the current session and queues its stop report. The next time the application becomes
+ * active a new session starts.
+ *
+ * A session always stops at the moment of its last pause. In one that is running, the time since
+ * the last resume is not counted and the pause before it is subtracted; if the result is negative,
+ * the session is not reported. A session that was never paused is reported with a duration of 0.
+ * For the whole duration, call ZLNHostApplicationWillResignActive before (see ZLNHost.h).
  */
 ZLN_EXPORT void ZLNStopSessionReporting(void);
 
@@ -71,17 +83,24 @@ ZLN_EXPORT void ZLNSendInterstitialAdZoneAttemptReport(const char* network, cons
 ZLN_EXPORT void ZLNSendRewardedAdZoneAttemptReport(const char* network, const char* zone,
                                                    bool filled);
 
-/* Runs the clearing of the library's two folders. What cannot be removed is logged. */
+/*
+ * Runs the clearing of the library's two folders, "reporting" and "data". The files in them,
+ * reports.json with the pending reports and config.dat with the settings, stay: the path that is
+ * removed for an entry is that of its folder and its name without a separator
+ * ("reportingreports.json"). Something beside the two folders that has such a name is removed, a
+ * folder with its contents. What cannot be removed is logged at error level, so normally each file
+ * is.
+ */
 ZLN_EXPORT void ZLNClearCache(void);
 
 /*
  * Nine lines of text about the current session: its times in seconds since 1970, its duration, the
  * current time, its identifier and versions. Without a session every value is empty; before
- * ZLNInitializeReporting the text is "[Encountered error]". The caller owns the text and gives it
- * back with ZLNReleaseString or free. NULL only when memory is exhausted.
+ * ZLNInitializeReporting the text is "[Encountered error]". The caller owns the string and releases
+ * it with ZLNReleaseString or free. NULL only when memory is exhausted.
  */
 ZLN_EXPORT char* ZLNGetSessionDescription(void);
-/* Gives back a text of this library. NULL is allowed. */
+/* Releases a string of this library. NULL is allowed. */
 ZLN_EXPORT void ZLNReleaseString(char* text);
 
 /* Set the log threshold; they work before ZLNInitializeReporting as well. */
