@@ -33,7 +33,8 @@ std::optional<Value> UserDefaultsPosix::get(const std::string& key, Error* error
 
 void UserDefaultsPosix::set(const std::string& key, Value value) {
   std::lock_guard lock(mutex_);
-  load(nullptr);
+  // After a failure the caller did not know the file's value, so this one must not replace it.
+  if (file_ != File::unreadable) load(nullptr);
   values_.set(key, std::move(value));
   isUnsaved_ = true;
 }
@@ -45,11 +46,12 @@ bool UserDefaultsPosix::synchronize() {
 }
 
 bool UserDefaultsPosix::load(Error* error) {
-  if (isLoaded_) return true;
+  if (file_ == File::loaded) return true;
   if (!path_) path_ = pathProvider_();
   Error failure;
   const std::optional<std::string> document = files_.read(*path_, kLargestFile, &failure);
   if (!document && !isFileMissing(failure)) {
+    file_ = File::unreadable;
     fillError(error, std::move(failure));
     return false;
   }
@@ -57,7 +59,7 @@ bool UserDefaultsPosix::load(Error* error) {
   for (const auto& [key, value] : values.entries()) {
     if (values_.find(key) == nullptr) values_.set(key, value);
   }
-  isLoaded_ = true;
+  file_ = File::loaded;
   return true;
 }
 

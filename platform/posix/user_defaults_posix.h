@@ -15,7 +15,7 @@ namespace zln {
 // synchronize(). Of two processes that share it the last writer wins. A file that is no property
 // list counts as empty and is replaced.
 //
-// A file that cannot be read is never replaced: it is read again at every use. Until that succeeds
+// A file that cannot be read is never replaced: it is read again at later uses. Until that succeeds
 // the store has what was set in this process; then that is added to the file's values, without
 // replacing any.
 class UserDefaultsPosix : public UserDefaults {
@@ -28,6 +28,8 @@ class UserDefaultsPosix : public UserDefaults {
   bool synchronize() override;
 
  private:
+  enum class File { unread, unreadable, loaded };
+
   bool load(Error* error);
   bool save();
 
@@ -36,7 +38,7 @@ class UserDefaultsPosix : public UserDefaults {
   std::mutex mutex_;
   std::optional<std::string> path_;
   Dictionary values_;
-  bool isLoaded_ = false;
+  File file_ = File::unread;
   // Whether the file lacks something that was set.
   bool isUnsaved_ = false;
 };

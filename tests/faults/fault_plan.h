@@ -6,7 +6,8 @@
 
 namespace zln::faults {
 
-// The calls that change what lies below the home folder.
+// The calls that change files below the home folder, and those that read settings and user
+// defaults.
 enum class Call : std::uint8_t {
   kNone,
   kOpen,      // for writing, or making the file
@@ -20,6 +21,8 @@ enum class Call : std::uint8_t {
   kMakeFolder,
   kAttribute,  // setxattr
   kFlush,      // fsync
+  kOpenToRead,
+  kRead,
   kCount,
 };
 
@@ -36,6 +39,7 @@ enum class Fault : std::uint8_t {
   // This call and all later ones of the same process fail.
   kFullFromHere,
   kReadOnlyFromHere,
+  kNoDescriptorsFromHere,  // nothing can be opened: EMFILE
 };
 
 // What the file system cannot do.

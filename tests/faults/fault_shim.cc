@@ -27,8 +27,9 @@ namespace {
 constexpr int kMostFiles = 4096;
 
 FaultPlan* plan = nullptr;
-// Files that are open for writing below the home folder.
+// Files below the home folder that are open for writing, and those that are open to be read.
 std::atomic<bool> isWatched[kMostFiles];
+std::atomic<bool> isRead[kMostFiles];
 
 __attribute__((constructor)) void mapPlan() {
   const char* path = getenv(kPlanVariable);
@@ -80,13 +81,18 @@ bool isStruck(Call call) {
 int lastingFailure() {
   if (plan->struckProcess != getpid()) return 0;
   if (plan->fault == Fault::kFullFromHere) return ENOSPC;
+  if (plan->fault == Fault::kNoDescriptorsFromHere) return EMFILE;
   return plan->fault == Fault::kReadOnlyFromHere ? EROFS : 0;
 }
 
-// A full disk still takes what makes nothing larger.
-bool needsRoom(Call call) {
-  return call == Call::kOpen || call == Call::kWrite || call == Call::kMakeFolder ||
-         call == Call::kLink;
+// A full disk still takes what makes nothing larger, and without descriptors what opens nothing.
+bool isAffected(Call call, int lasting) {
+  if (lasting == EMFILE) return call == Call::kOpen || call == Call::kOpenToRead;
+  if (lasting == ENOSPC) {
+    return call == Call::kOpen || call == Call::kWrite || call == Call::kMakeFolder ||
+           call == Call::kLink;
+  }
+  return call != Call::kClose && call != Call::kOpenToRead && call != Call::kRead;
 }
 
 int failureOf(Fault fault) {
@@ -109,8 +115,7 @@ int failureFor(Call call, bool isHit) {
   if (isHit && plan->fault == Fault::kKill) endProcess();
   if (isHit && failureOf(plan->fault) != 0) return failureOf(plan->fault);
   const int lasting = lastingFailure();
-  if (call == Call::kClose || (lasting == ENOSPC && !needsRoom(call))) return 0;
-  return lasting;
+  return isAffected(call, lasting) ? lasting : 0;
 }
 
 int failed(int failure) {
@@ -147,12 +152,20 @@ ssize_t writeThrough(int file, std::size_t size, Step step) {
   return written;
 }
 
+// The list of reports is read once, and a kill there is a trial of its own.
+bool isReadHere(int folder, std::string_view path, int flags) {
+  return (flags & O_DIRECTORY) == 0 && isBelowHome(folder, path.data()) &&
+         (path.ends_with(".plist") || path.ends_with("config.dat"));
+}
+
 int openThrough(int folder, const char* path, int flags, mode_t mode) {
   const bool isWritten =
       ((flags & O_ACCMODE) != O_RDONLY || (flags & O_CREAT) != 0) && isBelowHome(folder, path);
-  if (isRefused(isWritten, Call::kOpen)) return -1;
+  const bool isToBeRead = !isWritten && isReadHere(folder, path, flags);
+  if (isRefused(isWritten, Call::kOpen) || isRefused(isToBeRead, Call::kOpenToRead)) return -1;
   const long file = syscall(SYS_openat, folder, path, flags, mode);
   watch(file, isWritten);
+  if (file >= 0 && file < kMostFiles) isRead[file] = isToBeRead;
   return static_cast<int>(file);
 }
 
@@ -197,6 +210,12 @@ int mkostemp(char* path, int flags) {
   const int file = real(path, flags);
   watch(file, isWritten);
   return file;
+}
+
+ssize_t read(int file, void* bytes, size_t size) {
+  const bool isWatchedRead = file >= 0 && file < kMostFiles && isRead[file];
+  if (isRefused(isWatchedRead, Call::kRead)) return -1;
+  return syscall(SYS_read, file, bytes, size);
 }
 
 ssize_t write(int file, const void* bytes, size_t size) {

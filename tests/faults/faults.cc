@@ -29,11 +29,19 @@ namespace zln::faults {
 namespace {
 
 constexpr std::array<const char*, kCallKinds> kCallNames = {
-    "none",     "open", "write",  "truncate",    "close",     "rename",
-    "exchange", "link", "unlink", "make folder", "attribute", "flush"};
-constexpr std::array kFaultNames = {
-    "none",   "kill",  "kill half way", "write short",       "EIO",
-    "ENOSPC", "EROFS", "EACCES",        "full from here on", "read-only from here on"};
+    "none", "open",   "write",       "truncate",  "close", "rename",       "exchange",
+    "link", "unlink", "make folder", "attribute", "flush", "open to read", "read"};
+constexpr std::array<const char*, 11> kFaultNames = {"none",
+                                                     "kill",
+                                                     "kill half way",
+                                                     "write short",
+                                                     "EIO",
+                                                     "ENOSPC",
+                                                     "EROFS",
+                                                     "EACCES",
+                                                     "full from here on",
+                                                     "read-only from here on",
+                                                     "no descriptors from here on"};
 constexpr std::array kDiskNames = {"ordinary", "no exchange", "no leases",     "busy leases",
                                    "no locks", "no links",    "no attributes", "no flush"};
 
@@ -99,7 +107,23 @@ std::vector<Outcome> play(const std::vector<Trial>& trials, unsigned jobs, int l
   return outcomes;
 }
 
-bool isOfWritesOnly(Fault fault) { return fault == Fault::kKillHalf || fault == Fault::kShorten; }
+bool mayBefall(Fault fault, Call call) {
+  // Flushing has trials of its own, in which the game is quiet for so long.
+  if (call == Call::kFlush) return false;
+  switch (fault) {
+    case Fault::kKillHalf:
+    case Fault::kShorten:
+      return call == Call::kWrite;
+    case Fault::kKill:
+    case Fault::kEio:
+    case Fault::kEacces:
+      return true;
+    case Fault::kNoDescriptorsFromHere:
+      return call == Call::kOpen || call == Call::kOpenToRead;
+    default:
+      return call != Call::kOpenToRead && call != Call::kRead;
+  }
+}
 
 // How often each kind of call is made on each disk when nothing fails, at most. Absent when
 // something is wrong even so.
@@ -122,8 +146,7 @@ std::optional<std::map<Disk, Calls>> countCalls(unsigned jobs) {
 void addTrials(std::vector<Trial>& trials, Disk disk, Fault fault, const Calls& calls) {
   for (std::size_t kind = 1; kind < kCallKinds; ++kind) {
     const Call call = static_cast<Call>(kind);
-    // Flushing has trials of its own, in which the game is quiet for so long.
-    if (call == Call::kFlush || (isOfWritesOnly(fault) && call != Call::kWrite)) continue;
+    if (!mayBefall(fault, call)) continue;
     for (std::uint32_t ordinal = 1; ordinal <= calls[kind]; ++ordinal) {
       trials.push_back({.disk = disk, .fault = fault, .call = call, .ordinal = ordinal});
     }
@@ -133,7 +156,9 @@ void addTrials(std::vector<Trial>& trials, Disk disk, Fault fault, const Calls& 
 void addFlushTrials(std::vector<Trial>& trials) {
   for (const Fault fault :
        {Fault::kKill, Fault::kEio, Fault::kEnospc, Fault::kErofs, Fault::kEacces}) {
-    trials.push_back({.fault = fault, .call = Call::kFlush, .ordinal = 1, .isQuiet = true});
+    for (std::uint32_t ordinal = 1; ordinal <= kFlushes; ++ordinal) {
+      trials.push_back({.fault = fault, .call = Call::kFlush, .ordinal = ordinal, .isQuiet = true});
+    }
   }
   trials.push_back({.disk = Disk::kNoFlush, .fault = Fault::kNone, .isQuiet = true});
 }
@@ -145,8 +170,9 @@ std::vector<Trial> allTrials(const std::map<Disk, Calls>& calls) {
       addTrials(trials, disk, fault, counts);
     }
   }
-  for (const Fault fault : {Fault::kShorten, Fault::kEio, Fault::kEnospc, Fault::kErofs,
-                            Fault::kEacces, Fault::kFullFromHere, Fault::kReadOnlyFromHere}) {
+  for (const Fault fault :
+       {Fault::kShorten, Fault::kEio, Fault::kEnospc, Fault::kErofs, Fault::kEacces,
+        Fault::kFullFromHere, Fault::kReadOnlyFromHere, Fault::kNoDescriptorsFromHere}) {
     addTrials(trials, Disk::kOrdinary, fault, calls.at(Disk::kOrdinary));
   }
   addFlushTrials(trials);

@@ -175,9 +175,9 @@ TEST_F(UserDefaultsOnDiskTest, ADescriptorShortageCostsNoStoredValue) {
   {
     const NoMoreDescriptors none;
     EXPECT_EQ(std::nullopt, defaults.get("key", nullptr));
-    defaults.set("key", "fresh");
   }
 
+  defaults.set("key", "fresh");
   EXPECT_TRUE(defaults.synchronize());
 
   EXPECT_EQ(Value("stored"), defaults.get("key", nullptr));
