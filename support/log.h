@@ -18,7 +18,8 @@ bool isLogged(LogLevel level);
 void writeLog(std::string_view format, std::span<const FormatArgument> arguments);
 
 // The log functions of the library's own code. "%@" takes anything that objectText() knows, the
-// other conversions take numbers. Nothing is formatted for a line that will not be written.
+// other conversions take numbers. Objects are described during the call, and only for a line that
+// will be written: describing one only reads it, so a description that is left out goes unnoticed.
 template <typename... Arguments>
 void logAt(LogLevel level, std::string_view format, const Arguments&... arguments) {
   if (!isLogged(level)) return;

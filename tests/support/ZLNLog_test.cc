@@ -107,6 +107,24 @@ TEST_F(ZLNLogTest, EveryFunctionFormatsItsArguments) {
   expectLines({"error 0", "warn 1", "info 2", "debug 3", "verbose 4", "super verbose 5"});
 }
 
+struct CountedObject {
+  std::string description() const { return std::to_string(++*count); }
+  int* count;
+};
+
+TEST_F(ZLNLogTest, AnObjectIsDescribedDuringTheCallAndOnlyForALineThatIsWritten) {
+  int count = 0;
+  const CountedObject object{&count};
+
+  logDebug("%@", object);
+  EXPECT_EQ(0, count);
+  setLevel(3);
+  logDebug("%@", object);
+  EXPECT_EQ(1, count);
+
+  expectLines({"1"});
+}
+
 TEST_F(ZLNLogTest, AnAbsentObjectIsShownAsNull) {
   ZLNLogError("device %@ of %@", static_cast<const char*>(nullptr), "DE");
   logError("%@ and %@", std::optional<std::string>(), std::optional<std::string>("some"));
