@@ -72,14 +72,6 @@ TEST_F(ZLNReportingConfigRemoteTest, LeavesOutAVersionThatIsNotNamedAndCountsByt
   }
 }
 
-TEST_F(ZLNReportingConfigRemoteTest, AtInfoItSaysNothing) {
-  setLevel(2);
-
-  ZLNReportingConfig::sharedConfig();
-
-  expectLines({});
-}
-
 TEST_F(ZLNReportingConfigRemoteTest, TheTimeIsSetAndStoredBeforeTheReply) {
   env.clock.set(1700000050.5);
 
@@ -209,21 +201,6 @@ TEST_F(ZLNReportingConfigRemoteTest, AReplyThatIsNoObjectIsAWarningAndChangesNot
     EXPECT_EQ(before, config.configToDictionary());
     EXPECT_EQ(writes, env.files.writeCount(kSettingsFile));
   }
-}
-
-TEST_F(ZLNReportingConfigRemoteTest, AtErrorFailedRepliesAreNotSaid) {
-  putSettings({{kUpdateInterval, Number::int32(-1)}});
-  begin();
-  env.app.becomeActive();
-  env.app.becomeActive();
-  setLevel(0);
-  newLines();
-
-  env.http.fail(0, -1009);
-  env.http.reply(1, "");
-  env.http.reply(2, "[]");
-
-  expectLines({});
 }
 
 TEST_F(ZLNReportingConfigRemoteTest, AHugeReplyIsTaken) {

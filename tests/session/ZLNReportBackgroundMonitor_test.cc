@@ -146,23 +146,6 @@ TEST_F(ZLNReportBackgroundMonitorTest, TheTimeLeftIsAskedForAfterEachStep) {
                kSending, kStopped});
 }
 
-TEST_F(ZLNReportBackgroundMonitorTest, StepsAreSuperVerboseAndTheRestIsDebug) {
-  setLimit(1);
-  for (const std::uint64_t level : {4u, 3u}) {
-    setLevel(level);
-    makeMonitorAndGoToBackground();
-    const std::string task = std::to_string(env.backgroundTasks.begun());
-    expectLines({kStarting, "Started background task " + task, "Stopped background task " + task});
-  }
-
-  setLevel(2);
-  delegate->told.clear();
-  makeMonitorAndGoToBackground();
-
-  expectLines({});
-  EXPECT_THAT(delegate->told, SizeIs(1));
-}
-
 TEST_F(ZLNReportBackgroundMonitorTest, TheLimitDecidesHowManyStepsAreWaited) {
   struct Row {
     float limit;

@@ -199,19 +199,6 @@ TEST_F(ZLNReportOperationPostTest, SaysWhatItPosts) {
                std::string("sending report: ") + kSent});
 }
 
-TEST_F(ZLNReportOperationPostTest, SaysLessOfTheSendingBelowVerbose) {
-  for (const std::uint64_t level : {3u, 2u}) {
-    setLevel(level);
-    start();
-    EXPECT_THAT(newLines(), ElementsAre(StartsWith("sending report: "))) << level;
-  }
-
-  setLevel(1);
-  start();
-
-  expectLines({});
-}
-
 TEST_F(ZLNReportOperationPostTest, WithoutAReportItFailsForGoodAndSendsNothing) {
   start(nullptr);
 
@@ -400,7 +387,7 @@ TEST_F(ZLNReportOperationPostTest, WhereTheReplyDoesNotCountAnyIsADelivery) {
   }
 }
 
-TEST_F(ZLNReportOperationPostTest, ADeliveryIsSaidAtDebugWithItsBodyUnlessThatIsNoText) {
+TEST_F(ZLNReportOperationPostTest, ADeliveryIsSaidWithItsBodyUnlessThatIsNoText) {
   const std::string submitted =
       std::string("report submitted; response <NSHTTPURLResponse: 0x*> { URL: ") + kAdAttemptUrl;
   start(false);
@@ -417,14 +404,6 @@ TEST_F(ZLNReportOperationPostTest, ADeliveryIsSaidAtDebugWithItsBodyUnlessThatIs
   reply("\xFF", 503);
 
   expectLines({submitted + " } { Status Code: 503, Headers {\n} } = (null)"});
-
-  start();
-  newLines();
-  setLevel(2);
-
-  reply(R"({"success":true})");
-
-  expectLines({});
 }
 
 // The delegate.

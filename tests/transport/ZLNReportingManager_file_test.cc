@@ -264,40 +264,6 @@ TEST_F(ZLNReportingManagerFileTest, AFailedWriteIsToldWithTheNumberAndLosesNothi
   EXPECT_EQ(2u, manager().reportQueue().operationCount());
 }
 
-TEST_F(ZLNReportingManagerFileTest, AFailedWriteIsAWarning) {
-  beginSuspended();
-  env.files.failWrites();
-
-  setLevel(1);
-  manager().saveReports();
-
-  expectLines({"failed to save 0 pending reports!"});
-
-  setLevel(0);
-  manager().saveReports();
-
-  expectLines({});
-}
-
-TEST_F(ZLNReportingManagerFileTest, WhatCannotBeSavedIsAnError) {
-  beginSuspended(kHolding);
-  const auto held = std::make_shared<OddReport>(Dictionary{});
-  manager().queueReportForTransmission(held);
-  manager().transmitPendingReports();
-  env.dispatch.runGlobal();
-  timeOut();
-  held->base = std::nullopt;
-  manager().queueReportForTransmission(std::make_shared<OddReport>(std::nullopt));
-  manager().reportQueue().addOperation(std::make_shared<ForeignOperation>());
-  setLevel(0);
-  newLines();
-
-  manager().saveReports();
-
-  expectLines(
-      {kNoSuper, kNoStop, kNoSuper, kNoStop, "unexpected report in op queue: foreign operation"});
-}
-
 TEST_F(ZLNReportingManagerFileTest, AValueThatAPropertyListCannotHoldFailsTheWrite) {
   beginSuspended();
   queue("first");
@@ -361,14 +327,6 @@ TEST_F(ZLNReportingManagerFileTest, IsLoadedByTheStartUpTaskAndSentAtOnce) {
                R"("device":"iPhone14,5","platform":"iOS","bundleId":"com.example.game",)"
                R"("network":"stored","adType":"unknown","fill":false})"});
   EXPECT_THAT(env.http.requests(), SizeIs(1));
-}
-
-TEST_F(ZLNReportingManagerFileTest, AtDebugRecoveredReportsAreNotSaid) {
-  setLevel(3);
-
-  beginWith({storedAd("stored")}, {{kTransmitImmediately, Number::boolean(false)}});
-
-  expectLines({"Config is not stale. Update skipped.", kQueued, "saved 1 reports"});
 }
 
 TEST_F(ZLNReportingManagerFileTest, AnElementThatIsNoReportIsToldAndDropped) {

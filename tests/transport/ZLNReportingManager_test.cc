@@ -35,10 +35,6 @@ constexpr char kNotSubmitted[] =
     "failed to submit report with Error Domain=NSURLErrorDomain Code=-1001 \"(null)\"";
 constexpr char kFailedForNow[] =
     "report failed with temporary error: Error Domain=NSURLErrorDomain Code=-1001 \"(null)\"";
-constexpr char kNotSubmittedForGood[] =
-    "failed to submit report with Error Domain=NSURLErrorDomain Code=-1011 \"(null)\"";
-constexpr char kFailedForGood[] =
-    "report failed with permanent error: Error Domain=NSURLErrorDomain Code=-1011 \"(null)\"";
 const std::string kReportTo =
     std::string("report <ZLNReportAdAttempt: 0x*> to ") + kAdAttemptUrl + " ";
 const std::string kSubmitted =
@@ -745,95 +741,6 @@ TEST_F(ZLNReportingManagerTest, ActivationAndTerminationDoNotConcernIt) {
   env.app.terminate();
 
   expectLines({"Config is not stale. Update skipped."});
-}
-
-// Levels.
-
-TEST_F(ZLNReportingManagerTest, AtErrorOnlyFailuresForGoodAreSaidAtWarnTemporaryOnesToo) {
-  begin();
-  setLevel(0);
-
-  manager().queueReportForTransmission(nullptr);
-  send();
-  env.http.fail(0, -1001);
-  env.dispatch.runGlobal();
-  setLevel(1);
-  env.http.fail(1, -1001);
-  env.dispatch.runGlobal();
-  setLevel(0);
-  env.http.fail(2, -1011);
-  env.app.enterForeground();
-
-  expectLines({kNotSubmitted, kNotSubmitted, kFailedForNow, kNotSubmittedForGood, kFailedForGood});
-}
-
-TEST_F(ZLNReportingManagerTest, AtInfoNothingOfTheManagersWorkIsSaid) {
-  begin();
-  settings().setReportTemporaryFailureLimit(1);
-  setLevel(2);
-
-  manager().queueReportForTransmission(nullptr);
-  queue();
-  queue();
-  env.app.enterForeground();
-  env.app.enterBackground();
-
-  expectLines({});
-
-  env.dispatch.runGlobal();
-  newLines();
-  env.http.reply(0, kAccepted);
-
-  expectLines({});
-
-  env.http.fail(1, -1001);
-
-  expectLines({kNotSubmitted, kFailedForNow});
-}
-
-TEST_F(ZLNReportingManagerTest, AtDebugTheStepsAreSaidButNoAddresses) {
-  begin();
-  settings().setReportTemporaryFailureLimit(1);
-  setLevel(3);
-
-  manager().queueReportForTransmission(nullptr);
-  for (int count = 0; count < 3; ++count) queue();
-
-  expectLines({"attempted to queue nil report", kQueued, "transmit reports", "saved 1 reports",
-               kQueued, "transmit reports", "saved 2 reports", kQueued, "transmit reports",
-               "saved 3 reports"});
-
-  setLevel(0);
-  env.dispatch.runGlobal();
-  setLevel(3);
-  env.http.reply(2, kAccepted);
-
-  expectLines({kSubmitted, "report transmitted successfully", "saved 2 reports"});
-
-  env.http.fail(0, -1001);
-
-  expectLines(
-      {kNotSubmitted, kFailedForNow, "saved 2 reports", "report added to temporary error holding"});
-
-  env.http.fail(1, -1011);
-  env.app.enterForeground();
-
-  expectLines({kNotSubmittedForGood, kFailedForGood, "saved 1 reports",
-               "temporary error\"d reports restoring", kQueued, "transmit reports",
-               "saved 1 reports", "transmit reports"});
-}
-
-TEST_F(ZLNReportingManagerTest, RefusalsAreErrors) {
-  begin();
-  setLevel(0);
-
-  manager().queueReportForTransmission(reportOfNoKind());
-  addForeignOperations(1001);
-  queue();
-
-  expectLines({"unexpected report type ZLNReportBase",
-               "unable to queue report <ZLNReportBase: 0x*>",
-               "cannot queue report, queue is full"});
 }
 
 }  // namespace
