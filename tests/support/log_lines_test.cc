@@ -185,6 +185,17 @@ class Scene : public ManagerTest {
     ZLNHostSetBackgroundTaskHooks(&none);
   }
 
+  void lateIdentifier() {
+    portEnvironment().files.applicationSupportPath();
+    ZLNHostSetApplicationInfo("com.example.late", nullptr);
+    ZLNHostSetApplicationInfo(nullptr, nullptr);
+  }
+
+  void unreadableDefaults() {
+    env.defaults.failReads(Error{kCocoaErrorDomain, 256, std::nullopt, {}});
+    ZLNSessionManager::sharedManager();
+  }
+
  private:
   void TestBody() override {}
 };
@@ -215,6 +226,7 @@ const std::vector<Scenario>& table() {
   constexpr char kBadReply[] = "Error Domain=NSURLErrorDomain Code=-1011 \"(null)\"";
   constexpr char kNoJson[] = "Error Domain=NSCocoaErrorDomain Code=3840 *";
   constexpr char kNotFound[] = "Error Domain=NSCocoaErrorDomain Code=4 *";
+  constexpr char kNotRead[] = "Error Domain=NSCocoaErrorDomain Code=256 *";
   constexpr char kNotAllowed[] = "Error Domain=NSCocoaErrorDomain Code=513 *";
   constexpr char kSettingsFile[] = "/support/com.zelnor.sdk/data/config.dat";
   constexpr char kSettingsRequest[] =
@@ -318,6 +330,12 @@ const std::vector<Scenario>& table() {
         {warn, "invalid config data response"}}},
       {&Scene::incompleteHooks,
        {{error, "Background task hooks ignored, one of begin, end and remaining is missing"}}},
+      {&Scene::lateIdentifier,
+       {{error,
+         "Files stay in %@: call ZLNHostSetApplicationInfo before ZLNInitializeReporting, and with "
+         "one identifier",
+         {"*"}}}},
+      {&Scene::unreadableDefaults, {{error, "unable to read user defaults: %@", {kNotRead}}}},
       // Unreachable: the parameters are strings, and every dictionary of settings is accepted.
       {nullptr,
        {{error, "config params are invalid: %@"},

@@ -333,7 +333,7 @@ TEST_F(ThreadsTest, TheSharedObjectsAreMadeOnceWhicheverThreadsAskFirst) {
     EXPECT_EQ(reportingManagers[0], reportingManagers[at]);
     EXPECT_EQ(configs[0], configs[at]);
   }
-  EXPECT_EQ(machine.userDefaults.get("com.zelnor.sessionUserId"),
+  EXPECT_EQ(machine.userDefaults.get("com.zelnor.sessionUserId", nullptr),
             sessionManagers[0]->sessionUserId());
 }
 
