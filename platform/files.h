@@ -76,8 +76,8 @@ class Files {
   // Removes a file, or a folder with its contents.
   virtual bool remove(const std::string& path, Error* error) = 0;
 
-  // The whole content. Absent, with an error, when there is no file, which isFileMissing() tells,
-  // and when it is no plain file, is larger than `limit` bytes or cannot be read now.
+  // The whole content. Absent, with an error, when there is no plain file, which isFileMissing()
+  // tells, and when it is larger than `limit` bytes or cannot be read now.
   virtual std::optional<std::string> read(const std::string& path, std::size_t limit,
                                           Error* error) = 0;
   // Puts a file with these bytes in place of the old one: a reader sees all of the old content or

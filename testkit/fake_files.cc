@@ -8,7 +8,6 @@ namespace zln {
 namespace {
 
 constexpr std::int64_t kNoSuchFile = 4;
-constexpr std::int64_t kReadUnknown = 256;
 constexpr std::int64_t kReadNoPermission = 257;
 constexpr std::int64_t kReadTooLarge = 263;
 constexpr std::int64_t kCannotWrite = 512;
@@ -200,8 +199,6 @@ std::optional<std::string> FakeFiles::read(const std::string& path, std::size_t 
     fillError(error,
               notOpened(plain, kReadNoPermission, " because you don’t have permission to view it.",
                         kPermissionErrno, kPermissionReason));
-  } else if (isFolder(plain)) {
-    fillError(error, notOpened(plain, kReadUnknown, ".", kIsFolderErrno, kIsFolderReason));
   } else if (!bytes) {
     fillError(error, notOpened(plain, kReadNoSuchFile, " because there is no such file.",
                                kNotFoundErrno, kNotFoundReason));

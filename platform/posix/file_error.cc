@@ -17,6 +17,7 @@ int readCodeOf(int number) {
   switch (number) {
     case ENOENT:
     case ENOTDIR:
+    case ELOOP:
       return static_cast<int>(kReadNoSuchFile);
     case EACCES:
     case EPERM:

@@ -27,7 +27,7 @@ FileDescriptor openPlainFile(const std::string& path) {
   }
   if (file && (fstat(file.get(), &facts) != 0 || !S_ISREG(facts.st_mode))) {
     file.close();
-    errno = EISDIR;
+    errno = ENOENT;
   }
   return file;
 }

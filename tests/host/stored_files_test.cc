@@ -100,6 +100,10 @@ INSTANTIATE_TEST_SUITE_P(Damages, DamagedFilesTest, testing::ValuesIn(kDamages),
 
 TEST_P(DamagedFilesTest, TheStartGoesOnAndGoodFilesTakeTheirPlace) {
   for (const std::string& path : storedFiles) GetParam().apply(path);
+  // Settings and user defaults that are too large to be read are not replaced.
+  std::error_code failure;
+  const auto size = std::filesystem::file_size(settingsFile(), failure);
+  const bool isTooLarge = !failure && size > kMegabyte;
 
   launchAndStart();
   tell("banner fresh 1");
@@ -111,8 +115,9 @@ TEST_P(DamagedFilesTest, TheStartGoesOnAndGoodFilesTakeTheirPlace) {
   for (const std::string& path : storedFiles) {
     EXPECT_TRUE(isPlainFile(path)) << path;
     EXPECT_FALSE(std::filesystem::exists(path + ".missing")) << path;
-    EXPECT_TRUE(valueIn(path)) << path;
+    EXPECT_TRUE(valueIn(path) || (isTooLarge && path != reportsFile())) << path;
   }
+  if (isTooLarge) return;
   const std::optional<Value> defaults = valueIn(defaultsFile());
   ASSERT_TRUE(defaults && defaults->dictionary() != nullptr);
   EXPECT_EQ(reports().at(0)["userId"],

@@ -282,8 +282,8 @@ TEST_F(FilesPosixTest, AFileThatIsNotThereIsToldFromOneThatCannotBeRead) {
   EXPECT_EQ(260, codeOf("missing/file"));
   EXPECT_EQ(260, codeOf("file/below"));
   EXPECT_EQ(263, codeOf("file", 3));
-  EXPECT_EQ(256, codeOf(""));
-  EXPECT_EQ(256, codeOf("loop"));
+  EXPECT_EQ(260, codeOf(""));
+  EXPECT_EQ(260, codeOf("loop"));
   {
     const OrdinaryUser user;
     EXPECT_EQ(257, codeOf("secret"));
