@@ -1,21 +1,29 @@
 #include "testkit/fake_background_tasks.h"
 
+#include <string>
 #include <utility>
 
 namespace zln {
 
 BackgroundTaskId FakeBackgroundTasks::begin(std::function<void()> expired) {
   ++begun_;
-  if (std::exchange(nextInvalid, false)) return kBackgroundTaskInvalid;
-  ++lastId_;
-  open_.emplace(lastId_, std::move(expired));
-  return lastId_;
+  const bool isRefused = std::exchange(nextInvalid, false);
+  const BackgroundTaskId id = isRefused ? kBackgroundTaskInvalid : ++lastId_;
+  if (!isRefused) open_.emplace(id, std::move(expired));
+  note(journal_, "begin ", std::to_string(id));
+  return id;
 }
 
 void FakeBackgroundTasks::end(BackgroundTaskId id) {
+  note(journal_, "end ", std::to_string(id));
   ended_.push_back(id);
   // Its handler is released after the task is off the list: what it held may come back here.
   const auto task = open_.extract(id);
+}
+
+double FakeBackgroundTasks::remaining() {
+  note(journal_, "remaining");
+  return remainingTime;
 }
 
 void FakeBackgroundTasks::expire(BackgroundTaskId id) {

@@ -8,13 +8,15 @@
 
 #include "platform/background_tasks.h"
 #include "testkit/fake_dispatch.h"
+#include "testkit/journal.h"
 
 namespace zln {
 
 // A system whose grants of background time a test makes, limits and withdraws.
 class FakeBackgroundTasks : public BackgroundTasks {
  public:
-  explicit FakeBackgroundTasks(FakeDispatch& dispatch) : dispatch_(dispatch) {}
+  explicit FakeBackgroundTasks(FakeDispatch& dispatch, Journal* journal = nullptr)
+      : dispatch_(dispatch), journal_(journal) {}
 
   bool offersMultitaskingSupport() override { return offersMultitasking; }
   bool offersBegin() override { return offersBeginTask; }
@@ -22,7 +24,7 @@ class FakeBackgroundTasks : public BackgroundTasks {
   // Identifiers count up from 1.
   BackgroundTaskId begin(std::function<void()> expired) override;
   void end(BackgroundTaskId id) override;
-  double remaining() override { return remainingTime; }
+  double remaining() override;
 
   bool offersMultitasking = true;
   bool offersBeginTask = true;
@@ -47,6 +49,7 @@ class FakeBackgroundTasks : public BackgroundTasks {
 
  private:
   FakeDispatch& dispatch_;
+  Journal* const journal_;
   std::map<BackgroundTaskId, std::function<void()>> open_;
   std::vector<BackgroundTaskId> ended_;
   std::size_t begun_ = 0;

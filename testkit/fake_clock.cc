@@ -1,6 +1,7 @@
 #include "testkit/fake_clock.h"
 
 #include <algorithm>
+#include <string>
 #include <utility>
 
 namespace zln {
@@ -8,6 +9,7 @@ namespace zln {
 Date FakeClock::now() { return Date{wallBase_ + (passed_ - passedAtBase_)}; }
 
 void FakeClock::sleep(unsigned seconds) {
+  note(journal_, "sleep ", std::to_string(seconds));
   slept_ += seconds;
   advance(seconds);
 }

@@ -4,6 +4,7 @@
 #include <map>
 
 #include "platform/clock.h"
+#include "testkit/journal.h"
 
 namespace zln {
 
@@ -11,6 +12,8 @@ namespace zln {
 // may put anywhere, and the time that has passed, by which scheduled calls fall due.
 class FakeClock : public Clock {
  public:
+  explicit FakeClock(Journal* journal = nullptr) : journal_(journal) {}
+
   Date now() override;
   // Moves on by that many seconds and runs on the way what falls due.
   void sleep(unsigned seconds) override;
@@ -27,6 +30,7 @@ class FakeClock : public Clock {
   double slept() const { return slept_; }
 
  private:
+  Journal* const journal_;
   double wallBase_ = 1700000000;
   double passedAtBase_ = 0;
   double passed_ = 0;

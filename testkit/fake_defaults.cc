@@ -5,6 +5,7 @@
 namespace zln {
 
 std::optional<Value> FakeDefaults::get(const std::string& key, Error* error) {
+  note(journal_, "get ", key);
   if (readError_) {
     fillError(error, *readError_);
     return std::nullopt;
@@ -15,10 +16,12 @@ std::optional<Value> FakeDefaults::get(const std::string& key, Error* error) {
 }
 
 void FakeDefaults::set(const std::string& key, Value value) {
+  note(journal_, "set ", key);
   values_.insert_or_assign(key, std::move(value));
 }
 
 bool FakeDefaults::synchronize() {
+  note(journal_, "synchronize");
   ++syncCount_;
   return true;
 }

@@ -7,12 +7,15 @@
 #include <utility>
 
 #include "platform/user_defaults.h"
+#include "testkit/journal.h"
 
 namespace zln {
 
 // User defaults in memory, empty at first.
 class FakeDefaults : public UserDefaults {
  public:
+  explicit FakeDefaults(Journal* journal = nullptr) : journal_(journal) {}
+
   std::optional<Value> get(const std::string& key, Error* error) override;
   void set(const std::string& key, Value value) override;
   bool synchronize() override;
@@ -25,6 +28,7 @@ class FakeDefaults : public UserDefaults {
   void failReads(std::optional<Error> error) { readError_ = std::move(error); }
 
  private:
+  Journal* const journal_;
   std::map<std::string, Value> values_;
   std::size_t syncCount_ = 0;
   std::optional<Error> readError_;

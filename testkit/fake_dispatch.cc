@@ -4,14 +4,21 @@
 
 namespace zln {
 
-void FakeDispatch::mainAsync(std::function<void()> task) { main_.push_back(std::move(task)); }
+void FakeDispatch::mainAsync(std::function<void()> task) {
+  note(journal_, "main async");
+  main_.push_back(std::move(task));
+}
 
 void FakeDispatch::mainSync(std::function<void()> task) {
+  note(journal_, "main sync");
   if (!onMain_) runMain();
   run(task, true);
 }
 
-void FakeDispatch::globalAsync(std::function<void()> task) { global_.push_back(std::move(task)); }
+void FakeDispatch::globalAsync(std::function<void()> task) {
+  note(journal_, "global async");
+  global_.push_back(std::move(task));
+}
 
 void FakeDispatch::runMain() {
   while (runNextMain()) {

@@ -5,6 +5,7 @@
 #include <functional>
 
 #include "platform/dispatch.h"
+#include "testkit/journal.h"
 
 namespace zln {
 
@@ -12,6 +13,8 @@ namespace zln {
 // thread of the test: as the main thread when it is a main task, as one of the pool otherwise.
 class FakeDispatch : public Dispatch {
  public:
+  explicit FakeDispatch(Journal* journal = nullptr) : journal_(journal) {}
+
   void mainAsync(std::function<void()> task) override;
   // Runs what waits on main first, then the task. Inside a main task it runs the task directly.
   void mainSync(std::function<void()> task) override;
@@ -41,6 +44,7 @@ class FakeDispatch : public Dispatch {
   bool runNext(Tasks& tasks, bool onMain);
   void run(const std::function<void()>& task, bool onMain);
 
+  Journal* const journal_;
   Tasks main_;
   Tasks global_;
   bool onMain_ = false;

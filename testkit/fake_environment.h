@@ -11,6 +11,7 @@
 #include "testkit/fake_http.h"
 #include "testkit/fake_log.h"
 #include "testkit/fake_uuids.h"
+#include "testkit/journal.h"
 
 namespace zln {
 
@@ -21,15 +22,16 @@ struct FakeEnvironment {
   FakeEnvironment(const FakeEnvironment&) = delete;
   FakeEnvironment& operator=(const FakeEnvironment&) = delete;
 
-  FakeClock clock;
-  FakeDispatch dispatch;
-  FakeHttp http{dispatch};
-  FakeFiles files;
-  FakeDefaults defaults;
+  Journal journal;
+  FakeClock clock{&journal};
+  FakeDispatch dispatch{&journal};
+  FakeHttp http{dispatch, &journal};
+  FakeFiles files{&journal};
+  FakeDefaults defaults{&journal};
   FakeDevice device;
-  FakeBackgroundTasks backgroundTasks{dispatch};
+  FakeBackgroundTasks backgroundTasks{dispatch, &journal};
   FakeUuids uuids;
-  FakeLog log;
+  FakeLog log{&journal};
   NotificationCenter notificationCenter;
   FakeApp app{notificationCenter, dispatch};
 

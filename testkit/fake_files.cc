@@ -162,16 +162,20 @@ class FakeAtomicFile : public AtomicFile {
 }  // namespace
 
 bool FakeFiles::exists(const std::string& path) {
-  const std::string plain = plainPath(path);
-  return plain.empty() || items_.contains(plain);
+  note(journal_, "exists ", path);
+  return isThere(plainPath(path));
 }
 
 bool FakeFiles::createDirectory(const std::string& path, Error* error) {
-  const std::string plain = plainPath(path);
+  note(journal_, "create ", path);
+  return makeFolders(plainPath(path), error);
+}
+
+bool FakeFiles::makeFolders(const std::string& plain, Error* error) {
   if (isFolder(plain)) return true;
-  if (exists(plain)) return failWith(error, fileInTheWay(plain));
+  if (isThere(plain)) return failWith(error, fileInTheWay(plain));
   if (createFails_.contains(plain)) return failWith(error, mayNotBeSaved(plain));
-  if (!createDirectory(folderOf(plain), error)) return false;
+  if (!makeFolders(folderOf(plain), error)) return false;
   items_[plain] = std::nullopt;
   return true;
 }
@@ -182,9 +186,10 @@ void FakeFiles::enumerate(const std::string& path,
 }
 
 bool FakeFiles::remove(const std::string& path, Error* error) {
+  note(journal_, "remove ", path);
   const std::string plain = plainPath(path);
   const std::string name = nameOf(plain);
-  if (!exists(plain)) return failWith(error, cannotBeRemoved(path, name));
+  if (!isThere(plain)) return failWith(error, cannotBeRemoved(path, name));
   if (plain.empty() || removalFails(plain)) return failWith(error, mayNotBeRemoved(path, name));
   erase(plain);
   removed_.push_back(path);
@@ -193,6 +198,7 @@ bool FakeFiles::remove(const std::string& path, Error* error) {
 
 std::optional<std::string> FakeFiles::read(const std::string& path, std::size_t limit,
                                            Error* error) {
+  note(journal_, "read ", path);
   const std::string plain = plainPath(path);
   const std::optional<std::string> bytes = contents(plain);
   if (readFails_.contains(plain)) {
@@ -213,6 +219,7 @@ std::optional<std::string> FakeFiles::read(const std::string& path, std::size_t 
 
 bool FakeFiles::writeAtomically(const std::string& path, std::string_view bytes, Durability,
                                 Error* error) {
+  note(journal_, "write ", path);
   const std::string plain = plainPath(path);
   if (writesFail_) return failWith(error, mayNotBeSaved(plain));
   if (isFolder(plain)) return failWith(error, folderInTheWay(plain));
@@ -228,8 +235,9 @@ std::unique_ptr<AtomicFile> FakeFiles::atomicFile(const std::string& path, const
 }
 
 bool FakeFiles::excludeFromBackup(const std::string& path, Error* error) {
+  note(journal_, "exclude ", path);
   const std::string plain = plainPath(path);
-  if (!exists(plain)) return failWith(error, fileMissing(plain));
+  if (!isThere(plain)) return failWith(error, fileMissing(plain));
   if (excludeFails_.contains(plain)) return failWith(error, mayNotBeSaved(plain));
   excluded_.insert(plain);
   return true;
@@ -268,6 +276,10 @@ std::size_t FakeFiles::writeCount(const std::string& path) const {
   return count == writeCounts_.end() ? 0 : count->second;
 }
 
+bool FakeFiles::isThere(const std::string& plain) const {
+  return plain.empty() || items_.contains(plain);
+}
+
 bool FakeFiles::isFolder(const std::string& path) const {
   if (path.empty()) return true;
   const auto item = items_.find(path);
@@ -286,7 +298,7 @@ void FakeFiles::enumerateFolder(const std::string& folder, const std::string& re
                                 const std::function<void(const std::string&)>& visit) {
   for (const std::string& name : namesIn(folder)) {
     const std::string path = folder + "/" + name;
-    if (!exists(path)) continue;
+    if (!isThere(path)) continue;
     visit(relativePrefix + name);
     enumerateFolder(path, relativePrefix + name + "/", visit);
   }

@@ -9,12 +9,15 @@
 #include <vector>
 
 #include "platform/files.h"
+#include "testkit/journal.h"
 
 namespace zln {
 
 // A file system in memory, empty at first. Folders list their entries in order of name.
 class FakeFiles : public Files {
  public:
+  explicit FakeFiles(Journal* journal = nullptr) : journal_(journal) {}
+
   std::string applicationSupportPath() override { return "/support"; }
   bool exists(const std::string& path) override;
   bool createDirectory(const std::string& path, Error* error) override;
@@ -56,13 +59,16 @@ class FakeFiles : public Files {
   // A folder has no bytes.
   using Items = std::map<std::string, std::optional<std::string>>;
 
+  bool isThere(const std::string& plain) const;
   bool isFolder(const std::string& path) const;
+  bool makeFolders(const std::string& plain, Error* error);
   std::vector<std::string> namesIn(const std::string& folder) const;
   void enumerateFolder(const std::string& folder, const std::string& relativePrefix,
                        const std::function<void(const std::string&)>& visit);
   bool removalFails(const std::string& path) const;
   void erase(const std::string& path);
 
+  Journal* const journal_;
   Items items_;
   std::set<std::string> excluded_;
   std::map<std::string, std::size_t> writeCounts_;

@@ -11,6 +11,7 @@ HttpReply okReply(std::string body) {
 }
 
 void FakeHttp::upload(HttpRequest request, std::function<void(HttpReply)> completion) {
+  note(journal_, "request ", request.url);
   const std::size_t index = requests_.size();
   requests_.push_back(std::move(request));
   completions_.push_back(std::move(completion));

@@ -8,6 +8,7 @@
 
 #include "platform/http.h"
 #include "testkit/fake_dispatch.h"
+#include "testkit/journal.h"
 
 namespace zln {
 
@@ -21,7 +22,8 @@ class FakeHttp : public HttpClient {
  public:
   using Handler = std::function<std::optional<HttpReply>(const HttpRequest&)>;
 
-  explicit FakeHttp(FakeDispatch& dispatch) : dispatch_(dispatch) {}
+  explicit FakeHttp(FakeDispatch& dispatch, Journal* journal = nullptr)
+      : dispatch_(dispatch), journal_(journal) {}
 
   void upload(HttpRequest request, std::function<void(HttpReply)> completion) override;
 
@@ -50,6 +52,7 @@ class FakeHttp : public HttpClient {
   void complete(std::size_t index, HttpReply reply);
 
   FakeDispatch& dispatch_;
+  Journal* const journal_;
   std::vector<HttpRequest> requests_;
   std::vector<Completion> completions_;  // By index; empty once answered.
   Handler always_;

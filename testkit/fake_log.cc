@@ -5,8 +5,11 @@
 namespace zln {
 
 void FakeLog::write(std::string_view line) {
-  std::lock_guard lock(mutex_);
-  lines_.emplace_back(line);
+  {
+    std::lock_guard lock(mutex_);
+    lines_.emplace_back(line);
+  }
+  note(journal_, "log: ", line);
 }
 
 std::vector<std::string> FakeLog::lines() const {

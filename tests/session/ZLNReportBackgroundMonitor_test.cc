@@ -7,7 +7,6 @@
 #include <functional>
 #include <limits>
 #include <memory>
-#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -15,7 +14,6 @@
 #include "config/ZLNReportingConfig.h"
 #include "platform/identity.h"
 #include "support/ZLNDirectories.h"
-#include "tests/support/hooked_process.h"
 #include "tests/support/host_fixture.h"
 
 namespace zln {
@@ -49,10 +47,8 @@ class Delegate : public ZLNSessionBackgroundMonitorDelegate {
 
 class ZLNReportBackgroundMonitorTest : public HostTest {
  protected:
-  ZLNReportBackgroundMonitorTest() { beginMonitoring(); }
-
   // The settings stand before the monitor reads them, so that the log holds its lines only.
-  void beginMonitoring() {
+  ZLNReportBackgroundMonitorTest() {
     ZLNDirectories::makeDirectories();
     ZLNReportingConfig::sharedConfig();
     newLines();
@@ -76,12 +72,10 @@ class ZLNReportBackgroundMonitorTest : public HostTest {
     goToBackground();
   }
 
-  // The same without a limit, in a process in which something happens when that line is logged.
+  // The same without a limit, while something happens when that line is logged.
   void goToBackgroundActingAt(const std::string& beginning, std::function<void()> act) {
-    hooked.emplace(env);
-    beginMonitoring();
     setLimit(0);
-    hooked->when("ZLN Session: " + beginning, std::move(act));
+    whenLogged(beginning, std::move(act));
     makeMonitorAndGoToBackground();
   }
 
@@ -93,7 +87,6 @@ class ZLNReportBackgroundMonitorTest : public HostTest {
     return env.clock.slept() - before;
   }
 
-  std::optional<HookedProcess> hooked;
   std::shared_ptr<Delegate> delegate = std::make_shared<Delegate>();
   std::shared_ptr<ZLNReportBackgroundMonitor> monitor;
 };

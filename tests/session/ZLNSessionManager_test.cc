@@ -14,7 +14,6 @@
 #include "platform/identity.h"
 #include "support/ZLNDirectories.h"
 #include "support/ZLNReportingUtils.h"
-#include "tests/support/hooked_process.h"
 #include "tests/support/host_fixture.h"
 #include "tests/support/sent_reports.h"
 #include "transport/ZLNReportingManager.h"
@@ -220,13 +219,12 @@ TEST_F(ZLNSessionManagerTest, AFirstSessionReportThatIsSwitchedOffIsNeverOffered
 }
 
 TEST_F(ZLNSessionManagerTest, WhileTheFirstSessionStartsNothingIsFollowedYetAndItIsNotRemembered) {
-  HookedProcess process(env);
   setLevel(3);
   makeManager();
   bool rememberedWhenQueued = true;
-  process.when("ZLN Session: started new session", [&] { env.app.resignActive(); });
-  process.when("ZLN Session: saved 1 reports",
-               [&] { rememberedWhenQueued = env.defaults.values().contains(kFirstSent); });
+  whenLogged("started new session", [&] { env.app.resignActive(); });
+  whenLogged("saved 1 reports",
+             [&] { rememberedWhenQueued = env.defaults.values().contains(kFirstSent); });
 
   env.dispatch.runMain();
 
@@ -556,7 +554,6 @@ TEST_F(ZLNSessionManagerTest, AMonitorThatIsNotTheCurrentOneIsRefused) {
 }
 
 TEST_F(ZLNSessionManagerTest, AReturnAsTheMonitorFiresKeepsTheSession) {
-  HookedProcess process(env);
   startLater();
   useFor(30);
   const std::string monitor = addressText(manager->monitor().get());
@@ -564,7 +561,7 @@ TEST_F(ZLNSessionManagerTest, AReturnAsTheMonitorFiresKeepsTheSession) {
   setLevel(5);
   // The worker has decided; the player is back before it tells the manager. The start report was
   // sent under task 1.
-  process.when("ZLN Session: Sending stop report from background task 2", [&] {
+  whenLogged("Sending stop report from background task 2", [&] {
     log().clear();
     env.app.becomeActive();
   });
@@ -582,14 +579,13 @@ TEST_F(ZLNSessionManagerTest, AReturnAsTheMonitorFiresKeepsTheSession) {
 }
 
 TEST_F(ZLNSessionManagerTest, AMonitorThatFiresLateLeavesItsSuccessorAlone) {
-  HookedProcess process(env);
   startLater();
   env.app.resignActive();
   const std::string old = addressText(manager->monitor().get());
   // Kept by its worker, so that its successor has another address.
   env.app.enterBackground();
   setLevel(5);
-  process.when("ZLN Session: Sending stop report", [&] {
+  whenLogged("Sending stop report", [&] {
     env.app.becomeActive();
     env.app.resignActive();
     setLevel(0);

@@ -5,7 +5,6 @@
 #include <thread>
 
 #include "support/log.h"
-#include "tests/support/hooked_process.h"
 #include "tests/support/host_fixture.h"
 
 namespace zln {
@@ -73,10 +72,8 @@ TEST_F(HeldLogLinesTest, TakesNothingWhileNoneStands) {
 // The sink.
 
 TEST_F(HeldLogLinesTest, TheSinkMayLogAndHoldLinesItself) {
-  HookedProcess process(env);
-  setLevel(5);
-  process.when("ZLN Session: first", [] { logInfo("from the sink"); });
-  process.when("ZLN Session: second", [] {
+  whenLogged("first", [] { logInfo("from the sink"); });
+  whenLogged("second", [] {
     const HeldLogLines heldBySink;
     logInfo("one, held");
     logInfo("another, held");
@@ -92,11 +89,9 @@ TEST_F(HeldLogLinesTest, TheSinkMayLogAndHoldLinesItself) {
 }
 
 TEST_F(HeldLogLinesTest, TheSinkRunsOnceAllIsDone) {
-  HookedProcess process(env);
-  setLevel(5);
   bool isDone = false;
   bool wasDone = false;
-  process.when("ZLN Session: line", [&] { wasDone = isDone; });
+  whenLogged("line", [&] { wasDone = isDone; });
   {
     const HeldLogLines held;
     logInfo("line");

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <utility>
 
 #include "tests/support/process_state_for_tests.h"
 
@@ -9,6 +10,7 @@ namespace zln {
 namespace {
 
 constexpr std::string_view kPrefix = "ZLN Session: ";
+constexpr std::string_view kLoggedPrefix = "log: ZLN Session: ";
 
 std::string withoutAddresses(std::string_view line) {
   std::string text;
@@ -30,6 +32,10 @@ HostTest::HostTest() { beginProcess(); }
 
 HostTest::~HostTest() { endProcess(); }
 
+void HostTest::TearDown() {
+  EXPECT_EQ(std::vector<std::string>(), env.journal.dropHooks()) << "never happened";
+}
+
 void HostTest::restart() {
   endProcess();
   beginProcess();
@@ -50,6 +56,20 @@ std::vector<std::string> HostTest::newLines() {
 void HostTest::expectLines(std::initializer_list<std::string_view> expected, int line) {
   EXPECT_EQ(std::vector<std::string>(expected.begin(), expected.end()), newLines())
       << "expected in line " << line;
+}
+
+void HostTest::expectCalls(std::initializer_list<std::string_view> expected, int line) {
+  std::vector<std::string> calls = env.journal.take();
+  for (std::string& call : calls) {
+    if (!call.starts_with(kLoggedPrefix)) continue;
+    call = "log: " + withoutAddresses(std::string_view(call).substr(kLoggedPrefix.size()));
+  }
+  EXPECT_EQ(std::vector<std::string>(expected.begin(), expected.end()), calls)
+      << "expected in line " << line;
+}
+
+void HostTest::whenLogged(const std::string& beginning, std::function<void()> act) {
+  env.journal.when(std::string(kLoggedPrefix) + beginning, std::move(act));
 }
 
 void HostTest::beginProcess() {

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <functional>
 #include <initializer_list>
 #include <string>
 #include <string_view>
@@ -18,6 +19,8 @@ class HostTest : public testing::Test {
  protected:
   HostTest();
   ~HostTest() override;
+  // Fails the test if something planned in the journal never happened.
+  void TearDown() override;
 
   // Ends the process and begins the next one on the same installation.
   void restart();
@@ -31,6 +34,11 @@ class HostTest : public testing::Test {
   std::vector<std::string> newLines();
   // Compares newLines() to the letter.
   void expectLines(std::initializer_list<std::string_view> expected, int line = __builtin_LINE());
+
+  // Compares the calls that the journal has recorded, with log lines as newLines() has them.
+  void expectCalls(std::initializer_list<std::string_view> expected, int line = __builtin_LINE());
+  // Calls `act` once, as soon as the next line that begins like this has been written.
+  void whenLogged(const std::string& beginning, std::function<void()> act);
 
   FakeEnvironment env;
 

@@ -351,6 +351,53 @@ TEST_F(FakeEnvironmentTest, ItsApplicationAnnouncesAsTheMainThread) {
   EXPECT_THAT(ran, ElementsAre("told"));
 }
 
+TEST_F(FakeEnvironmentTest, ItsJournalHasTheCallsSinceItsBeginningInOrder) {
+  Environment& machine = env.environment();
+  machine.userDefaults.synchronize();
+  env.journal.begin();
+
+  machine.clock.sleep(2);
+  machine.dispatch.mainAsync([] {});
+  machine.dispatch.mainSync([] {});
+  machine.dispatch.globalAsync([] {});
+  machine.http.upload(HttpRequest{"POST", "https://a/", {}, ""}, [](HttpReply) {});
+  machine.files.exists("/a/b");
+  machine.files.createDirectory("/a/b", nullptr);
+  machine.files.excludeFromBackup("/a/b", nullptr);
+  machine.files.atomicFile("/a/b/file", "")->replace("bytes", {}, nullptr);
+  machine.files.read("/a/b/file", 5, nullptr);
+  machine.files.remove("/a/b/file", nullptr);
+  machine.userDefaults.get("key", nullptr);
+  machine.userDefaults.set("key", "value");
+  machine.userDefaults.synchronize();
+  machine.backgroundTasks.begin([] {});
+  machine.backgroundTasks.remaining();
+  machine.backgroundTasks.end(1);
+  machine.logSink.write("line");
+
+  EXPECT_THAT(env.journal.take(),
+              ElementsAre("sleep 2", "main async", "main sync", "global async",
+                          "request https://a/", "exists /a/b", "create /a/b", "exclude /a/b",
+                          "write /a/b/file", "read /a/b/file", "remove /a/b/file", "get key",
+                          "set key", "synchronize", "begin 1", "remaining", "end 1", "log: line"));
+  EXPECT_THAT(env.journal.take(), IsEmpty());
+}
+
+TEST_F(FakeEnvironmentTest, ItsJournalActsOnceInsideACall) {
+  std::vector<std::string> linesAtThatMoment;
+  env.journal.when("log: b", [&] {
+    env.log.write("b again");
+    linesAtThatMoment = env.log.lines();
+  });
+  env.journal.when("never", [] {});
+
+  for (const char* line : {"a", "b", "b"}) env.log.write(line);
+
+  EXPECT_THAT(linesAtThatMoment, ElementsAre("a", "b", "b again"));
+  EXPECT_THAT(env.log.lines(), ElementsAre("a", "b", "b again", "b"));
+  EXPECT_THAT(env.journal.dropHooks(), ElementsAre("never"));
+}
+
 TEST_F(FakeEnvironmentTest, WhatDiesWithAProcessIsGoneWhenItEnds) {
   bool ran = false;
   observe(Notification::applicationDidBecomeActive, [&] { ran = true; });

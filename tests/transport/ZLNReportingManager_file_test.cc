@@ -12,7 +12,6 @@
 #include "platform/property_list.h"
 #include "reports/ZLNReportSessionStart.h"
 #include "reports/ZLNReportSessionStop.h"
-#include "tests/support/hooked_process.h"
 #include "tests/transport/manager_fixture.h"
 
 namespace zln {
@@ -276,11 +275,10 @@ TEST_F(ZLNReportingManagerFileTest, AValueThatAPropertyListCannotHoldFailsTheWri
 }
 
 TEST_F(ZLNReportingManagerFileTest, ASaveThatIsOvertakenLosesNothingOfTheLaterOne) {
-  HookedProcess process(env);
   setLevel(4);
   queue("early");
   // While the next save writes its snapshot down, another report is queued and saved.
-  process.when("ZLN Session: saving report", [&] { queue("late"); });
+  whenLogged("saving report", [&] { queue("late"); });
 
   manager().saveReports();
 
@@ -565,11 +563,10 @@ TEST_F(ZLNReportingManagerFileTest, RestoringQueuesTheHeldReportsInTheirOrderWit
 }
 
 TEST_F(ZLNReportingManagerFileTest, EachReportThatIsRestoredIsSavedByItself) {
-  HookedProcess process(env);
   begin(kHolding);
   for (const char* network : {"first", "second"}) hold(adReport(network));
   std::vector<std::string> stored;
-  process.when("ZLN Session: saved 1 reports", [&] { stored = storedNetworks(); });
+  whenLogged("saved 1 reports", [&] { stored = storedNetworks(); });
 
   manager().restoreTemporaryErrorReports();
 
