@@ -128,6 +128,20 @@ TEST_F(ZLNReportBackgroundMonitorTest, WithTheDefaultLimitTheDelegateIsToldAfter
   EXPECT_THAT(env.backgroundTasks.ended(), ElementsAre(1));
 }
 
+TEST_F(ZLNReportBackgroundMonitorTest, TheWorkerTellsTheDelegateThenEndsItsTaskAndThenLogsIt) {
+  setLimit(1);
+  delegate->whenTold = [&] { env.journal.add("told"); };
+  makeMonitor();
+  env.journal.begin();
+
+  goToBackground();
+
+  expectCalls({"global async", "log: Starting background task", "begin 1",
+               "log: Started background task 1", "log: Time left: 999.000000", "sleep 1",
+               "main sync", "remaining", "log: Sending stop report from background task 1", "told",
+               "end 1", "log: Stopped background task 1"});
+}
+
 TEST_F(ZLNReportBackgroundMonitorTest, TheTimeLeftIsAskedForAfterEachStep) {
   setLimit(3);
   env.backgroundTasks.remainingTime = 500;
@@ -248,6 +262,21 @@ TEST_F(ZLNReportBackgroundMonitorTest, CancelDuringTheWaitEndsTheTaskAtOnceAndTe
   EXPECT_EQ(kBackgroundTaskInvalid, monitor->uploadTask());
 }
 
+TEST_F(ZLNReportBackgroundMonitorTest, CancelEndsTheWaitThenLogsAndThenEndsTheTask) {
+  env.clock.at(0.5, [&] {
+    // Another worker that begins at that moment finds the wait over.
+    env.journal.when("end 1", [&] { goToBackground(); });
+    env.journal.begin();
+    monitor->cancel();
+  });
+
+  makeMonitorAndGoToBackground();
+
+  expectCalls({"log: end monitor background task 1", "end 1", "global async",
+               "log: Starting background task", "begin 2", "log: Started background task 2",
+               "main sync", "remaining"});
+}
+
 TEST_F(ZLNReportBackgroundMonitorTest, CancelDuringTheLastStepTellsNobody) {
   setLimit(1);
   env.clock.at(0.5, [&] { monitor->cancel(); });
@@ -278,10 +307,12 @@ TEST_F(ZLNReportBackgroundMonitorTest, CancelBeforeTheWorkerBeganLeavesItsTaskTo
 
   EXPECT_EQ(1u, monitor->uploadTask());
   EXPECT_THAT(env.backgroundTasks.open(), ElementsAre(1));
+  expectLines({kStarting, kStarted});
 
+  env.journal.begin();
   monitor.reset();
 
-  expectLines({kStarting, kStarted, kEndedOnDealloc});
+  expectCalls({"log: end monitor background task (on dealloc) 1", "end 1"});
   EXPECT_EQ(0.0, env.clock.slept());
   EXPECT_THAT(delegate->told, IsEmpty());
   EXPECT_THAT(env.backgroundTasks.ended(), ElementsAre(1));

@@ -26,6 +26,7 @@ using testing::IsEmpty;
 using testing::SizeIs;
 
 constexpr char kFirstSent[] = "com.zelnor.firstSessionSent";
+constexpr char kWritesReports[] = "write /support/com.zelnor.sdk/reporting/reports.json";
 
 // The session of a test's process: new, after thirty seconds of use, and stopped then.
 constexpr char kNew[] = "session: [2023-11-14 22:13:20 +0000 - (null)] 0.000000 sec.";
@@ -218,20 +219,21 @@ TEST_F(ZLNSessionManagerTest, AFirstSessionReportThatIsSwitchedOffIsNeverOffered
   expectSent({"Start"});
 }
 
-TEST_F(ZLNSessionManagerTest, WhileTheFirstSessionStartsNothingIsFollowedYetAndItIsNotRemembered) {
+TEST_F(ZLNSessionManagerTest,
+       TheFirstSessionIsSetLoggedAndQueuedThenRememberedThenEventsAreFollowed) {
   setLevel(3);
   makeManager();
-  bool rememberedWhenQueued = true;
-  whenLogged("started new session", [&] { env.app.resignActive(); });
-  whenLogged("saved 1 reports",
-             [&] { rememberedWhenQueued = env.defaults.values().contains(kFirstSent); });
+  whenLogged("started new session", [&] { EXPECT_NE(nullptr, manager->session()); });
+  // Not followed yet: it would pause the session.
+  env.journal.when("synchronize", [&] { env.app.resignActive(); });
+  env.journal.begin();
 
   env.dispatch.runMain();
 
-  EXPECT_TRUE(manager->session()->running());
-  EXPECT_EQ(nullptr, manager->monitor());
-  EXPECT_FALSE(rememberedWhenQueued);
-  EXPECT_TRUE(env.defaults.values().contains(kFirstSent));
+  expectCalls({std::string("log: started new session ") + kNew, "get com.zelnor.firstSessionSent",
+               "log: queue report <ZLNReportSessionFirst: 0x*>", "global async",
+               "log: transmit reports", "begin 1", kWritesReports, "log: saved 1 reports",
+               "set com.zelnor.firstSessionSent", "synchronize"});
 }
 
 TEST_F(ZLNSessionManagerTest, ANewSessionIsLoggedAndItsReportStoredUntilItIsDelivered) {
@@ -476,19 +478,27 @@ TEST_F(ZLNSessionManagerTest, WhenTheTimeInTheBackgroundIsUpTheSessionStopsAtIts
   expectSent({"Start", "Stop", "Start"});
 }
 
-TEST_F(ZLNSessionManagerTest, TheStopReportIsQueuedWhileTheMonitorHoldsItsTask) {
+TEST_F(ZLNSessionManagerTest,
+       TheStopReportIsQueuedBeforeSessionAndMonitorAreDroppedAndTheTaskEnds) {
   startLater();
   config->setUserSessionBackgroundTimeoutSeconds(0);
-  env.app.resignActive();
-  const auto monitor = manager->monitor();
+  useFor(30);
   env.app.enterBackground();
+  setLevel(3);
+  whenLogged("Stopped session", [&] {
+    EXPECT_EQ(session, manager->session());
+    EXPECT_NE(nullptr, manager->monitor());
+  });
+  env.journal.begin();
 
   env.dispatch.runNextGlobal();
 
   // Sending has a task of its own by the time that the monitor's is ended.
-  EXPECT_THAT(storedReports(env.files), SizeIs(1));
-  EXPECT_EQ(kBackgroundTaskInvalid, monitor->uploadTask());
-  EXPECT_THAT(env.backgroundTasks.open(), SizeIs(1));
+  expectCalls({"log: Starting background task", "begin 2", "log: Started background task 2",
+               "log: queue report <ZLNReportSessionStop: 0x*>", "global async",
+               "log: transmit reports", "begin 3", kWritesReports, "log: saved 1 reports",
+               std::string("log: Stopped session ") + kOver, "end 2",
+               "log: Stopped background task 2"});
 }
 
 TEST_F(ZLNSessionManagerTest, ReturningDuringTheWaitKeepsTheSession) {
@@ -559,6 +569,7 @@ TEST_F(ZLNSessionManagerTest, AReturnAsTheMonitorFiresKeepsTheSession) {
   const std::string monitor = addressText(manager->monitor().get());
   env.app.enterBackground();
   setLevel(5);
+  env.journal.when("end 2", [&] { EXPECT_NE(nullptr, manager->monitor()); });
   // The worker has decided; the player is back before it tells the manager. The start report was
   // sent under task 1.
   whenLogged("Sending stop report from background task 2", [&] {
@@ -637,22 +648,23 @@ TEST_F(ZLNSessionManagerTest, TheReplacedMonitorIsCancelledInItsWait) {
   env.app.resignActive();
   env.app.enterBackground();
   const auto old = manager->monitor();
-  BackgroundTaskId taskBefore = kBackgroundTaskInvalid;
-  BackgroundTaskId taskAfter = 99;
+  // The start report was sent under task 1.
+  env.journal.when("end 2", [&] { EXPECT_EQ(old, manager->monitor()); });
   env.clock.at(3.5, [&] {
-    taskBefore = old->uploadTask();
+    setLevel(3);
     env.app.resignActive();
-    taskAfter = old->uploadTask();
   });
 
   env.dispatch.runAll();
 
-  EXPECT_NE(kBackgroundTaskInvalid, taskBefore);
-  EXPECT_EQ(kBackgroundTaskInvalid, taskAfter);
+  const std::string paused = std::string("paused session ") + kNew;
+  expectSessionLines({"pausing a paused session?", paused,
+                      "creating another background monitor while I already have one",
+                      "end monitor background task 2",
+                      paused + ", started monitor " + currentMonitorText()});
   EXPECT_EQ(4.0, env.clock.slept());
   EXPECT_NE(old, manager->monitor());
   EXPECT_NE(nullptr, manager->session());
-  expectLines({"creating another background monitor while I already have one"});
 }
 
 // Without a session.
@@ -725,15 +737,34 @@ TEST_F(ZLNSessionManagerTest, TerminationStopsAPausedSessionAtItsPause) {
 TEST_F(ZLNSessionManagerTest, TerminationStopsASessionThatWasNeverPausedAtItsStart) {
   startLater();
   env.clock.advance(30);
+  setLevel(3);
 
   env.app.terminate();
+
+  EXPECT_EQ(nullptr, manager->session());
+  EXPECT_FALSE(session->running());
+  expectSessionLines(
+      {"Stopped session session: [2023-11-14 22:13:20 +0000 - 2023-11-14 22:13:20 +0000] "
+       "0.000000 sec."});
 
   // Before it returns.
   const std::vector<Dictionary> stored = storedReports(env.files);
   ASSERT_THAT(stored, SizeIs(1));
   EXPECT_EQ("ReportTypeSessionStop", textOf(stored[0], "type"));
   expectSent({"Start", "Stop"});
+  EXPECT_EQ(1700000000, numberOf(lastSent(), "startTime"));
   expectLastStop(1700000000, 0);
+}
+
+TEST_F(ZLNSessionManagerTest, ASessionWithoutAPauseTimeIsDroppedWithoutAReport) {
+  startLater();
+  env.app.resignActive();
+  session->setLastPauseTime(std::nullopt);
+
+  manager->stopSession();
+
+  EXPECT_EQ(nullptr, manager->session());
+  expectSent({"Start"});
 }
 
 TEST_F(ZLNSessionManagerTest, StoppingARunningSessionPausesItAtItsOldPause) {
