@@ -192,11 +192,14 @@ TEST_F(ZLNReportOperationPostTest, GoesOnExecutingUntilTheReply) {
 
 TEST_F(ZLNReportOperationPostTest, SaysWhatItPosts) {
   setLevel(4);
+  const auto sent = adReport();
+  env.journal.begin();
 
-  start();
+  start(sent);
 
-  expectLines({std::string("posting report <ZLNReportAdAttempt: 0x*> to ") + kAdAttemptUrl,
-               std::string("sending report: ") + kSent});
+  expectCalls({std::string("log: posting report <ZLNReportAdAttempt: 0x*> to ") + kAdAttemptUrl,
+               std::string("log: sending report: ") + kSent,
+               std::string("request ") + kAdAttemptUrl});
 }
 
 TEST_F(ZLNReportOperationPostTest, WithoutAReportItFailsForGoodAndSendsNothing) {

@@ -201,6 +201,24 @@ TEST_F(ZLNReportingManagerFileTest, AHeldReportIsWrittenAlsoWhenItIsToBeLeftOut)
   expectLines({"saved 1 reports"});
 }
 
+TEST_F(ZLNReportingManagerFileTest, TheQueueIsReadBeforeTheHolding) {
+  begin(kHolding);
+  const auto held = std::make_shared<OddReport>(Dictionary{{"network", "held"}});
+  hold(held);
+  // Queued while the holding is read.
+  held->whenSerialized = [] {
+    manager().reportQueue().addOperation(manager().getReportingOperationForReport(adReport("new")));
+  };
+
+  manager().saveReports();
+
+  EXPECT_THAT(storedNetworks(), ElementsAre("held"));
+
+  manager().saveReports();
+
+  EXPECT_THAT(storedNetworks(), ElementsAre("held", "new"));
+}
+
 TEST_F(ZLNReportingManagerFileTest, AQueuedReportWithoutADictionaryIsLeftOutAndStaysQueued) {
   beginSuspended();
   manager().queueReportForTransmission(std::make_shared<OddReport>(std::nullopt));
@@ -324,6 +342,15 @@ TEST_F(ZLNReportingManagerFileTest, IsLoadedByTheStartUpTaskAndSentAtOnce) {
                R"(sending report: {"userId":"USER","country":"DE","type":"ReportTypeAdAttempt",)"
                R"("device":"iPhone14,5","platform":"iOS","bundleId":"com.example.game",)"
                R"("network":"stored","adType":"unknown","fill":false})"});
+  EXPECT_THAT(env.http.requests(), SizeIs(1));
+}
+
+TEST_F(ZLNReportingManagerFileTest, WhetherToSendAtOnceIsAskedAfterLoading) {
+  setLevel(3);
+  whenLogged("saved 1 reports", [] { settings().setTransmitReportsImmediately(true); });
+
+  beginWith({storedAd("stored")}, {{kTransmitImmediately, Number::boolean(false)}});
+
   EXPECT_THAT(env.http.requests(), SizeIs(1));
 }
 
@@ -550,6 +577,7 @@ TEST_F(ZLNReportingManagerFileTest, RestoringQueuesTheHeldReportsInTheirOrderWit
   hold(first);
   hold(second);
   newLines();
+  whenLogged("temporary error", [&] { EXPECT_EQ(1, second->temporaryFailureCount()); });
 
   manager().restoreTemporaryErrorReports();
 

@@ -123,6 +123,16 @@ TEST_F(ZLNReportingManagerTest, BeginsSuspendedAndDoesNotTransmitWhenItIsNotToSe
   expectLines({});
 }
 
+TEST_F(ZLNReportingManagerTest, SubscribesBeforeItSubmitsItsStartUpTask) {
+  setLevel(4);
+  env.journal.when("global async", [&] { env.app.enterForeground(); });
+
+  manager();
+
+  expectLines({"Config is not stale. Update skipped.", "temporary error\"d reports restoring",
+               "transmit reports"});
+}
+
 TEST_F(ZLNReportingManagerTest, OneThatIsGoneFollowsTheApplicationNoLonger) {
   auto manager = ZLNReportingManager::init();
   env.dispatch.runGlobal();
@@ -304,12 +314,13 @@ TEST_F(ZLNReportingManagerTest, TransmittingNothingChangesNothing) {
 TEST_F(ZLNReportingManagerTest, TransmittingResumesTheQueueUnderOneBackgroundTask) {
   beginSuspended();
   queue();
-  newLines();
+  env.journal.begin();
 
   manager().transmitPendingReports();
   manager().transmitPendingReports();
 
-  expectLines({"transmit reports", "manager background task started 1", "transmit reports"});
+  expectCalls({"log: transmit reports", "begin 1", "log: manager background task started 1",
+               "global async", "log: transmit reports"});
   EXPECT_FALSE(isSuspended());
   EXPECT_EQ(1u, manager().backgroundTaskId());
   EXPECT_THAT(env.backgroundTasks.open(), ElementsAre(1));
@@ -338,6 +349,7 @@ TEST_F(ZLNReportingManagerTest, StoppingWithoutABackgroundTaskDoesNothing) {
 
 TEST_F(ZLNReportingManagerTest, EveryBackgroundTaskIsStoppedUnderItsOwnNumber) {
   begin();
+  env.journal.begin();
 
   for (int times = 0; times < 2; ++times) {
     manager().startBackgroundTask();
@@ -346,15 +358,17 @@ TEST_F(ZLNReportingManagerTest, EveryBackgroundTaskIsStoppedUnderItsOwnNumber) {
     EXPECT_EQ(kBackgroundTaskInvalid, manager().backgroundTaskId());
   }
 
-  expectLines({"manager background task started 1", "manager background task stopped 1",
-               "manager background task started 2", "manager background task stopped 2"});
-  EXPECT_THAT(env.backgroundTasks.ended(), ElementsAre(1, 2));
+  expectCalls({"begin 1", "log: manager background task started 1", "end 1",
+               "log: manager background task stopped 1", "begin 2",
+               "log: manager background task started 2", "end 2",
+               "log: manager background task stopped 2"});
 }
 
 TEST_F(ZLNReportingManagerTest, AnExpiredBackgroundTaskIsForgottenAndNotEnded) {
   begin();
   queue();
   newLines();
+  whenLogged("saved 1 reports", [] { EXPECT_EQ(1u, manager().backgroundTaskId()); });
 
   env.backgroundTasks.expire(1);
 
@@ -404,6 +418,7 @@ TEST_F(ZLNReportingManagerTest, AfterASuspendedBatchTheQueueRestsAgain) {
     EXPECT_FALSE(isSuspended());
     EXPECT_THAT(env.backgroundTasks.ended(), SizeIs(ended));
 
+    env.journal.when("end ", [] { EXPECT_TRUE(isSuspended()); });
     env.http.reply(sent - 1, reply);
 
     EXPECT_TRUE(isSuspended());
@@ -486,6 +501,8 @@ TEST_F(ZLNReportingManagerTest, ATemporaryFailureIsSentAgainAtOnceAndStoredTwice
   begin();
   const auto report = send();
   newLines();
+  whenLogged("saved 1 reports", [&] { EXPECT_EQ(0, report->temporaryFailureCount()); });
+  whenLogged("queue report", [&] { EXPECT_EQ(1, report->temporaryFailureCount()); });
 
   timeOut();
 
@@ -624,6 +641,10 @@ TEST_F(ZLNReportingManagerTest, AHeldReportOfASuspendedBatchLetsTheQueueRest) {
   EXPECT_FALSE(isSuspended());
   EXPECT_THAT(env.backgroundTasks.ended(), IsEmpty());
 
+  env.journal.when("end 1", [] {
+    EXPECT_THAT(manager().temporaryErrorReports(), SizeIs(2));
+    EXPECT_TRUE(isSuspended());
+  });
   env.http.fail(1, -1001);
 
   EXPECT_TRUE(isSuspended());

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -25,9 +26,14 @@ class OddReport : public ZLNReportSessionStop {
   std::optional<std::uint64_t> revision() const override { return std::nullopt; }
 
   std::optional<Value> base;
+  // Happens once, while its dictionary is made.
+  mutable std::function<void()> whenSerialized;
 
  protected:
-  std::optional<Value> superSerialization() const override { return base; }
+  std::optional<Value> superSerialization() const override {
+    if (const auto act = std::exchange(whenSerialized, nullptr)) act();
+    return base;
+  }
 };
 
 // A place in the queue that is no report's.
