@@ -196,10 +196,13 @@ TEST_F(ZLNReportingConfigFileTest, ATimeThatIsNoNumberRemovesTheFileWhoseOtherSe
                                                   {Dictionary{}, "{\n}"}}) {
     config.setSendStopSessionReports(true);
     putFile({{kSendStop, Number::boolean(false)}, {"lastUpdate", value}});
+    env.journal.when("remove", [&] { EXPECT_TRUE(config.sendStopSessionReports()); });
+    env.journal.begin();
 
     EXPECT_TRUE(config.loadStoredConfig());
 
-    expectLines({"Config timestamp was incorrect class " + text});
+    expectCalls({kReadsFile, "log: Config timestamp was incorrect class " + text,
+                 std::string("exists ") + kSettingsFile, std::string("remove ") + kSettingsFile});
     EXPECT_EQ(std::nullopt, env.files.contents(kSettingsFile));
     EXPECT_FALSE(config.sendStopSessionReports());
     EXPECT_EQ(Date{1700000000}, config.configUpdateTime());

@@ -32,11 +32,14 @@ class ZLNReportingConfigRemoteTest : public ConfigTest {
 // The request.
 
 TEST_F(ZLNReportingConfigRemoteTest, AsksWithTheVersionsOfTheApplicationAndTheLibrary) {
+  env.journal.begin();
+
   begin();
 
-  expectLines({"Config is stale. Updating.",
-               "config params: {\n    ConfigSerializationKeyAppVersion = \"1.2.3\";\n"
-               "    ConfigSerializationKeySDKVersion = \"7.0.0\";\n}"});
+  expectCalls({kReadsFile, "log: Config is stale. Updating.", kWritesFile,
+               "log: config params: {\n    ConfigSerializationKeyAppVersion = \"1.2.3\";\n"
+               "    ConfigSerializationKeySDKVersion = \"7.0.0\";\n}",
+               std::string("request ") + kConfigUrl});
   ASSERT_THAT(env.http.requests(), SizeIs(1));
   const HttpRequest& request = env.http.requests()[0];
   EXPECT_EQ("POST", request.method);

@@ -261,6 +261,19 @@ TEST_F(ZLNReportingConfigTest, WithoutAFileItHoldsTheDefaultsAndFetchesAtCreatio
   EXPECT_THAT(env.http.requests(), SizeIs(1));
 }
 
+TEST_F(ZLNReportingConfigTest, SubscribesThenLoadsTheFileAndThenChecksWhetherItIsStale) {
+  putSettings({});
+  // So early that not even settings that were never fetched are stale.
+  env.clock.set(0);
+  env.journal.when(kReadsFile, [&] { env.app.becomeActive(); });
+  env.journal.begin();
+
+  begin();
+
+  expectCalls({kReadsFile, "log: Config is not stale. Update skipped.",
+               "log: Config is not stale. Update skipped."});
+}
+
 TEST_F(ZLNReportingConfigTest, TheFileOverridesTheDefaultsOfTheKeyedSettings) {
   putSettings({{kSendStop, Number::boolean(false)}, {kInactivityLimit, Number::int64(30)}});
 

@@ -12,6 +12,8 @@ namespace zln {
 class ConfigTest : public HostTest {
  protected:
   static constexpr char kSettingsFile[] = "/support/com.zelnor.sdk/data/config.dat";
+  static constexpr char kReadsFile[] = "read /support/com.zelnor.sdk/data/config.dat";
+  static constexpr char kWritesFile[] = "write /support/com.zelnor.sdk/data/config.dat";
   static constexpr char kImmediately[] = "ConfigSerializationKeyTransmitReportsImmediately";
   static constexpr char kOnBackgrounding[] =
       "ConfigSerializationKeyTransmitReportsOnApplicationBackgrounding";
