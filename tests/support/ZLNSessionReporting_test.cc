@@ -110,6 +110,17 @@ TEST_F(ZLNSessionReportingTest, InitializingMakesTheFoldersAndStartsNothing) {
   expectNothingStarted();
 }
 
+TEST_F(ZLNSessionReportingTest, InitializingEnablesFirstAndKeepsTheEngineVersionLast) {
+  env.journal.when("exists /support/com.zelnor.sdk",
+                   [] { EXPECT_TRUE(ZLNReportingUtils::isEnabled()); });
+  env.journal.when("exclude /support/com.zelnor.sdk/data",
+                   [] { EXPECT_EQ("0.0.0", ZLNReportingUtils::getMarlwickVersion()); });
+
+  ZLNInitializeReporting("1.0");
+
+  EXPECT_EQ("1.0", ZLNReportingUtils::getMarlwickVersion());
+}
+
 TEST_F(ZLNSessionReportingTest, InitializingKeepsTheEngineVersionAndMendsIt) {
   ZLNInitializeReporting("1.0");
   EXPECT_EQ("1.0", ZLNReportingUtils::getMarlwickVersion());
@@ -132,16 +143,18 @@ TEST_F(ZLNSessionReportingTest, InitializingAgainMakesMissingFoldersAndReplacesT
   EXPECT_TRUE(ZLNReportingUtils::isEnabled());
 }
 
-TEST_F(ZLNSessionReportingTest, StartingMakesSettingsReportingAndSessions) {
+TEST_F(ZLNSessionReportingTest, StartingMakesSettingsThenReportingAndThenSessions) {
   ZLNInitializeReporting("4.5.6");
+  env.journal.begin();
 
   ZLNStartSessionReporting();
 
-  // The settings are fetched, the stored reports and the first session wait for their threads.
-  ASSERT_EQ(1u, env.http.requests().size());
-  EXPECT_EQ("https://config.invalid/config", env.http.requests()[0].url);
-  EXPECT_EQ(1u, env.dispatch.globalCount());
-  EXPECT_EQ(1u, env.dispatch.mainCount());
+  // The stored reports and the first session wait for their threads.
+  expectCalls({"read /support/com.zelnor.sdk/data/config.dat",
+               "write /support/com.zelnor.sdk/data/config.dat",
+               "request https://config.invalid/config", "global async",
+               "get com.zelnor.sessionUserId", "set com.zelnor.sessionUserId", "synchronize",
+               "main async"});
 
   expectSent({"First"});
   EXPECT_EQ("4.5.6", textOf(sentReports(env.http)[0].body, "mwVersion"));
