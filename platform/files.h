@@ -12,45 +12,22 @@
 
 namespace zln {
 
-// A file whose content is put in its place whole, again and again. One thread at a time replaces
-// it; another may read the old content meanwhile.
+// A file whose content is replaced as a whole, again and again, mostly by one with the same
+// beginning. One thread at a time uses it.
 class AtomicFile {
  public:
-  // How many bytes of a content, at its beginning and at its end, are those of the last content
-  // that was put here successfully, so that they need not be written again; 0 is always right.
-  // Those at the end count between contents of the same size.
-  struct Unchanged {
-    std::size_t head = 0;
-    std::size_t tail = 0;
-  };
-
   virtual ~AtomicFile() = default;
 
   // Puts this content in place of the old one: a reader sees all of the old or all of the new. On
-  // failure the old content stays.
-  virtual bool replace(std::string_view content, Unchanged unchanged, Error* error) = 0;
-
-  // Does ahead what the first replacement has to do besides writing; a thread that may wait calls
-  // it before. Nothing is to be seen of it in the file.
-  virtual void prepare() = 0;
-
-  // Offers what stood there when this object was made, whatever has been put there since, and, if
-  // that is declined, what stood there one replacement earlier, where the system has kept it.
-  // Absent and unreadable content, and content beyond `limit` bytes, is passed over. Once only. It
-  // counts as taken up when this returns; until then it is kept as by keep().
-  virtual void offerOldContent(std::size_t limit,
-                               const std::function<bool(const std::string& content)>& accept) = 0;
-
-  // From here to release() what lies in place now is kept for the next process, whatever replaces
-  // it: for one who takes out all and puts it back piece by piece. Should this process be killed
-  // before, the next one is offered it first, and after it what lies in place then, in which some
-  // of it may stand again. Several may do so at once. Where the system cannot, nothing is kept.
-  virtual void keep() = 0;
-  virtual void release() = 0;
+  // failure the old content stays. The first `unchangedPrefix` bytes are those of the last content
+  // that was put in place successfully here, so they need not be written again; 0 is always right.
+  // When it is all of both contents and the file is still there, nothing is written.
+  virtual bool replace(std::string_view content, std::size_t unchangedPrefix, Error* error) = 0;
 };
 
-// The error of reading a file that is not there.
+// The errors, in kCocoaErrorDomain, of reading a file that is not there or is too large.
 inline constexpr std::int64_t kReadNoSuchFile = 260;
+inline constexpr std::int64_t kReadTooLarge = 263;
 inline bool isFileMissing(const Error& error) {
   return error.domain == kCocoaErrorDomain && error.code == kReadNoSuchFile;
 }
@@ -85,9 +62,9 @@ class Files {
   // one.
   virtual bool writeAtomically(const std::string& path, std::string_view bytes,
                                Durability durability, Error* error) = 0;
-  // The file at `path`, there or not. `sparePath` belongs to this file alone; what lies there is
-  // the system's own aid, which may come and go.
-  virtual std::unique_ptr<AtomicFile> atomicFile(const std::string& path,
+  // The file at `path`, there or not. `sparePath` belongs to this file alone: it may have the
+  // content before the last one, until the disk has the last one.
+  virtual std::shared_ptr<AtomicFile> atomicFile(const std::string& path,
                                                  const std::string& sparePath) = 0;
   // Marks an existing item so that backups leave it out.
   virtual bool excludeFromBackup(const std::string& path, Error* error) = 0;

@@ -46,7 +46,7 @@ class OperationQueue::Scheduler : public OperationObserver,
 
   void add(std::shared_ptr<Operation> operation) {
     operation->addObserver(weak_from_this());
-    change([&] { entries_.push_back({std::move(operation), ++lastNumber_, false}); });
+    change([&] { entries_.push_back({std::move(operation), false}); });
   }
 
   std::size_t count() const {
@@ -55,25 +55,15 @@ class OperationQueue::Scheduler : public OperationObserver,
   }
 
   std::vector<std::shared_ptr<Operation>> snapshot() const {
-    std::lock_guard lock(mutex_);
     std::vector<std::shared_ptr<Operation>> operations;
-    operations.reserve(entries_.size());
-    for (const auto& entry : entries_) operations.push_back(entry.operation);
+    visit([&](const std::shared_ptr<Operation>& operation) { operations.push_back(operation); });
     return operations;
   }
 
-  Shown follow(Mark& mark, const Look& look) const {
+  template <typename Look>
+  void visit(const Look& look) const {
     std::lock_guard lock(mutex_);
-    const Shown shown = mark.departures == departures_ ? Shown::additions : Shown::all;
-    auto entry = entries_.begin();
-    if (shown == Shown::additions) {
-      entry = std::upper_bound(
-          entries_.begin(), entries_.end(), mark.lastNumber,
-          [](std::uint64_t number, const Entry& other) { return number < other.number; });
-    }
-    for (; entry != entries_.end(); ++entry) look(entry->number, entry->operation);
-    mark = {lastNumber_, departures_};
-    return shown;
+    for (const auto& entry : entries_) look(entry.operation);
   }
 
   // Retires the operation inside its announcement: when that returns, it has left the queue and
@@ -93,7 +83,6 @@ class OperationQueue::Scheduler : public OperationObserver,
  private:
   struct Entry {
     std::shared_ptr<Operation> operation;
-    std::uint64_t number;
     bool started;
   };
 
@@ -118,7 +107,6 @@ class OperationQueue::Scheduler : public OperationObserver,
       if (entry->started) --running_;
       retired = std::move(entry->operation);
       entries_.erase(entry);
-      ++departures_;
     });
   }
 
@@ -156,8 +144,6 @@ class OperationQueue::Scheduler : public OperationObserver,
   Dispatch& dispatch_;
   mutable std::mutex mutex_;
   std::vector<Entry> entries_;
-  std::uint64_t lastNumber_ = 0;
-  std::uint64_t departures_ = 0;
   std::size_t limit_ = SIZE_MAX;
   std::size_t running_ = 0;
   bool suspended_ = false;
@@ -186,8 +172,9 @@ std::vector<std::shared_ptr<Operation>> OperationQueue::operations() const {
   return scheduler_->snapshot();
 }
 
-OperationQueue::Shown OperationQueue::follow(Mark& mark, const Look& look) const {
-  return scheduler_->follow(mark, look);
+void OperationQueue::visit(
+    const std::function<void(const std::shared_ptr<Operation>&)>& look) const {
+  scheduler_->visit(look);
 }
 
 }  // namespace zln

@@ -91,18 +91,9 @@ class OperationQueue {
   std::size_t operationCount() const;
   std::vector<std::shared_ptr<Operation>> operations() const;
 
-  // How far somebody has followed the queue; nowhere at first.
-  struct Mark {
-    std::uint64_t lastNumber = 0;
-    std::uint64_t departures = 0;
-  };
-  enum class Shown { additions, all };
-  using Look = std::function<void(std::uint64_t number, const std::shared_ptr<Operation>&)>;
-  // Shows the operations that were added since the mark, in the order of adding, or, if others have
-  // left the queue since, all that are there; renews the mark. An operation's number stays, and
-  // those added later have higher ones. The queue stands still meanwhile: `look` must be quick,
-  // must not come back to the queue and must not be the last to let go of an operation.
-  Shown follow(Mark& mark, const Look& look) const;
+  // Shows the operations of such a snapshot without making it. The queue stands still meanwhile:
+  // `look` must be quick, and must neither call the queue nor release an operation.
+  void visit(const std::function<void(const std::shared_ptr<Operation>&)>& look) const;
 
  private:
   class Scheduler;

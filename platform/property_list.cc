@@ -218,6 +218,14 @@ bool appendElement(std::string& out, const Value& value, int level) {
   return isWritten;
 }
 
+bool appendElement(std::string& out, const Dictionary& dictionary, int level) {
+  const std::size_t length = out.size();
+  appendIndent(out, level);
+  const bool isWritten = appendDictionaryElement(out, dictionary, level);
+  if (!isWritten) out.resize(length);
+  return isWritten;
+}
+
 std::optional<std::string> write(const Value& root) {
   std::string document(kDocumentHead);
   if (!appendElement(document, root, 0)) return std::nullopt;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -12,10 +13,14 @@ namespace zln::property_list {
 extern const std::string_view kDocumentHead;
 extern const std::string_view kDocumentTail;
 
+// A longer document is not read.
+inline constexpr std::size_t kLargestDocument = std::size_t{256} << 20;
+
 // Appends `value` as one element in the XML form, every line indented by `level` tabs, dictionary
 // keys sorted. Characters that XML cannot hold become U+FFFD. False when the value holds a null;
 // `out` is then as it was.
 bool appendElement(std::string& out, const Value& value, int level);
+bool appendElement(std::string& out, const Dictionary& dictionary, int level);
 
 // The whole document, or absent when the root holds a null.
 std::optional<std::string> write(const Value& root);

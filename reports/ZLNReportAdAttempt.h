@@ -18,6 +18,7 @@ class ZLNReportAdAttempt : public AdReport {
   // Builds a report from a creation dictionary or a stored one.
   static std::shared_ptr<ZLNReportAdAttempt> initWithDictionary(const Dictionary& dictionary);
 
+  ReportKind kind() const override { return ReportKind::adAttempt; }
   const char* className() const override { return "ZLNReportAdAttempt"; }
 
  protected:

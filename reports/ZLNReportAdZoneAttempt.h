@@ -19,6 +19,7 @@ class ZLNReportAdZoneAttempt : public AdReport {
   // Builds a report from a creation dictionary or a stored one.
   static std::shared_ptr<ZLNReportAdZoneAttempt> initWithDictionary(const Dictionary& dictionary);
 
+  ReportKind kind() const override { return ReportKind::adZoneAttempt; }
   const char* className() const override { return "ZLNReportAdZoneAttempt"; }
 
   const std::optional<Value>& zoneId() const { return zoneId_; }

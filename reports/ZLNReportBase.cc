@@ -1,8 +1,10 @@
 #include "reports/ZLNReportBase.h"
 
+#include <cstddef>
 #include <utility>
 
 #include "platform/identity.h"
+#include "platform/property_list.h"
 #include "session/ZLNSessionManager.h"
 #include "support/log.h"
 #include "support/process_state.h"
@@ -12,6 +14,11 @@ namespace {
 
 constexpr char kUserIdKey[] = "userId";
 constexpr char kCountryKey[] = "country";
+
+// More than the element of most reports takes.
+constexpr std::size_t kRoomForElement = 1024;
+// Elements are directly in the file's one array.
+constexpr int kElementLevel = 1;
 
 }  // namespace
 
@@ -26,8 +33,8 @@ std::shared_ptr<ZLNReportBase> ZLNReportBase::initWithDictionary(const Dictionar
 
 ZLNReportBase::ZLNReportBase(const std::string& url)
     : urlString_(url),
-      userId_(ZLNSessionManager::sharedManager()->sessionUserId()),
-      country_(environment().deviceFacts.countryCode()) {}
+      country_(environment().deviceFacts.countryCode()),
+      userId_(ZLNSessionManager::sharedManager()->sessionUserId()) {}
 
 ZLNReportBase::ZLNReportBase(const Dictionary& dictionary, const std::string& url)
     : ZLNReportBase(url) {
@@ -42,20 +49,26 @@ std::optional<Dictionary> ZLNReportBase::toDictionary() const {
   return dictionary;
 }
 
-std::shared_ptr<const ReportElement> ZLNReportBase::toElement() const {
+ReportElement ZLNReportBase::toElement() const {
   // Asked for first: what changes while the dictionary is made is then made again the next time.
-  const std::optional<std::uint64_t> current = revision();
-  if (current) {
+  const std::uint64_t current = revision();
+  {
     std::lock_guard lock(elementMutex_);
-    if (element_ && elementRevision_ == *current) return element_;
+    if (element_ && elementRevision_ == current) return element_;
   }
   const std::optional<Dictionary> dictionary = toDictionary();
-  auto element = dictionary ? ReportElement::of(*dictionary) : nullptr;
-  if (!current) return element;
+  std::string text;
+  text.reserve(kRoomForElement);
+  if (dictionary) property_list::appendElement(text, *dictionary, kElementLevel);
   std::lock_guard lock(elementMutex_);
-  elementRevision_ = *current;
-  // Most changes of a session do not show in the reports of its beginning.
-  if (!element || !element_ || element->text != element_->text) element_ = std::move(element);
+  elementRevision_ = current;
+  if (!dictionary) {
+    element_ = nullptr;
+  } else if (!element_ || *element_ != text) {
+    // Most changes of a session do not show in the reports of its beginning. The copy, of which up
+    // to a thousand are kept, takes no more room than it needs.
+    element_ = std::make_shared<const std::string>(text);
+  }
   return element_;
 }
 

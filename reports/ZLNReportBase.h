@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <mutex>
@@ -8,10 +9,14 @@
 
 #include "platform/date.h"
 #include "platform/value.h"
-#include "reports/report_element.h"
 #include "support/field.h"
 
 namespace zln {
+
+// A report as the report file has it; empty when it has a value that the file cannot hold.
+using ReportElement = std::shared_ptr<const std::string>;
+
+enum class ReportKind { other, sessionFirst, sessionStart, sessionStop, adAttempt, adZoneAttempt };
 
 // What every report has: the endpoint it is posted to, the user it belongs to, the country, and the
 // count of its temporary failures. The kinds of reports derive from it. A report is written while
@@ -31,15 +36,14 @@ class ZLNReportBase {
   // What is posted and stored. The kinds add their keys to those of the base. Absent when the
   // report has no dictionary form.
   virtual std::optional<Dictionary> toDictionary() const;
-  // The same for the report file: one and the same object as long as its text stays the same. Null
-  // when the report has no dictionary form.
-  std::shared_ptr<const ReportElement> toElement() const;
-  // Changes whenever the dictionary may have changed; absent when that cannot be told.
-  virtual std::optional<std::uint64_t> revision() const { return std::nullopt; }
+  // The same for the report file: one and the same object as long as it stays the same. Null when
+  // the report has no dictionary form.
+  ReportElement toElement() const;
+  // Changes whenever the dictionary may have changed.
+  virtual std::uint64_t revision() const { return revision_.load(std::memory_order_acquire); }
+  void raiseRevision() { revision_.fetch_add(1, std::memory_order_release); }
 
-  // The revision of a report that never changes.
-  static constexpr std::uint64_t kUnchanging = 0;
-
+  virtual ReportKind kind() const { return ReportKind::other; }
   // The name of the kind, and the kind with its address, by which log lines name the report.
   virtual const char* className() const { return "ZLNReportBase"; }
   std::string description() const;
@@ -58,9 +62,15 @@ class ZLNReportBase {
   const std::optional<std::string>& sessionId() const { return sessionId_; }
   // A text, unless the installation's identifier was stored as something else.
   const std::optional<Value>& userId() const { return userId_; }
-  void setUserId(std::optional<Value> userId) { userId_ = std::move(userId); }
+  void setUserId(std::optional<Value> userId) {
+    userId_ = std::move(userId);
+    raiseRevision();
+  }
   const std::optional<std::string>& country() const { return country_; }
-  void setCountry(std::optional<std::string> country) { country_ = std::move(country); }
+  void setCountry(std::optional<std::string> country) {
+    country_ = std::move(country);
+    raiseRevision();
+  }
 
  protected:
   explicit ZLNReportBase(const std::string& url);
@@ -78,10 +88,11 @@ class ZLNReportBase {
   std::string urlString_;
   std::optional<Date> creationTime_;
   std::optional<std::string> sessionId_;
-  std::optional<Value> userId_;
   std::optional<std::string> country_;
+  std::optional<Value> userId_;
+  std::atomic<std::uint64_t> revision_{0};
   mutable std::mutex elementMutex_;
-  mutable std::shared_ptr<const ReportElement> element_;
+  mutable ReportElement element_;
   mutable std::uint64_t elementRevision_ = 0;
 };
 

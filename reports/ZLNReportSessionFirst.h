@@ -16,6 +16,7 @@ class ZLNReportSessionFirst : public SessionReport {
   // Restores a stored report.
   static std::shared_ptr<ZLNReportSessionFirst> initWithDictionary(const Dictionary& dictionary);
 
+  ReportKind kind() const override { return ReportKind::sessionFirst; }
   const char* className() const override { return "ZLNReportSessionFirst"; }
 
  protected:

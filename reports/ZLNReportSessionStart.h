@@ -16,6 +16,7 @@ class ZLNReportSessionStart : public SessionReport {
   // Restores a stored report.
   static std::shared_ptr<ZLNReportSessionStart> initWithDictionary(const Dictionary& dictionary);
 
+  ReportKind kind() const override { return ReportKind::sessionStart; }
   const char* className() const override { return "ZLNReportSessionStart"; }
 
  protected:

@@ -16,6 +16,7 @@ class ZLNReportSessionStop : public SessionReport {
   // Restores a stored report.
   static std::shared_ptr<ZLNReportSessionStop> initWithDictionary(const Dictionary& dictionary);
 
+  ReportKind kind() const override { return ReportKind::sessionStop; }
   const char* className() const override { return "ZLNReportSessionStop"; }
 
  protected:

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
@@ -14,7 +13,6 @@ namespace zln {
 class AdReport : public ZLNReportBase {
  public:
   std::optional<Dictionary> toDictionary() const override;
-  std::optional<std::uint64_t> revision() const override { return kUnchanging; }
 
   // The identifier of the attempt.
   const std::optional<Value>& uuid() const { return uuid_; }

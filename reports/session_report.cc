@@ -20,8 +20,8 @@ std::optional<Dictionary> SessionReport::toDictionary() const {
   return dictionary;
 }
 
-std::optional<std::uint64_t> SessionReport::revision() const {
-  return session_ ? session_->revision() : kUnchanging;
+std::uint64_t SessionReport::revision() const {
+  return ZLNReportBase::revision() + (session_ ? session_->revision() : 0);
 }
 
 }  // namespace zln

@@ -14,7 +14,7 @@ namespace zln {
 class SessionReport : public ZLNReportBase {
  public:
   std::optional<Dictionary> toDictionary() const override;
-  std::optional<std::uint64_t> revision() const override;
+  std::uint64_t revision() const override;
 
   // Null when a restored report's dictionary held no session.
   const std::shared_ptr<ZLNSession>& session() const { return session_; }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace zln {
@@ -14,6 +15,9 @@ class HeldLogLines {
   ~HeldLogLines();
   HeldLogLines(const HeldLogLines&) = delete;
   HeldLogLines& operator=(const HeldLogLines&) = delete;
+
+  // The lines so far; they are no longer written when it goes.
+  std::vector<std::string> release() { return std::exchange(lines_, {}); }
 
   // Takes the line if the calling thread holds its lines.
   static bool take(const std::string& line);

@@ -28,7 +28,7 @@ class FakeDefaults : public UserDefaults {
   void failReads(std::optional<Error> error) { readError_ = std::move(error); }
 
  private:
-  Journal* const journal_;
+  Journal* journal_;
   std::map<std::string, Value> values_;
   std::size_t syncCount_ = 0;
   std::optional<Error> readError_;

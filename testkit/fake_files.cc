@@ -9,7 +9,6 @@ namespace {
 
 constexpr std::int64_t kNoSuchFile = 4;
 constexpr std::int64_t kReadNoPermission = 257;
-constexpr std::int64_t kReadTooLarge = 263;
 constexpr std::int64_t kCannotWrite = 512;
 constexpr std::int64_t kNoPermission = 513;
 constexpr std::int64_t kFileExists = 516;
@@ -126,37 +125,24 @@ void mark(std::set<std::string>& paths, const std::string& path, bool marked) {
 // Writes only what it is told has changed, as the real thing does.
 class FakeAtomicFile : public AtomicFile {
  public:
-  FakeAtomicFile(FakeFiles& files, std::string path)
-      : files_(files), path_(std::move(path)), old_(files_.contents(path_)) {}
+  FakeAtomicFile(FakeFiles& files, std::string path) : files_(files), path_(std::move(path)) {}
 
-  bool replace(std::string_view content, Unchanged unchanged, Error* error) override {
-    std::string written = last_.substr(0, unchanged.head);
+  bool replace(std::string_view content, std::size_t unchangedPrefix, Error* error) override {
+    const bool isSame =
+        last_ && unchangedPrefix == content.size() && content.size() == last_->size();
+    if (isSame && files_.exists(path_)) return true;
+    std::string written = last_.value_or("").substr(0, unchangedPrefix);
     written += content.substr(written.size());
-    if (content.size() == last_.size()) {
-      const std::size_t changed = last_.size() - std::min(unchanged.tail, last_.size());
-      written.replace(changed, std::string::npos, last_, changed);
-    }
     if (!files_.writeAtomically(path_, written, Durability::eventual, error)) return false;
     last_ = std::move(written);
     return true;
   }
 
-  void prepare() override {}
-
-  void offerOldContent(std::size_t limit,
-                       const std::function<bool(const std::string&)>& accept) override {
-    const std::optional<std::string> old = std::exchange(old_, std::nullopt);
-    if (old && old->size() <= limit) accept(*old);
-  }
-
-  void keep() override {}
-  void release() override {}
-
  private:
   FakeFiles& files_;
   const std::string path_;
-  std::optional<std::string> old_;
-  std::string last_;
+  // What was put in place last, if anything was.
+  std::optional<std::string> last_;
 };
 
 }  // namespace
@@ -230,8 +216,8 @@ bool FakeFiles::writeAtomically(const std::string& path, std::string_view bytes,
   return true;
 }
 
-std::unique_ptr<AtomicFile> FakeFiles::atomicFile(const std::string& path, const std::string&) {
-  return std::make_unique<FakeAtomicFile>(*this, path);
+std::shared_ptr<AtomicFile> FakeFiles::atomicFile(const std::string& path, const std::string&) {
+  return std::make_shared<FakeAtomicFile>(*this, path);
 }
 
 bool FakeFiles::excludeFromBackup(const std::string& path, Error* error) {

@@ -28,8 +28,8 @@ class FakeFiles : public Files {
                                   Error* error) override;
   bool writeAtomically(const std::string& path, std::string_view bytes, Durability durability,
                        Error* error) override;
-  // Keeps no earlier content, and mends no wrong number of unchanged bytes.
-  std::unique_ptr<AtomicFile> atomicFile(const std::string& path,
+  // Keeps no earlier content, and corrects no wrong number of unchanged bytes.
+  std::shared_ptr<AtomicFile> atomicFile(const std::string& path,
                                          const std::string& sparePath) override;
   bool excludeFromBackup(const std::string& path, Error* error) override;
 

@@ -1,7 +1,5 @@
 #pragma once
 
-#include <atomic>
-#include <cstdint>
 #include <memory>
 #include <string>
 #include <utility>
@@ -26,11 +24,11 @@ class ZLNReportOperationBase : public ZLNAsynchronousOperation {
 
   std::shared_ptr<ZLNReportBase> report() const { return report_.get(); }
   void setReport(std::shared_ptr<ZLNReportBase> report) {
+    const auto replaced = this->report();
     report_.set(std::move(report));
-    replacements_.fetch_add(1, std::memory_order_release);
+    // Whoever has listed the old report for this operation sees that it has to look again.
+    if (replaced) replaced->raiseRevision();
   }
-  // How many times the report of any operation has been replaced; rises after the replacement.
-  static std::uint64_t replacements() { return replacements_.load(std::memory_order_acquire); }
   std::shared_ptr<ZLNReportOperationDelegate> delegate() const { return delegate_.get().lock(); }
   void setDelegate(const std::shared_ptr<ZLNReportOperationDelegate>& delegate) {
     delegate_.set(delegate);
@@ -43,8 +41,6 @@ class ZLNReportOperationBase : public ZLNAsynchronousOperation {
                          const std::shared_ptr<ZLNReportOperationDelegate>& delegate);
 
  private:
-  static inline std::atomic<std::uint64_t> replacements_{0};
-
   Field<bool> validateResponse_;
   Field<std::shared_ptr<ZLNReportBase>> report_;
   Field<std::weak_ptr<ZLNReportOperationDelegate>> delegate_;

@@ -1,11 +1,6 @@
 #include "transport/ZLNReportingManager.h"
 
 #include "config/ZLNReportingConfig.h"
-#include "reports/ZLNReportAdAttempt.h"
-#include "reports/ZLNReportAdZoneAttempt.h"
-#include "reports/ZLNReportSessionFirst.h"
-#include "reports/ZLNReportSessionStart.h"
-#include "reports/ZLNReportSessionStop.h"
 #include "support/log.h"
 #include "support/process_state.h"
 
@@ -16,16 +11,18 @@ constexpr std::size_t kConcurrentOperations = 3;
 // Kept: one more than the round thousand.
 constexpr std::size_t kQueueLimit = 1001;
 
-template <typename Kind>
-bool isKind(const std::shared_ptr<ZLNReportBase>& report) {
-  return dynamic_cast<const Kind*>(report.get()) != nullptr;
-}
-
-bool isSwitchedOff(const std::shared_ptr<ZLNReportBase>& report) {
+bool isSwitchedOff(ReportKind kind) {
   const auto settings = ZLNReportingConfig::sharedConfig();
-  return (!settings->sendStartSessionReports() && isKind<ZLNReportSessionStart>(report)) ||
-         (!settings->sendStopSessionReports() && isKind<ZLNReportSessionStop>(report)) ||
-         (!settings->sendFirstSessionReports() && isKind<ZLNReportSessionFirst>(report));
+  switch (kind) {
+    case ReportKind::sessionStart:
+      return !settings->sendStartSessionReports();
+    case ReportKind::sessionStop:
+      return !settings->sendStopSessionReports();
+    case ReportKind::sessionFirst:
+      return !settings->sendFirstSessionReports();
+    default:
+      return false;
+  }
 }
 
 std::optional<std::string> urlOf(const std::shared_ptr<ZLNReportBase>& report) {
@@ -85,31 +82,36 @@ bool ZLNReportingManager::queueReportForTransmission(const std::shared_ptr<ZLNRe
     logDebug("attempted to queue nil report");
     return false;
   }
-  if (isSwitchedOff(report)) return true;
+  if (isSwitchedOff(report->kind())) {
+    drop(report);
+    return true;
+  }
   logDebug("queue report %@", report);
   const auto operation = getReportingOperationForReport(report);
   if (!operation) {
     logError("unable to queue report %@", report);
+    drop(report);
     saveReports();
     return false;
   }
   if (operation->queuePriority() <= 0 && reportQueue_.operationCount() >= kQueueLimit) {
     logError("cannot queue report, queue is full");
+    drop(report);
     return false;
   }
-  reportQueue_.addOperation(operation);
+  bool hasMoved = false;
+  temporaryErrorReportsAccessQueue_.barrier([&] {
+    reportQueue_.addOperation(operation);
+    hasMoved = stopWaiting(report);
+  });
   if (transmitsImmediately()) transmitPendingReports();
-  saveReports();
+  hasMoved ? saveMovedReport() : saveReports();
   return true;
 }
 
 std::shared_ptr<ZLNReportOperationPost> ZLNReportingManager::getReportingOperationForReport(
     const std::shared_ptr<ZLNReportBase>& report) {
-  const bool known = isKind<ZLNReportSessionFirst>(report) ||
-                     isKind<ZLNReportSessionStart>(report) ||
-                     isKind<ZLNReportSessionStop>(report) || isKind<ZLNReportAdAttempt>(report) ||
-                     isKind<ZLNReportAdZoneAttempt>(report);
-  if (!known) {
+  if (!report || report->kind() == ReportKind::other) {
     logError("unexpected report type %@", report ? report->className() : nullptr);
     return nullptr;
   }
@@ -172,6 +174,7 @@ void ZLNReportingManager::reportFailedWithTemporaryError(
   temporaryErrorReportsAccessQueue_.barrier([&] {
     logDebug("report added to temporary error holding");
     temporaryErrorReports_.push_back(report);
+    hasChanged_.set(true);
   });
   restAfterOutcome();
 }

@@ -1,33 +1,35 @@
 #pragma once
 
+#include <cstddef>
+#include <list>
 #include <memory>
-#include <set>
+#include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "platform/background_tasks.h"
 #include "platform/barrier_queue.h"
-#include "platform/files.h"
 #include "platform/operation_queue.h"
-#include "platform/turn_mutex.h"
 #include "reports/ZLNReportBase.h"
 #include "support/field.h"
 #include "transport/ZLNReportOperationDelegate.h"
 #include "transport/ZLNReportOperationPost.h"
-#include "transport/queued_reports.h"
-#include "transport/report_file_image.h"
+#include "transport/report_file.h"
 
 namespace zln {
 
 // Owns every report from queueing until delivery or drop: sends three at a time, tries again after
 // temporary failures up to the limit, then holds the report until the application comes to the
-// foreground. Writes all that is owed to "reports.json" at every change. Any thread may call it.
+// foreground. Writes the pending reports to "reports.json" at every change. Any thread may call it.
 class ZLNReportingManager : public ZLNReportOperationDelegate,
                             public std::enable_shared_from_this<ZLNReportingManager> {
  public:
+  using Reports = ReportFile::Reports;
+
   // The one object of the process, made on the first call.
   static std::shared_ptr<ZLNReportingManager> sharedManager();
-  // Takes up the stored reports on a thread of the pool. For sharedManager().
+  // Loads the stored reports on a thread of the pool. For sharedManager().
   static std::shared_ptr<ZLNReportingManager> init();
 
   ZLNReportingManager(const ZLNReportingManager&) = delete;
@@ -54,51 +56,62 @@ class ZLNReportingManager : public ZLNReportOperationDelegate,
   void reportFailedWithTemporaryError(const std::shared_ptr<ZLNReportBase>& report,
                                       const Error& error) override;
 
-  // The file of the reports that are owed.
+  // The file of the pending reports.
   static std::string savedReportsPath();
   void saveReports();
   // Writes all held reports and all queued ones but those given.
-  void saveReportsExcept(const std::vector<std::shared_ptr<ZLNReportBase>>& left);
+  void saveReportsExcept(const Reports& left);
   // Queues the reports that an earlier process has left, once.
   void loadStoredReports();
   // Queues the held reports again, their failures forgotten.
   void restoreTemporaryErrorReports();
 
   OperationQueue& reportQueue() { return reportQueue_; }
-  std::vector<std::shared_ptr<ZLNReportBase>> temporaryErrorReports();
+  Reports temporaryErrorReports();
   BackgroundTaskId backgroundTaskId() const { return backgroundTaskId_.get(); }
 
  private:
   ZLNReportingManager();
 
   void registerForNotifications();
-  // The report file, opened before the first save replaces what an earlier process left there:
-  // reports may be queued while the stored ones still wait for their thread. The caller has the
-  // turn to save.
-  AtomicFile& reportFile();
-  // Steps of a save; the caller has the turn.
-  void listHeldReports();
-  bool writeListedReports();
-  void prepareReportFile();
-  // The report file, for a thread that has no turn to save.
-  AtomicFile& openedReportFile();
-  // Queues the reports of a stored list but those among `loaded`, to which it adds its own.
-  void queueStoredReports(const Array& elements, std::set<std::string>& loaded);
   // The end of every outcome. The calling operation is still counted, so a queue of fewer than two
   // holds only the last one.
   void restAfterOutcome();
 
+  // Steps of a save; the caller has the turn. False when the file could not be written.
+  bool writeReports(const Reports& left);
+  void list(const std::shared_ptr<ZLNReportBase>& report);
+  void listOperation(const std::shared_ptr<Operation>& operation, const Reports& left);
+  void tellOfSave(bool isWritten);
+  ReportFile& reportFile();
+  // The save for a report that has moved from the first of the waiting ones to the queue's end.
+  void saveMovedReport();
+  void saveDropped();
+
+  // Null, with a line in the log, when no report can be made of it.
+  static std::shared_ptr<ZLNReportBase> reportFrom(const Value& element);
+  // Each inside a barrier. stopWaiting() says whether the report was the first that waited.
+  void wait(const Reports& reports);
+  bool stopWaiting(const std::shared_ptr<ZLNReportBase>& report);
+  void drop(const std::shared_ptr<ZLNReportBase>& report);
+
   OperationQueue reportQueue_;
-  std::vector<std::shared_ptr<ZLNReportBase>> temporaryErrorReports_;
+  Reports temporaryErrorReports_;
+  // Loaded or restored, and on their way into the queue. Like the held reports touched only through
+  // the access queue. The file lists the held, the queued and then these.
+  std::list<std::shared_ptr<ZLNReportBase>> waitingReports_;
   BarrierQueue temporaryErrorReportsAccessQueue_{"temporaryErrorReportsAccessQueue"};
   Field<BackgroundTaskId> backgroundTaskId_{kBackgroundTaskInvalid};
+  // Whether more has changed since the last save than operations that came or went.
+  Field<bool> hasChanged_{false};
+  Field<bool> hasDropped_{false};
 
-  // Saves run one after the other, in the order of their asking, and the last one to begin wins.
-  // Guards what follows.
-  TurnMutex saving_;
-  std::unique_ptr<AtomicFile> reportFile_;
-  QueuedReports queuedReports_;
-  ReportFileImage image_;
+  // One thread saves at a time. Guards what follows.
+  std::mutex saving_;
+  std::optional<ReportFile> reportFile_;
+  // How many operations the last save has seen, and how many held and queued reports it has saved.
+  std::size_t listedOperations_ = 0;
+  std::size_t savedReports_ = 0;
 };
 
 }  // namespace zln

@@ -1,10 +1,9 @@
-#include <cstddef>
+#include <algorithm>
 #include <mutex>
 #include <optional>
-#include <set>
+#include <utility>
 
 #include "platform/path.h"
-#include "platform/property_list.h"
 #include "reports/ZLNReportFactory.h"
 #include "support/ZLNDirectories.h"
 #include "support/held_log_lines.h"
@@ -13,30 +12,6 @@
 #include "transport/ZLNReportingManager.h"
 
 namespace zln {
-namespace {
-
-// A full queue of reports with long texts still fits.
-constexpr std::size_t kLargestFile = std::size_t{64} << 20;
-
-// In the root folder, whose contents nothing lists or clears.
-std::string sparePath() {
-  return appendPathComponent(ZLNDirectories::rootPath(), ".reports.json.spare");
-}
-
-std::string textIn(const Dictionary& dictionary, const char* key) {
-  const std::string* text = dictionary.findString(key);
-  return text == nullptr ? "" : *text;
-}
-
-// What a stored report has in common with itself in another list, and with no other; empty when
-// there is no such thing.
-std::string identityOf(const Dictionary* report) {
-  if (report == nullptr) return "";
-  const std::string own = textIn(*report, "adEventId") + textIn(*report, "sessionId");
-  return own.empty() ? "" : textIn(*report, "type") + own;
-}
-
-}  // namespace
 
 std::string ZLNReportingManager::savedReportsPath() {
   return appendPathComponent(ZLNDirectories::reportingPath(), "reports.json");
@@ -44,113 +19,184 @@ std::string ZLNReportingManager::savedReportsPath() {
 
 void ZLNReportingManager::saveReports() { saveReportsExcept({}); }
 
-void ZLNReportingManager::saveReportsExcept(
-    const std::vector<std::shared_ptr<ZLNReportBase>>& left) {
+void ZLNReportingManager::saveReportsExcept(const Reports& left) {
   HeldLogLines lines;
   std::lock_guard turn(saving_);
-  image_.begin();
-  // Looked at before what is held: a report that comes to be held meanwhile is in both, not in
-  // none.
-  queuedReports_.follow(reportQueue_);
-  listHeldReports();
-  queuedReports_.list(left, image_);
-  if (writeListedReports()) {
-    logDebug("saved %i reports", image_.count());
+  tellOfSave(writeReports(left));
+}
+
+// Where nothing but this move has happened since the last save, the file has the list already.
+void ZLNReportingManager::saveMovedReport() {
+  HeldLogLines lines;
+  std::lock_guard turn(saving_);
+  const bool isSame = !hasChanged_.get() && reportQueue_.operationCount() == ++listedOperations_;
+  ++savedReports_;
+  tellOfSave((isSame && !isLogged(LogLevel::verbose)) || writeReports({}));
+}
+
+void ZLNReportingManager::tellOfSave(bool isWritten) {
+  if (isWritten) {
+    logDebug("saved %i reports", savedReports_);
   } else {
-    logWarn("failed to save %i pending reports!", image_.count());
+    logWarn("failed to save %i pending reports!", savedReports_);
   }
 }
 
-// Kept: a held report is written also when it is to be left out.
-void ZLNReportingManager::listHeldReports() {
+// Reports go round: from the queue to the holding, from there to those that wait to be queued
+// again, and back to the queue. Each step is a barrier, or, for the holding, is over before the
+// operation leaves the queue. So all three are listed in one block, and of the queue what it had
+// before.
+bool ZLNReportingManager::writeReports(const Reports& left) {
+  ReportFile& file = reportFile();
+  hasChanged_.set(false);
+  hasDropped_.set(false);
+  file.begin();
+  const std::size_t queued = reportQueue_.operationCount();
+  std::size_t operations = 0;
+  Reports waiting;
   temporaryErrorReportsAccessQueue_.read([&] {
-    for (const auto& report : temporaryErrorReports_) {
-      const auto element = report->toElement();
-      if (element) {
-        image_.add(element);
-      } else {
-        logError("unable to serialize report %@", report);
-      }
-    }
+    // Kept: a held report is written also when it is to be left out.
+    for (const auto& report : temporaryErrorReports_) list(report);
+    const bool tellsOfEach = isLogged(LogLevel::verbose);
+    reportQueue_.visit([&](const std::shared_ptr<Operation>& operation) {
+      if (operations == queued) return;
+      ++operations;
+      if (tellsOfEach || !file.keep(operation.get(), left)) listOperation(operation, left);
+    });
+    for (const auto& report : waitingReports_) waiting.push_back(report);
   });
+  listedOperations_ = operations;
+  savedReports_ = file.count();
+  for (const auto& report : waiting) list(report);
+  const bool isWritten = file.write();
+  if (!isWritten) hasChanged_.set(true);
+  return isWritten;
 }
 
-bool ZLNReportingManager::writeListedReports() {
-  // Before anything is written: opening the file keeps what it holds now for the one who loads it.
-  AtomicFile& file = reportFile();
-  if (!image_.finish() || !file.replace(image_.text(), image_.unchanged(), nullptr)) return false;
-  image_.written();
-  return true;
+void ZLNReportingManager::list(const std::shared_ptr<ZLNReportBase>& report) {
+  if (!reportFile().add(report, report)) logError("unable to serialize report %@", report);
 }
 
-AtomicFile& ZLNReportingManager::reportFile() {
+void ZLNReportingManager::listOperation(const std::shared_ptr<Operation>& operation,
+                                        const Reports& left) {
+  const auto* carrier = dynamic_cast<const ZLNReportOperationBase*>(operation.get());
+  if (carrier == nullptr) {
+    logError("unexpected report in op queue: %@", operation);
+    return;
+  }
+  const auto report = carrier->report();
+  if (std::find(left.begin(), left.end(), report) != left.end()) return;
+  if (!report || !reportFile().add(operation, report)) {
+    logError("unable to serialize report %@", report);
+  } else {
+    logVerbose("saving report %@ to %@", report, report->urlString());
+  }
+}
+
+// The spare file is in the root folder, whose contents nothing lists or clears.
+ReportFile& ZLNReportingManager::reportFile() {
   if (!reportFile_) {
-    reportFile_ = environment().files.atomicFile(savedReportsPath(), sparePath());
+    reportFile_.emplace(savedReportsPath(),
+                        appendPathComponent(ZLNDirectories::rootPath(), ".reports.json.spare"));
   }
   return *reportFile_;
 }
 
-// Everything is queued before the offer returns: until then the file keeps what it offers.
+// All reports are made before the first is queued, so that each is listed at every moment. What
+// that logs is written when its report's turn has come.
 void ZLNReportingManager::loadStoredReports() {
-  std::set<std::string> loaded;
-  bool isFound = false;
-  openedReportFile().offerOldContent(kLargestFile, [&](const std::string& content) {
-    const std::optional<Value> root = property_list::read(content);
-    if (!root || root->array() == nullptr) return false;
-    queueStoredReports(*root->array(), loaded);
-    isFound = true;
-    return true;
-  });
-  if (!isFound) prepareReportFile();
-}
-
-// A process that was killed while it loaded leaves two lists, with some reports in both.
-void ZLNReportingManager::queueStoredReports(const Array& elements, std::set<std::string>& loaded) {
-  std::set<std::string> loadedHere;
-  for (const Value& element : elements) {
-    const Dictionary* dictionary = element.dictionary();
-    const std::string identity = identityOf(dictionary);
-    if (loaded.contains(identity)) continue;
-    const auto report =
-        dictionary ? ZLNReportFactory::newReportFromDictionary(*dictionary) : nullptr;
-    if (!report) {
-      logError("unable to recover report from %@", element);
-      continue;
-    }
-    logVerbose("recovered report %@ to %@", report, report->urlString());
-    queueReportForTransmission(report);
-    if (!identity.empty()) loadedHere.insert(identity);
+  struct Loaded {
+    std::shared_ptr<ZLNReportBase> report;
+    std::vector<std::string> lines;
+  };
+  ReportFile::Stored stored;
+  {
+    std::lock_guard turn(saving_);
+    stored = reportFile().stored();
   }
-  loaded.merge(loadedHere);
+  std::vector<Loaded> loaded;
+  Reports reports;
+  for (const Value& element : ReportFile::listIn(stored)) {
+    HeldLogLines lines;
+    const auto report = reportFrom(element);
+    loaded.push_back({report, lines.release()});
+    if (!report) continue;
+    reports.push_back(report);
+    // Cached from here on, so that the next save, which may be the game's, finds it made.
+    report->toElement();
+  }
+  {
+    std::lock_guard turn(saving_);
+    const bool isCarried = reportFile().forgetStored();
+    if (isCarried && reports.size() < loaded.size()) hasDropped_.set(true);
+    temporaryErrorReportsAccessQueue_.barrier([&] { wait(reports); });
+  }
+  for (const Loaded& one : loaded) {
+    for (const std::string& line : one.lines) environment().logSink.write(line);
+    if (one.report) queueReportForTransmission(one.report);
+  }
+  saveDropped();
 }
 
-// So that the first save, which may be the game's, finds all in place.
-void ZLNReportingManager::prepareReportFile() {
-  std::lock_guard turn(saving_);
-  reportFile().prepare();
-}
-
-AtomicFile& ZLNReportingManager::openedReportFile() {
-  std::lock_guard turn(saving_);
-  return reportFile();
+std::shared_ptr<ZLNReportBase> ZLNReportingManager::reportFrom(const Value& element) {
+  const Dictionary* dictionary = element.dictionary();
+  auto report = dictionary ? ZLNReportFactory::newReportFromDictionary(*dictionary) : nullptr;
+  if (report) {
+    logVerbose("recovered report %@ to %@", report, report->urlString());
+  } else {
+    logError("unable to recover report from %@", element);
+  }
+  return report;
 }
 
 void ZLNReportingManager::restoreTemporaryErrorReports() {
-  std::vector<std::shared_ptr<ZLNReportBase>> restored;
+  Reports restored;
   temporaryErrorReportsAccessQueue_.barrier([&] {
     logDebug("temporary error\"d reports restoring");
     for (const auto& report : temporaryErrorReports_) report->setTemporaryFailureCount(0);
     restored.swap(temporaryErrorReports_);
+    wait(restored);
   });
-  if (restored.empty()) return;
-  // From here on each save leaves out those that are not queued yet.
-  openedReportFile().keep();
   for (const auto& report : restored) queueReportForTransmission(report);
-  openedReportFile().release();
+  saveDropped();
 }
 
-std::vector<std::shared_ptr<ZLNReportBase>> ZLNReportingManager::temporaryErrorReports() {
-  std::vector<std::shared_ptr<ZLNReportBase>> held;
+void ZLNReportingManager::wait(const Reports& reports) {
+  for (const auto& report : reports) waitingReports_.push_back(report);
+  if (!reports.empty()) hasChanged_.set(true);
+}
+
+bool ZLNReportingManager::stopWaiting(const std::shared_ptr<ZLNReportBase>& report) {
+  const auto found = std::find(waitingReports_.begin(), waitingReports_.end(), report);
+  if (found == waitingReports_.end()) return false;
+  const bool isFirst = found == waitingReports_.begin();
+  waitingReports_.erase(found);
+  if (!isFirst) hasChanged_.set(true);
+  return isFirst;
+}
+
+// A report that waited and was not queued leaves the file without a save of its own.
+void ZLNReportingManager::drop(const std::shared_ptr<ZLNReportBase>& report) {
+  temporaryErrorReportsAccessQueue_.barrier([&] {
+    const auto before = waitingReports_.size();
+    stopWaiting(report);
+    if (waitingReports_.size() == before) return;
+    hasChanged_.set(true);
+    hasDropped_.set(true);
+  });
+}
+
+// After dropped reports, or carried elements that are no reports, that no save has followed. It is
+// no save that anybody is told of.
+void ZLNReportingManager::saveDropped() {
+  HeldLogLines lines;
+  std::lock_guard turn(saving_);
+  if (hasDropped_.get()) writeReports({});
+  lines.release();
+}
+
+ZLNReportingManager::Reports ZLNReportingManager::temporaryErrorReports() {
+  Reports held;
   temporaryErrorReportsAccessQueue_.read([&] { held = temporaryErrorReports_; });
   return held;
 }

@@ -29,9 +29,7 @@ PortParts::PortParts()
           [this] {
             return appendPathComponent(dataFolder(&environmentVariable), application.folderName());
           },
-          std::make_shared<DelayedFlush>(
-              [this](std::function<void()> flush) { pool.runWhenQuiet(std::move(flush)); },
-              &ThreadPool::isOnPool)),
+          [this](std::function<void()> flush) { pool.runLater(std::move(flush)); }),
       userDefaults(files,
                    [this] {
                      return appendPathComponent(configFolder(&environmentVariable),

@@ -23,7 +23,7 @@ int readCodeOf(int number) {
     case EPERM:
       return file_error::kReadNoPermission;
     case EFBIG:
-      return file_error::kReadTooLarge;
+      return static_cast<int>(kReadTooLarge);
     default:
       return file_error::kReadUnknown;
   }
@@ -66,7 +66,7 @@ std::string_view readingObstacle(int code) {
       return " because there is no such file.";
     case file_error::kReadNoPermission:
       return " because you don’t have permission to view it.";
-    case file_error::kReadTooLarge:
+    case kReadTooLarge:
       return " because it is too large.";
     default:
       return ".";

@@ -11,7 +11,6 @@ namespace file_error {
 inline constexpr int kNoSuchFile = 4;
 inline constexpr int kReadUnknown = 256;
 inline constexpr int kReadNoPermission = 257;
-inline constexpr int kReadTooLarge = 263;
 inline constexpr int kWriteUnknown = 512;
 inline constexpr int kWriteNoPermission = 513;
 inline constexpr int kWriteFileExists = 516;

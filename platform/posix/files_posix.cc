@@ -12,7 +12,6 @@
 #include <vector>
 
 #include "platform/path.h"
-#include "platform/posix/atomic_file_posix.h"
 #include "platform/posix/file_descriptor.h"
 #include "platform/posix/file_error.h"
 #include "platform/posix/open_folder.h"
@@ -138,8 +137,8 @@ bool succeeded(int failure, const std::string& path, Error* error,
 }  // namespace
 
 FilesPosix::FilesPosix(std::function<std::string()> applicationSupportPath,
-                       std::shared_ptr<DelayedFlush> flush)
-    : applicationSupportPath_(std::move(applicationSupportPath)), flush_(std::move(flush)) {}
+                       AtomicFilePosix::RunLater runLater)
+    : applicationSupportPath_(std::move(applicationSupportPath)), runLater_(std::move(runLater)) {}
 
 std::string FilesPosix::applicationSupportPath() { return applicationSupportPath_(); }
 
@@ -179,11 +178,11 @@ bool FilesPosix::writeAtomically(const std::string& path, std::string_view bytes
   return succeeded(failure, path, error, &saveError);
 }
 
-std::unique_ptr<AtomicFile> FilesPosix::atomicFile(const std::string& path,
+std::shared_ptr<AtomicFile> FilesPosix::atomicFile(const std::string& path,
                                                    const std::string& sparePath) {
-  // It mostly puts no new files in place, so no write would see to them.
-  if (isWhole(path)) TemporaryFile::removeLeftOvers(path);
-  return std::make_unique<AtomicFilePosix>(*this, path, sparePath, flush_);
+  // It mostly puts no new files in place, so no write would remove them.
+  TemporaryFile::removeLeftOvers(path);
+  return std::make_shared<AtomicFilePosix>(*this, path, sparePath, runLater_);
 }
 
 bool FilesPosix::excludeFromBackup(const std::string& path, Error* error) {

@@ -8,7 +8,7 @@
 #include <string_view>
 
 #include "platform/files.h"
-#include "platform/posix/delayed_flush.h"
+#include "platform/posix/atomic_file_posix.h"
 
 namespace zln {
 
@@ -16,10 +16,9 @@ namespace zln {
 // 0700, files 0600.
 class FilesPosix : public Files {
  public:
-  // The provider is asked at every call. Without `flush` the system takes what was written to the
-  // disk in its own time.
+  // The provider is asked at every call. `runLater` is for the atomic files.
   explicit FilesPosix(std::function<std::string()> applicationSupportPath,
-                      std::shared_ptr<DelayedFlush> flush = nullptr);
+                      AtomicFilePosix::RunLater runLater = nullptr);
 
   std::string applicationSupportPath() override;
   bool exists(const std::string& path) override;
@@ -31,13 +30,13 @@ class FilesPosix : public Files {
                                   Error* error) override;
   bool writeAtomically(const std::string& path, std::string_view bytes, Durability durability,
                        Error* error) override;
-  std::unique_ptr<AtomicFile> atomicFile(const std::string& path,
+  std::shared_ptr<AtomicFile> atomicFile(const std::string& path,
                                          const std::string& sparePath) override;
   bool excludeFromBackup(const std::string& path, Error* error) override;
 
  private:
   const std::function<std::string()> applicationSupportPath_;
-  const std::shared_ptr<DelayedFlush> flush_;
+  const AtomicFilePosix::RunLater runLater_;
 };
 
 }  // namespace zln

@@ -1,6 +1,7 @@
 #include "platform/posix/plain_file.h"
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/types.h>
 #include <unistd.h>
@@ -13,18 +14,34 @@ namespace zln {
 namespace {
 
 constexpr std::size_t kPieceSize = 4096;
+// How often another file may come in place while one is being opened.
+constexpr int kOpenings = 100;
+
+bool isAt(const FileDescriptor& file, const std::string& path) {
+  struct stat opened {};
+  struct stat inPlace {};
+  return fstat(file.get(), &opened) == 0 && stat(path.c_str(), &inPlace) == 0 &&
+         opened.st_dev == inPlace.st_dev && opened.st_ino == inPlace.st_ino;
+}
+
+// The file that is in place, which an AtomicFile of this library does not write to while it is open
+// here. Where the system locks nothing, it is opened all the same.
+FileDescriptor openLocked(const std::string& path) {
+  for (int attempt = 0;; ++attempt) {
+    FileDescriptor file = openPlainFile(path);
+    if (!file || attempt == kOpenings) return file;
+    const bool isBeingWritten = flock(file.get(), LOCK_SH | LOCK_NB) != 0 && errno == EWOULDBLOCK;
+    if (!isBeingWritten && isAt(file, path)) return file;
+  }
+}
 
 }  // namespace
 
 FileDescriptor openPlainFile(const std::string& path) {
   // Opening without blocking keeps a pipe that nobody writes to from holding the caller.
-  constexpr int kFlags = O_RDONLY | O_CLOEXEC | O_NOCTTY;
-  FileDescriptor file(open(path.c_str(), kFlags | O_NONBLOCK));
+  constexpr int kFlags = O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK;
+  FileDescriptor file(open(path.c_str(), kFlags));
   struct stat facts {};
-  if (!file && errno == EWOULDBLOCK && stat(path.c_str(), &facts) == 0 && S_ISREG(facts.st_mode)) {
-    // Somebody has the file for himself for a moment.
-    file = FileDescriptor(open(path.c_str(), kFlags));
-  }
   if (file && (fstat(file.get(), &facts) != 0 || !S_ISREG(facts.st_mode))) {
     file.close();
     errno = ENOENT;
@@ -54,7 +71,7 @@ std::optional<std::string> readToEnd(int file, std::size_t limit) {
 }
 
 std::optional<std::string> readPlainFile(const std::string& path, std::size_t limit) {
-  const FileDescriptor file = openPlainFile(path);
+  const FileDescriptor file = openLocked(path);
   return file ? readToEnd(file.get(), limit) : std::nullopt;
 }
 

@@ -11,7 +11,7 @@ namespace zln {
 // Each of these sets errno when it fails.
 
 // Opens a regular file for reading; no file when the path leads to anything else. Waits for no
-// other program, but for the moment in which one may replace the content.
+// other program.
 FileDescriptor openPlainFile(const std::string& path);
 
 // The rest of an open file; absent when it cannot be read or is more than `limit` bytes.

@@ -19,9 +19,10 @@ namespace zln::property_list {
 namespace {
 
 constexpr int kDeepestLevel = 128;
-constexpr std::size_t kLargestDocument = std::size_t{64} << 20;
-// A value takes several times the room of its element's text, so the size alone does not bound it.
-constexpr int kMostElements = 1000000;
+// A value takes several times the room of a short element's text, so the size alone does not bound
+// it. No document of ours has shorter elements.
+constexpr std::size_t kMostElements = 1000000;
+constexpr std::size_t kShortestElement = 24;
 
 bool isBlank(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; }
 
@@ -210,6 +211,7 @@ class XmlReader {
  public:
   std::optional<Value> read(std::string_view document) {
     if (parser_ == nullptr) return std::nullopt;
+    mostElements_ = std::max(kMostElements, document.size() / kShortestElement);
     XML_SetUserData(parser_.get(), this);
     XML_SetElementHandler(
         parser_.get(), [](void* self, const char* name, const char**) { of(self).start(name); },
@@ -260,7 +262,7 @@ class XmlReader {
     const std::optional<Tag> tag = tagNamed(name);
     if (!tag) return fail("an unknown element");
     if (leaf_ || !isAllowedHere(*tag)) return fail("an element in a wrong place");
-    if (++elements_ > kMostElements) return fail("too many elements");
+    if (++elements_ > mostElements_) return fail("too many elements");
     if (*tag == Tag::plist) {
       isInDocument_ = true;
     } else if (*tag == Tag::array || *tag == Tag::dict) {
@@ -343,7 +345,8 @@ class XmlReader {
   bool hasFailed_ = false;
   std::string problem_;
   bool isInDocument_ = false;
-  int elements_ = 0;
+  std::size_t elements_ = 0;
+  std::size_t mostElements_ = 0;
   std::vector<Container> open_;
   std::optional<Tag> leaf_;
   std::string text_;
@@ -356,7 +359,7 @@ std::optional<Value> read(std::string_view bytes, std::string* problem) {
   std::string found;
   std::optional<Value> root;
   if (bytes.size() > kLargestDocument) {
-    found = "more than 64 MB";
+    found = "more than 256 MB";
   } else if (isBinary(bytes)) {
     root = readBinary(bytes, kDeepestLevel);
     found = "a damaged binary form";

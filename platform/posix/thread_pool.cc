@@ -24,6 +24,13 @@ thread_local Worker* workerOfThisThread = nullptr;
 
 // What the threads share. Each holds it, so it stays as long as one of them runs.
 class ThreadPool::State : public std::enable_shared_from_this<State> {
+  using Clock = std::chrono::steady_clock;
+
+  struct LaterTask {
+    Clock::time_point due;
+    std::function<void()> task;
+  };
+
  public:
   State(ThreadStarter startThread, std::chrono::milliseconds idleTime, Helper helper)
       : startThread_(std::move(startThread)), idleTime_(idleTime), helper_(std::move(helper)) {}
@@ -44,13 +51,13 @@ class ThreadPool::State : public std::enable_shared_from_this<State> {
     if (mustGrow) askHelper();
   }
 
-  // A thread that calls this will be without work itself, sooner or later.
-  void runWhenQuiet(std::function<void()> task) {
+  // A thread of the pool that calls this will come to it itself, sooner or later.
+  void runLater(std::function<void()> task) {
     bool mustGrow;
     {
       std::lock_guard lock(mutex_);
-      quietTasks_.push_back(std::move(task));
-      quietTaskNeedsThread_ = free_ == 0 && !isOnPool();
+      laterTasks_.push_back({Clock::now() + idleTime_, std::move(task)});
+      laterTaskNeedsThread_ = free_ == 0 && workerOfThisThread == nullptr;
       mustGrow = wantThreadIfMissing();
     }
     if (mustGrow) askHelper();
@@ -60,14 +67,14 @@ class ThreadPool::State : public std::enable_shared_from_this<State> {
   // The lock is held. A free thread is one that waits or has yet to begin. Each free thread takes
   // one of the waiting tasks; another is needed when some are left then.
   bool isThreadMissing() const {
-    return tasks_.size() + (quietTaskNeedsThread_ ? 1 : 0) > free_ + wanted_ &&
+    return tasks_.size() + (laterTaskNeedsThread_ ? 1 : 0) > free_ + wanted_ &&
            threads_ + wanted_ < kMaxThreads;
   }
 
   // The lock is held. True when the caller is to see to it that threads are started.
   bool wantThreadIfMissing() {
     if (!isThreadMissing()) return false;
-    quietTaskNeedsThread_ = false;
+    laterTaskNeedsThread_ = false;
     return ++wanted_ == 1;
   }
 
@@ -101,13 +108,16 @@ class ThreadPool::State : public std::enable_shared_from_this<State> {
     Worker* const outer = std::exchange(workerOfThisThread, &worker);
     std::unique_lock lock(mutex_);
     while (true) {
+      std::function<void()> task;
       if (taskCame_.wait_for(lock, idleTime_, [this] { return !tasks_.empty(); })) {
-        runFirst(tasks_, worker, lock);
-      } else if (!quietTasks_.empty()) {
-        runFirst(quietTasks_, worker, lock);
+        task = std::move(tasks_.front());
+        tasks_.pop_front();
+      } else if (!laterTasks_.empty()) {
+        task = takeDue();
       } else {
         break;
       }
+      if (task) runChain(std::move(task), worker, lock);
     }
     --free_;
     --threads_;
@@ -117,10 +127,7 @@ class ThreadPool::State : public std::enable_shared_from_this<State> {
   // A thread that takes a task looks for missing threads as well, so the pool grows again as soon
   // as the system has threads again. The lock is open while tasks run and while what they hold is
   // destroyed.
-  void runFirst(std::deque<std::function<void()>>& tasks, Worker& worker,
-                std::unique_lock<std::mutex>& lock) {
-    std::function<void()> task = std::move(tasks.front());
-    tasks.pop_front();
+  void runChain(std::function<void()> task, Worker& worker, std::unique_lock<std::mutex>& lock) {
     --free_;
     const bool mustGrow = wantThreadIfMissing();
     lock.unlock();
@@ -129,9 +136,26 @@ class ThreadPool::State : public std::enable_shared_from_this<State> {
       task();
       task = nullptr;
       task.swap(worker.next);
+      // A chain of tasks may be long.
+      if (task) runDue();
     }
     lock.lock();
     ++free_;
+  }
+
+  void runDue() {
+    std::unique_lock lock(mutex_);
+    const std::function<void()> task = takeDue();
+    lock.unlock();
+    if (task) task();
+  }
+
+  // The lock is held. Nothing when none is due yet.
+  std::function<void()> takeDue() {
+    if (laterTasks_.empty() || Clock::now() < laterTasks_.front().due) return nullptr;
+    std::function<void()> task = std::move(laterTasks_.front().task);
+    laterTasks_.pop_front();
+    return task;
   }
 
   const ThreadStarter startThread_;
@@ -140,12 +164,12 @@ class ThreadPool::State : public std::enable_shared_from_this<State> {
   std::mutex mutex_;
   std::condition_variable taskCame_;
   std::deque<std::function<void()>> tasks_;
-  std::deque<std::function<void()>> quietTasks_;
+  std::deque<LaterTask> laterTasks_;
   std::size_t threads_ = 0;
   std::size_t free_ = 0;
   // Threads that somebody is about to start.
   std::size_t wanted_ = 0;
-  bool quietTaskNeedsThread_ = false;
+  bool laterTaskNeedsThread_ = false;
 };
 
 ThreadPool::ThreadPool(Helper helper)
@@ -160,8 +184,6 @@ ThreadPool::ThreadPool(ThreadStarter startThread, std::chrono::milliseconds idle
 
 void ThreadPool::run(std::function<void()> task) { state_->run(std::move(task)); }
 
-void ThreadPool::runWhenQuiet(std::function<void()> task) { state_->runWhenQuiet(std::move(task)); }
-
-bool ThreadPool::isOnPool() { return workerOfThisThread != nullptr; }
+void ThreadPool::runLater(std::function<void()> task) { state_->runLater(std::move(task)); }
 
 }  // namespace zln

@@ -35,10 +35,8 @@ class ThreadPool {
   // gives no thread the task keeps its turn: a thread that gets free takes it, and every later
   // run, and every task that a thread takes, asks for a thread again.
   void run(std::function<void()> task);
-  // Runs the task when a thread has been without work for the idle time, before that thread ends.
-  void runWhenQuiet(std::function<void()> task);
-  // True on a thread of any pool.
-  static bool isOnPool();
+  // Runs the task after the idle time: on a thread without work, or else between two other tasks.
+  void runLater(std::function<void()> task);
 
  private:
   class State;

@@ -101,6 +101,8 @@ struct FilesMachine {
   virtual Files& files() = 0;
   // The path of an empty folder of the test's own.
   virtual std::string root() = 0;
+  // Another number after each write of the file.
+  virtual std::size_t version(const std::string& path) = 0;
 };
 
 class FilesContract : public Contract<FilesMachine> {
@@ -117,11 +119,9 @@ class FilesContract : public Contract<FilesMachine> {
   // Domain, code and text of the error that the operation filled last.
   std::string errorText() const;
 
-  std::unique_ptr<AtomicFile> atomicFile(const std::string& relativePath);
+  std::shared_ptr<AtomicFile> atomicFile(const std::string& relativePath);
   // Replaces the content of path("file") and expects to read it there.
-  void replace(AtomicFile& file, const std::string& content, AtomicFile::Unchanged unchanged = {});
-  // What the file offers when the first offer is accepted.
-  static std::vector<std::string> offered(AtomicFile& file, std::size_t limit = kLimit);
+  void replace(AtomicFile& file, const std::string& content, std::size_t unchangedPrefix = 0);
 
   Files& files = machine->files();
   Error error;

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <cstddef>
 #include <future>
 #include <string>
 #include <vector>
@@ -62,6 +63,7 @@ class FakeFilesMachine : public FilesMachine {
   FakeFilesMachine() { files_.makeFolder(root()); }
   Files& files() override { return files_; }
   std::string root() override { return "/root"; }
+  std::size_t version(const std::string& path) override { return files_.writeCount(path); }
 
  private:
   FakeFiles files_;

@@ -35,23 +35,14 @@ std::string FilesContract::errorText() const {
          error.localizedDescription.value_or("(no text)");
 }
 
-std::unique_ptr<AtomicFile> FilesContract::atomicFile(const std::string& relativePath) {
+std::shared_ptr<AtomicFile> FilesContract::atomicFile(const std::string& relativePath) {
   return files.atomicFile(path(relativePath), path(".spare"));
 }
 
 void FilesContract::replace(AtomicFile& file, const std::string& content,
-                            AtomicFile::Unchanged unchanged) {
-  EXPECT_TRUE(file.replace(content, unchanged, nullptr)) << content;
+                            std::size_t unchangedPrefix) {
+  EXPECT_TRUE(file.replace(content, unchangedPrefix, nullptr)) << content;
   EXPECT_EQ(content, read("file"));
-}
-
-std::vector<std::string> FilesContract::offered(AtomicFile& file, std::size_t limit) {
-  std::vector<std::string> contents;
-  file.offerOldContent(limit, [&](const std::string& content) {
-    contents.push_back(content);
-    return true;
-  });
-  return contents;
 }
 
 namespace {
@@ -225,8 +216,6 @@ TEST_P(FilesContract, OnlyAnExistingItemCanBeExcludedFromBackup) {
 TEST_P(FilesContract, AnAtomicFileIsNotThereBeforeItIsReplaced) {
   const auto file = atomicFile("file");
   EXPECT_THAT(visited(), IsEmpty());
-  file->prepare();
-  EXPECT_FALSE(files.exists(path("file")));
 
   replace(*file, "first");
 }
@@ -246,115 +235,73 @@ TEST_P(FilesContract, UnchangedBytesAtTheBeginningAreKept) {
   replace(*file, "");
 
   const std::vector<std::pair<std::string, std::size_t>> contents = {
-      {"aaa", 0},      {"aaabbb", 3}, {"aaabbbccc", 6}, {"aaaXYZ", 3}, {"aaaXYZ", 6},
+      {"aaa", 0},      {"aaabbb", 3}, {"aaabbbccc", 6}, {"aaaXYZ", 3}, {"aaaXYZ", 0},
       {"aaaXYZ", 6},   {"aaaXY", 5},  {"aaa", 3},       {"a", 1},      {"aXYZ", 1},
       {"aXYZaXYZ", 4}, {"", 0},       {"a", 0}};
-  for (const auto& [content, head] : contents) replace(*file, content, {head});
-}
-
-TEST_P(FilesContract, UnchangedBytesAroundAChangeAreKept) {
-  const auto file = atomicFile("file");
-  std::string content = "0123456789";
-  replace(*file, content);
-
-  for (const std::size_t at : {2u, 3u, 7u, 3u, 9u, 0u}) {
-    ++content[at];
-    replace(*file, content, {at, content.size() - at - 1});
-  }
-}
-
-TEST_P(FilesContract, UnchangedBytesAtTheEndCountBetweenContentsOfTheSameSizeAlone) {
-  const auto file = atomicFile("file");
-  const std::vector<std::pair<std::string, AtomicFile::Unchanged>> contents = {
-      {"abcdef", {}},     {"abXdef", {2, 3}}, {"abXdefg", {6, 0}}, {"aYXdefg", {1, 5}},
-      {"aYXdZ", {4, 0}},  {"aYXdZ", {5, 5}},  {"1YXdZ", {0, 4}},   {"1YXdef", {4, 0}},
-      {"1YX2ef", {3, 2}}, {"1YX2e3", {5, 0}}};
-
   for (const auto& [content, unchanged] : contents) replace(*file, content, unchanged);
+}
+
+TEST_P(FilesContract, WhatIsInPlaceAlreadyIsNotWrittenAgainUnlessItVanished) {
+  const auto file = atomicFile("file");
+  replace(*file, "abc");
+  replace(*file, "abcd", 3);
+  const std::size_t version = machine->version(path("file"));
+
+  replace(*file, "abcd", 4);
+  EXPECT_EQ(version, machine->version(path("file")));
+  replace(*file, "abc", 3);
+  EXPECT_NE(version, machine->version(path("file")));
+
+  ASSERT_TRUE(files.remove(path("file"), nullptr));
+  replace(*file, "abc", 3);
+  replace(*file, "abcX", 3);
 }
 
 TEST_P(FilesContract, ReplacingInAMissingFolderFailsAndMakesNone) {
   const auto file = atomicFile("missing/file");
 
-  EXPECT_FALSE(file->replace("1", {}, &error));
+  EXPECT_FALSE(file->replace("1", 0, &error));
 
   EXPECT_EQ("NSCocoaErrorDomain 4: The folder “missing” doesn’t exist.", errorText());
   EXPECT_FALSE(files.exists(path("missing")));
 
   makeFolder("missing");
-  EXPECT_TRUE(file->replace("2", {}, nullptr));
+  EXPECT_TRUE(file->replace("2", 0, nullptr));
   EXPECT_EQ("2", read("missing/file"));
 }
 
 TEST_P(FilesContract, AfterAFailureUnchangedBytesAreThoseOfTheContentReplacedLast) {
   makeFolder("folder");
   const auto file = atomicFile("folder/file");
-  file->replace("abc", {}, nullptr);
-  file->replace("abcdef", {3}, nullptr);
+  file->replace("abc", 0, nullptr);
+  file->replace("abcdef", 3, nullptr);
   files.remove(path("folder"), nullptr);
-  EXPECT_FALSE(file->replace("abXYZ", {2}, nullptr));
-  EXPECT_FALSE(file->replace("a", {1}, nullptr));
+  EXPECT_FALSE(file->replace("abXYZ", 2, nullptr));
+  EXPECT_FALSE(file->replace("a", 1, nullptr));
+  EXPECT_FALSE(file->replace("abcdef", 6, nullptr));
   makeFolder("folder");
 
-  EXPECT_TRUE(file->replace("abcdefghi", {6}, nullptr));
+  EXPECT_TRUE(file->replace("abcdefghi", 6, nullptr));
 
   EXPECT_EQ("abcdefghi", read("folder/file"));
 }
 
-TEST_P(FilesContract, AFolderIsNeitherReplacedNorOffered) {
+TEST_P(FilesContract, AFolderIsNotReplaced) {
   makeFolder("folder");
   makeFile("folder/kept", "1");
   const auto file = atomicFile("folder");
 
-  EXPECT_FALSE(file->replace("2", {}, &error));
+  EXPECT_FALSE(file->replace("2", 0, &error));
 
   EXPECT_EQ("NSCocoaErrorDomain", error.domain);
   EXPECT_EQ(512, error.code);
   EXPECT_EQ("1", read("folder/kept"));
-  EXPECT_THAT(offered(*atomicFile("folder")), IsEmpty());
 }
 
-TEST_P(FilesContract, WhatWasInAFileIsOfferedAlthoughItWasReplacedSince) {
-  makeFile("file", "old");
-  const auto file = atomicFile("file");
-  for (const std::string content : {"1", "22", "333", "4444"}) replace(*file, content);
-
-  EXPECT_THAT(offered(*file), ElementsAre("old"));
-
-  EXPECT_EQ("4444", read("file"));
-  for (const std::string content : {"4444d", "4444e", "4444f"}) replace(*file, content, {4});
-}
-
-TEST_P(FilesContract, NothingIsOfferedWhereNoFileWas) {
-  const auto file = atomicFile("file");
-  replace(*file, "1");
-  replace(*file, "2");
-
-  EXPECT_THAT(offered(*file), IsEmpty());
-}
-
-TEST_P(FilesContract, OnlyAnOldContentUpToTheLimitIsOfferedAndOnlyOnce) {
-  for (const std::string content : {"", "1234"}) {
-    makeFile("file", content);
-    const auto file = atomicFile("file");
-
-    EXPECT_THAT(offered(*file, 4), ElementsAre(content));
-    EXPECT_THAT(offered(*file, 4), IsEmpty());
-  }
-  makeFile("file", "12345");
-  const auto file = atomicFile("file");
-
-  EXPECT_THAT(offered(*file, 4), IsEmpty());
-  EXPECT_THAT(offered(*file, 5), IsEmpty());
-}
-
-TEST_P(FilesContract, TheNextObjectIsOfferedWhatWasReplacedLast) {
-  {
-    const auto file = atomicFile("file");
-    for (const std::string content : {"1", "22", "333"}) replace(*file, content);
-  }
-
-  EXPECT_THAT(offered(*atomicFile("file")), ElementsAre("333"));
+TEST_P(FilesContract, TheNextObjectKnowsNothingOfTheFirst) {
+  replace(*atomicFile("file"), "abc");
+  replace(*atomicFile("file"), "XYZdef");
+  replace(*atomicFile("file"), "");
 }
 
 }  // namespace

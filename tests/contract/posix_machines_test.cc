@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <chrono>
+#include <cstddef>
 #include <future>
 #include <memory>
 #include <mutex>
@@ -88,6 +90,12 @@ class PosixFilesMachine : public FilesMachine {
  public:
   Files& files() override { return files_; }
   std::string root() override { return folder_.path(); }
+  // Each write puts another file in place than the one that was there.
+  std::size_t version(const std::string& path) override {
+    struct stat facts {};
+    EXPECT_EQ(0, stat(path.c_str(), &facts));
+    return facts.st_ino;
+  }
 
  private:
   TemporaryFolder folder_;

@@ -2,9 +2,12 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
+#include <cstddef>
 #include <cstdint>
 #include <limits>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -328,25 +331,44 @@ TEST(PropertyListTest, RefusesDeclarationsOfTheDocumentsOwn) {
                                               "<plist><string>&a;</string></plist>"));
 }
 
-TEST(PropertyListTest, ReadsAtMost128LevelsAnd64MegabytesAndSaysSo) {
-  const std::string padding((std::size_t{64} << 20) - 8, ' ');
+TEST(PropertyListTest, ReadsAtMost128LevelsAndSaysSo) {
   std::string problem = "untouched";
-  EXPECT_NE(std::nullopt, readRoot(nestedArrays(128)));
-  EXPECT_EQ(Value(Array{}), property_list::read(padding + "<array/>", &problem));
+  EXPECT_NE(std::nullopt, property_list::read(nestedArrays(128), &problem));
   EXPECT_EQ("untouched", problem);
 
   EXPECT_EQ(std::nullopt, property_list::read(nestedArrays(129), &problem));
   EXPECT_EQ("too many levels in line 1", problem);
-  EXPECT_EQ(std::nullopt, property_list::read(padding + " <array/>", &problem));
-  EXPECT_EQ("more than 64 MB", problem);
 }
 
-TEST(PropertyListTest, RefusesMoreThanAMillionElements) {
-  std::string most = "<array>";
-  for (int element = 1; element < 1000000; ++element) most += "<true/>";
+// The bytes behind the first few are never looked at, and never even written.
+TEST(PropertyListTest, ReadsAtMost256MegabytesAndSaysSo) {
+  constexpr std::size_t kMost = std::size_t{256} << 20;
+  constexpr std::string_view kStart = "plain text";
+  const auto bytes = std::make_unique_for_overwrite<char[]>(kMost + 1);
+  kStart.copy(bytes.get(), kStart.size());
+  std::string problem;
 
-  EXPECT_NE(std::nullopt, property_list::read(most + "</array>"));
-  EXPECT_EQ(std::nullopt, property_list::read(most + "<true/></array>"));
+  EXPECT_EQ(std::nullopt, property_list::read({bytes.get(), kMost}, &problem));
+  EXPECT_EQ("syntax error in line 1", problem);
+  EXPECT_EQ(std::nullopt, property_list::read({bytes.get(), kMost + 1}, &problem));
+  EXPECT_EQ("more than 256 MB", problem);
+}
+
+// As many elements as are allowed are in the first line, with the array itself, and one is in the
+// second.
+std::string problemOfTooManyElements(std::size_t allowed, std::size_t size) {
+  std::string document = "<array>";
+  for (std::size_t element = 1; element < allowed; ++element) document += "<string/>";
+  document += "\n<dict/></array>";
+  document.resize(std::max(document.size(), size), ' ');
+  std::string problem;
+  EXPECT_EQ(std::nullopt, property_list::read(document, &problem));
+  return problem;
+}
+
+TEST(PropertyListTest, ReadsAMillionElementsOrOneForEach24BytesAndSaysSo) {
+  EXPECT_EQ("too many elements in line 2", problemOfTooManyElements(1'000'000, 0));
+  EXPECT_EQ("too many elements in line 2", problemOfTooManyElements(1'000'001, 24'000'024));
 }
 
 TEST(PropertyListTest, SaysWhatIsWrong) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -10,5 +11,7 @@ namespace zln {
 extern std::vector<std::string> flushedFiles;
 // Makes it fail.
 extern bool isDiskBroken;
+// Runs once, during the next fsync().
+extern std::function<void()> whileFlushing;
 
 }  // namespace zln

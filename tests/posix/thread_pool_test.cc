@@ -26,8 +26,11 @@ namespace zln {
 namespace {
 
 using testing::ElementsAre;
+using testing::Ge;
 using testing::IsEmpty;
 using testing::SizeIs;
+
+using Clock = std::chrono::steady_clock;
 
 // A pool whose threads the test plays itself: each waits in `bodies` until the test runs it, and
 // comes back when it finds no task.
@@ -96,9 +99,9 @@ TEST_F(ThreadPoolTest, ATaskThatComesFromElsewhereWhileAnotherRunsGetsAThreadOfI
   EXPECT_EQ(3u, bodiesInside);
 }
 
-TEST_F(ThreadPoolTest, AQuietTaskComesAfterAllOthersOnAThreadThatIsComing) {
+TEST_F(ThreadPoolTest, ALaterTaskComesAfterAllOthersOnAThreadThatIsComing) {
   note(1);
-  pool.runWhenQuiet([this] { ran.push_back(9); });
+  pool.runLater([this] { ran.push_back(9); });
   EXPECT_THAT(bodies, SizeIs(1));
   note(2);
 
@@ -107,8 +110,8 @@ TEST_F(ThreadPoolTest, AQuietTaskComesAfterAllOthersOnAThreadThatIsComing) {
   EXPECT_THAT(ran, ElementsAre(1, 2, 9));
 }
 
-TEST_F(ThreadPoolTest, ATaskNeedsNoThreadForAQuietTaskOfItsOwn) {
-  pool.run([this] { pool.runWhenQuiet([this] { ran.push_back(1); }); });
+TEST_F(ThreadPoolTest, ATaskNeedsNoThreadForALaterTaskOfItsOwn) {
+  pool.run([this] { pool.runLater([this] { ran.push_back(1); }); });
 
   bodies.at(0)();
 
@@ -116,14 +119,40 @@ TEST_F(ThreadPoolTest, ATaskNeedsNoThreadForAQuietTaskOfItsOwn) {
   EXPECT_THAT(ran, ElementsAre(1));
 }
 
-TEST_F(ThreadPoolTest, AThreadKnowsThatItIsOneOfAPool) {
-  std::vector<bool> seen{ThreadPool::isOnPool()};
-  pool.run([&] { seen.push_back(ThreadPool::isOnPool()); });
+TEST_F(ThreadPoolTest, ALaterTaskRunsBetweenTwoTasksOfAChain) {
+  pool.run([this] {
+    pool.runLater([this] { ran.push_back(9); });
+    pool.run([this] {
+      ran.push_back(1);
+      note(2);
+    });
+  });
 
   bodies.at(0)();
 
-  seen.push_back(ThreadPool::isOnPool());
-  EXPECT_THAT(seen, ElementsAre(false, true, false));
+  EXPECT_THAT(ran, ElementsAre(9, 1, 2));
+}
+
+// The chain ends when both tasks have run, of which the second is asked for while the first waits.
+TEST_F(ThreadPoolTest, InAChainEachLaterTaskIsDueAfterTheIdleTime) {
+  constexpr std::chrono::milliseconds kIdle{20};
+  ThreadPool patient(starter, kIdle);
+  std::vector<Clock::time_point> asked;
+  std::vector<Clock::duration> waited;
+  const auto askForOne = [&] {
+    asked.push_back(Clock::now());
+    patient.runLater([&] { waited.push_back(Clock::now() - asked[waited.size()]); });
+  };
+  const std::function<void()> step = [&] {
+    if (asked.empty()) askForOne();
+    if (asked.size() == 1 && Clock::now() - asked[0] > kIdle / 2) askForOne();
+    if (waited.size() < 2) patient.run(step);
+  };
+  patient.run(step);
+
+  bodies.at(0)();
+
+  EXPECT_THAT(waited, ElementsAre(Ge(kIdle), Ge(kIdle)));
 }
 
 TEST_F(ThreadPoolTest, AThreadThatHasYetToBeginIsEnough) {
@@ -168,8 +197,8 @@ TEST_F(HelpedThreadPoolTest, TheHelperIsAskedOnceAndStartsAllThatAreMissing) {
   EXPECT_THAT(bodies, SizeIs(4));
 }
 
-TEST_F(HelpedThreadPoolTest, TheHelperStartsOneForAQuietTask) {
-  helped.runWhenQuiet([this] { ran.push_back(1); });
+TEST_F(HelpedThreadPoolTest, TheHelperStartsOneForALaterTask) {
+  helped.runLater([this] { ran.push_back(1); });
 
   ASSERT_THAT(asked, SizeIs(1));
   EXPECT_THAT(bodies, IsEmpty());
@@ -278,6 +307,29 @@ TEST_F(ThreadPoolThreadsTest, AThreadThatWaitsIsUsedAgain) {
   }
 
   EXPECT_EQ(100u, usedAgain);
+}
+
+// Two threads: one is busy with a chain of tasks, the other has been without work for half of the
+// idle time when the task is asked for.
+TEST_F(ThreadPoolThreadsTest, ALaterTaskIsNotEarlyOnAThreadThatHasBeenWithoutWork) {
+  constexpr std::chrono::milliseconds kIdle{40};
+  ThreadPool pool(threads.starter(), kIdle);
+  std::latch both(2);
+  for (int count = 0; count < 2; ++count) pool.run([&] { both.arrive_and_wait(); });
+  both.wait();
+  const auto start = Clock::now();
+  Clock::time_point asked;
+  std::promise<Clock::duration> waited;
+  const std::function<void()> step = [&] {
+    if (Clock::now() - start < kIdle / 2) return pool.run(step);
+    asked = Clock::now();
+    pool.runLater([&] { waited.set_value(Clock::now() - asked); });
+  };
+
+  pool.run(step);
+
+  EXPECT_GE(waited.get_future().get(), kIdle);
+  EXPECT_TRUE(threads.waitUntilNoneRuns());
 }
 
 TEST_F(ThreadPoolThreadsTest, EveryTaskOfManyThreadsRunsOnce) {

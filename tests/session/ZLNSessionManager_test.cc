@@ -232,8 +232,9 @@ TEST_F(ZLNSessionManagerTest,
 
   expectCalls({std::string("log: started new session ") + kNew, "get com.zelnor.firstSessionSent",
                "log: queue report <ZLNReportSessionFirst: 0x*>", "global async",
-               "log: transmit reports", "begin 1", kWritesReports, "log: saved 1 reports",
-               "set com.zelnor.firstSessionSent", "synchronize"});
+               "log: transmit reports", "begin 1",
+               "read /support/com.zelnor.sdk/reporting/reports.json", kWritesReports,
+               "log: saved 1 reports", "set com.zelnor.firstSessionSent", "synchronize"});
 }
 
 TEST_F(ZLNSessionManagerTest, ANewSessionIsLoggedAndItsReportStoredUntilItIsDelivered) {

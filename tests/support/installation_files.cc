@@ -1,11 +1,9 @@
 #include "tests/support/installation_files.h"
 
-#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <set>
-#include <utility>
 
 #include "platform/property_list.h"
 
@@ -55,13 +53,15 @@ InstallationFiles::InstallationFiles(const std::string& home, const std::string&
     : home_(home),
       reports_(home + "/data/" + application + "/com.zelnor.sdk/reporting/reports.json"),
       spare_(home + "/data/" + application + "/com.zelnor.sdk/.reports.json.spare"),
-      kept_(spare_ + ".old"),
       settings_(home + "/data/" + application + "/com.zelnor.sdk/data/config.dat"),
       defaults_(home + "/config/" + application + ".plist") {}
 
 StoredState InstallationFiles::read() const {
   StoredState state;
-  readReports(state);
+  if (const auto reports = rootOf(reports_, &Value::array, state)) {
+    state.hasReportFile = true;
+    state.reports = reportsIn(*reports, state);
+  }
   state.settings = rootOf(settings_, &Value::dictionary, state);
   if (const auto defaults = rootOf(defaults_, &Value::dictionary, state)) {
     const Number* sent = defaults->findNumber("com.zelnor.firstSessionSent");
@@ -71,33 +71,12 @@ StoredState InstallationFiles::read() const {
   return state;
 }
 
-void InstallationFiles::readReports(StoredState& state) const {
-  const auto kept = rootOf(kept_, &Value::array, state);
-  const auto inPlace = rootOf(reports_, &Value::array, state);
-  if (kept) state.reports = reportsIn(*kept, state);
-  if (!inPlace) return;
-  state.hasReportFile = true;
-  std::vector<StoredReport> others;
-  for (StoredReport& report : reportsIn(*inPlace, state)) {
-    report.isInPlace = true;
-    const auto found =
-        std::find_if(state.reports.begin(), state.reports.end(),
-                     [&](const auto& other) { return other.identity == report.identity; });
-    if (found == state.reports.end()) {
-      others.push_back(std::move(report));
-    } else {
-      found->isInPlace = true;
-    }
-  }
-  std::move(others.begin(), others.end(), std::back_inserter(state.reports));
-}
-
 bool InstallationFiles::owesNothing() const {
   std::error_code missing;
   const auto size = fs::file_size(reports_, missing);
   if (missing || size > kLongestEmptyList) return false;
   const std::optional<std::string> content = contentOf(reports_);
-  return content && content->find("<array/>") != std::string::npos && !fs::exists(kept_);
+  return content && content->find("<array/>") != std::string::npos;
 }
 
 std::vector<std::string> InstallationFiles::strangers() const {

@@ -11,8 +11,7 @@ namespace zln {
 
 struct StoredReport {
   ReportIdentity identity;
-  std::string network;     // Of an attempt.
-  bool isInPlace = false;  // It is in the report file.
+  std::string network;  // Of an attempt.
 };
 
 // What the library's files say.
@@ -20,8 +19,7 @@ struct StoredState {
   // What cannot be read whole is named here.
   std::vector<std::string> problems;
   bool hasReportFile = false;
-  // All that the next process takes up, in its order: what an earlier one had not taken up whole,
-  // then what else is in the report file.
+  // What the next process loads, in its order.
   std::vector<StoredReport> reports;
   std::optional<Dictionary> settings;
   bool isFirstSessionSent = false;
@@ -37,18 +35,15 @@ class InstallationFiles {
   const std::string& home() const { return home_; }
   const std::string& settingsFile() const { return settings_; }
   StoredState read() const;
-  // The report file is there and holds nothing, and nothing is left to be taken up.
+  // The report file is there and holds nothing.
   bool owesNothing() const;
   // What is in the home folder besides the library's own files, by path within it.
   std::vector<std::string> strangers() const;
 
  private:
-  void readReports(StoredState& state) const;
-
   std::string home_;
   std::string reports_;
   std::string spare_;
-  std::string kept_;
   std::string settings_;
   std::string defaults_;
 };

@@ -94,6 +94,11 @@ bool holdsAllOf(const Counts& some, const Counts& others) {
                      [&](const auto& entry) { return some.contains(entry.first); });
 }
 
+int countOf(const ReportIdentity& identity, const Counts& counts) {
+  const auto found = counts.find(identity);
+  return found == counts.end() ? 0 : found->second;
+}
+
 std::string listOf(const Counts& counts) {
   std::string text;
   for (const auto& [identity, count] : counts) {
@@ -325,9 +330,7 @@ class Run : private LogSink {
       }
     }
     for (const auto& [identity, count] : owed_) {
-      const auto found = now.find(identity);
-      const int present = found == now.end() ? 0 : found->second;
-      if (present < count) return report("lost: " + identity.text());
+      if (countOf(identity, now) < count) return report("lost: " + identity.text());
     }
   }
 
@@ -345,13 +348,16 @@ class Run : private LogSink {
     isFileBehind_ = false;
     const Counts file = stored();
     if (!holdsAllOf(file, now)) return report("not in the file:" + listOf(now) + listOf(file));
+    for (const auto& [identity, count] : unread_) {
+      if (!file.contains(identity) && !finished_.contains(identity))
+        return report("stored, not loaded and not in the file: " + identity.text());
+    }
     for (const auto& [identity, count] : file) {
-      const auto found = now.find(identity);
-      const int owedNow = found == now.end() ? 0 : found->second;
-      // A report that is tried again may stand there once more than it is owed.
-      if (count > owedNow + 1)
+      const int pending = countOf(identity, now) + countOf(identity, unread_);
+      // A report that is retried may be there once more than it is pending.
+      if (count > pending + 1)
         return report(std::to_string(count) + " in the file: " + identity.text());
-      if (owedNow == 0 && !isInterrupted_) return report("still in the file: " + identity.text());
+      if (pending == 0 && !isInterrupted_) return report("still in the file: " + identity.text());
     }
   }
 
@@ -386,7 +392,7 @@ class Run : private LogSink {
 
   void unreadMustBeFinished() {
     for (const auto& [identity, count] : unread_) {
-      if (!finished_.contains(identity)) report("stored and never taken up: " + identity.text());
+      if (!finished_.contains(identity)) report("stored and never loaded: " + identity.text());
     }
   }
 
@@ -434,7 +440,7 @@ class Run : private LogSink {
 
   const ReportIdentity& identityOf(const std::shared_ptr<ZLNReportBase>& one) {
     const auto [found, isNew] = identities_.try_emplace(one);
-    if (isNew) found->second = reportIdentityInElement(one->toElement()->text.value());
+    if (isNew) found->second = reportIdentityInElement(*one->toElement());
     return found->second;
   }
 

@@ -122,27 +122,20 @@ std::size_t countAdAttempts(std::string_view content) {
 
 class WatchedReportFile : public AtomicFile {
  public:
-  WatchedReportFile(std::unique_ptr<AtomicFile> file, ReportFileWatch& watch)
+  WatchedReportFile(std::shared_ptr<AtomicFile> file, ReportFileWatch& watch)
       : file_(std::move(file)), watch_(watch) {}
 
-  bool replace(std::string_view content, Unchanged unchanged, Error* error) override {
+  bool replace(std::string_view content, std::size_t unchangedPrefix, Error* error) override {
     const std::size_t fewest = watch_.fewestAdAttempts;
     if (fewest > 0) {
       ++watch_.contents;
       if (countAdAttempts(content) < fewest) ++watch_.tooFew;
     }
-    return file_->replace(content, unchanged, error);
+    return file_->replace(content, unchangedPrefix, error);
   }
-  void prepare() override { file_->prepare(); }
-  void offerOldContent(std::size_t limit,
-                       const std::function<bool(const std::string&)>& accept) override {
-    file_->offerOldContent(limit, accept);
-  }
-  void keep() override { file_->keep(); }
-  void release() override { file_->release(); }
 
  private:
-  const std::unique_ptr<AtomicFile> file_;
+  const std::shared_ptr<AtomicFile> file_;
   ReportFileWatch& watch_;
 };
 
@@ -150,9 +143,9 @@ class WatchedFiles : public FilesPosix {
  public:
   using FilesPosix::FilesPosix;
 
-  std::unique_ptr<AtomicFile> atomicFile(const std::string& path,
+  std::shared_ptr<AtomicFile> atomicFile(const std::string& path,
                                          const std::string& sparePath) override {
-    return std::make_unique<WatchedReportFile>(FilesPosix::atomicFile(path, sparePath), watch);
+    return std::make_shared<WatchedReportFile>(FilesPosix::atomicFile(path, sparePath), watch);
   }
 
   ReportFileWatch watch;
@@ -165,11 +158,8 @@ struct BusyMachine {
   ThreadPool pool;
   DispatchPosix dispatch{pool};
   AnsweringHttp http{pool};
-  WatchedFiles files{[this] { return folder; }, std::make_shared<DelayedFlush>(
-                                                    [this](std::function<void()> flush) {
-                                                      pool.runWhenQuiet(std::move(flush));
-                                                    },
-                                                    &ThreadPool::isOnPool)};
+  WatchedFiles files{[this] { return folder; },
+                     [this](std::function<void()> flush) { pool.runLater(std::move(flush)); }};
   UserDefaultsPosix userDefaults{files, [this] { return folder + "/defaults.plist"; }};
   FakeDevice device;
   BackgroundTasksPosix backgroundTasks{dispatch};

@@ -20,6 +20,7 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::SizeIs;
+using testing::UnorderedElementsAreArray;
 
 constexpr char kEmptyFile[] =
     R"(<?xml version="1.0" encoding="UTF-8"?>
@@ -364,7 +365,93 @@ TEST_F(ZLNReportingManagerFileTest, AnElementThatIsNoReportIsToldAndDropped) {
                "unable to recover report from text", "unable to recover report from 3",
                "unable to recover report from (\n)"});
   expectQueuedAndStored({"a", "b", "c", "d"});
-  EXPECT_EQ(4u, env.files.writeCount(kReportsFile));
+  EXPECT_EQ(1u, env.files.writeCount(kReportsFile));
+}
+
+TEST_F(ZLNReportingManagerFileTest, AReportThatComesBeforeTheFileIsLoadedLeavesItsReportsInIt) {
+  const std::string binary(std::begin(kBinaryFile), std::end(kBinaryFile));
+  const std::string blanks =
+      "<plist version=\"1.0\"> <array> <dict> <key>type</key> "
+      "<string>ReportTypeSessionStart</string> </dict> </array> </plist>";
+  for (const std::string& left :
+       {*property_list::write(Array{Dictionary{{"type", "ReportTypeSessionStart"}}}), binary,
+        blanks}) {
+    restart();
+    env.files.put(kReportsFile, left);
+
+    queue("early");
+
+    const auto root = property_list::read(env.files.contents(kReportsFile).value());
+    ASSERT_TRUE(root && root->array() != nullptr && root->array()->size() >= 2) << left;
+    EXPECT_EQ("early", textOf(*root->array()->at(0).dictionary(), "network"));
+    EXPECT_EQ("ReportTypeSessionStart", textOf(*root->array()->at(1).dictionary(), "type"));
+  }
+}
+
+TEST_F(ZLNReportingManagerFileTest, WhatIsNoReportIsGoneAfterLoadingAlsoWhenASaveCameBefore) {
+  env.files.put(kReportsFile, *property_list::write(Array{"text"}));
+  queue("early");
+
+  env.dispatch.runGlobal();
+
+  const auto root = property_list::read(env.files.contents(kReportsFile).value());
+  EXPECT_EQ(1u, root->array()->size());
+}
+
+TEST_F(ZLNReportingManagerFileTest, AFileThatIsNoListIsReplacedByTheFirstSave) {
+  env.files.put(kReportsFile, "no list");
+
+  queue("early");
+
+  EXPECT_THAT(storedNetworks(), ElementsAre("early"));
+}
+
+TEST_F(ZLNReportingManagerFileTest, AFileThatCannotBeReadIsNotReplacedAndIsLoadedByTheNextProcess) {
+  env.files.put(kReportsFile, *property_list::write(Array{storedAd("stored")}));
+  env.files.failRead(kReportsFile);
+  manager();
+  env.dispatch.runGlobal();
+  setLevel(1);
+
+  queue("early");
+  expectLines({"failed to save 1 pending reports!"});
+  EXPECT_THAT(storedNetworks(), ElementsAre("stored"));
+  env.files.failRead(kReportsFile, false);
+  queue("late");
+
+  expectLines({});
+  EXPECT_THAT(storedNetworks(), ElementsAre("early", "late", "stored"));
+  restart();
+  manager();
+  env.dispatch.runGlobal();
+  expectQueuedAndStored({"early", "late", "stored"});
+}
+
+TEST_F(ZLNReportingManagerFileTest, TheListBeforeIsLoadedOnlyWhereTheFileIsNoList) {
+  const std::string before = *property_list::write(Array{storedAd("before")});
+  struct Row {
+    std::optional<std::string> content;
+    std::vector<std::string> loaded;
+  };
+  // In the last one a power cut has taken some bytes of what the file had.
+  std::string cut = *property_list::write(Array{storedAd("cut")});
+  cut[cut.size() / 2] = '\0';
+  for (const auto& [content, loaded] :
+       std::vector<Row>{{std::nullopt, {}},
+                        {*property_list::write(Array{}), {}},
+                        {*property_list::write(Array{storedAd("now")}), {"now"}},
+                        {"junk", {"before"}},
+                        {cut, {"before"}}}) {
+    restart();
+    env.files.remove(kReportsFile, nullptr);
+    if (content) env.files.put(kReportsFile, *content);
+    env.files.put("/support/com.zelnor.sdk/.reports.json.spare", before);
+    manager();
+
+    env.dispatch.runGlobal();
+
+    EXPECT_EQ(loaded, queuedNetworks());
+  }
 }
 
 TEST_F(ZLNReportingManagerFileTest, AFileOfInvalidElementsAloneStaysUntilTheNextSave) {
@@ -590,16 +677,69 @@ TEST_F(ZLNReportingManagerFileTest, RestoringQueuesTheHeldReportsInTheirOrderWit
   expectQueuedAndStored({"first", "second"});
 }
 
-TEST_F(ZLNReportingManagerFileTest, EachReportThatIsRestoredIsSavedByItself) {
+TEST_F(ZLNReportingManagerFileTest, AReportThatAFullQueueRefusesLeavesTheFile) {
   begin(kHolding);
   for (const char* network : {"first", "second"}) hold(adReport(network));
-  std::vector<std::string> stored;
-  whenLogged("saved 1 reports", [&] { stored = storedNetworks(); });
+  env.http.always(nullptr);
+  for (int count = 0; count < 1000; ++count) queue("filler");
 
   manager().restoreTemporaryErrorReports();
 
-  EXPECT_THAT(stored, ElementsAre("first"));
-  EXPECT_THAT(storedNetworks(), ElementsAre("first", "second"));
+  const std::vector<std::string> stored = storedNetworks();
+  EXPECT_THAT(stored, SizeIs(1001));
+  EXPECT_EQ("first", stored.back());
+}
+
+TEST_F(ZLNReportingManagerFileTest, AChangeOfAQueuedReportIsSaved) {
+  beginSuspended();
+  const auto report = queue();
+  queue();
+
+  report->setCountry("AT");
+  report->setUserId("other");
+  manager().saveReports();
+
+  EXPECT_EQ("AT", textOf(storedReports(env.files)[0], "country"));
+  EXPECT_EQ("other", textOf(storedReports(env.files)[0], "userId"));
+  EXPECT_EQ("DE", textOf(storedReports(env.files)[1], "country"));
+}
+
+// What the file has at a moment is what a kill at that moment leaves.
+class ZLNReportingManagerKillTest : public ZLNReportingManagerFileTest {
+ protected:
+  // At each of the next three reports to be queued the file has these, and again after a save.
+  void expectAtQueueing(const std::vector<std::string>& networks) {
+    for (int step = 0; step < 3; ++step) {
+      whenLogged("queue report", [=, this] {
+        EXPECT_THAT(storedNetworks(), UnorderedElementsAreArray(networks));
+        manager().saveReports();
+        EXPECT_THAT(storedNetworks(), UnorderedElementsAreArray(networks));
+      });
+    }
+  }
+};
+
+TEST_F(ZLNReportingManagerKillTest, WhileReportsAreLoadedTheFileHasAllOfThem) {
+  env.files.put(kReportsFile,
+                *property_list::write(Array{storedAd("a"), storedAd("b"), storedAd("c")}));
+  setLevel(3);
+  queue("early");
+  expectAtQueueing({"early", "a", "b", "c"});
+
+  env.dispatch.runGlobal();
+
+  expectQueuedAndStored({"early", "a", "b", "c"});
+}
+
+TEST_F(ZLNReportingManagerKillTest, WhileReportsAreRestoredTheFileHasAllOfThem) {
+  begin(kHolding);
+  for (const char* network : {"a", "b", "c"}) hold(adReport(network));
+  queue("queued");
+  expectAtQueueing({"queued", "a", "b", "c"});
+
+  manager().restoreTemporaryErrorReports();
+
+  expectQueuedAndStored({"queued", "a", "b", "c"});
 }
 
 TEST_F(ZLNReportingManagerFileTest, ARestoredReportOfAKindSwitchedOffIsDropped) {

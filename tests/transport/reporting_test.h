@@ -23,7 +23,8 @@ class OddReport : public ZLNReportSessionStop {
   explicit OddReport(std::optional<Value> baseAtFirst)
       : ZLNReportSessionStop(std::shared_ptr<ZLNSession>()), base(std::move(baseAtFirst)) {}
 
-  std::optional<std::uint64_t> revision() const override { return std::nullopt; }
+  // Never the same, because nobody tells when the test changes the base.
+  std::uint64_t revision() const override { return ++asked_; }
 
   std::optional<Value> base;
   // Happens once, while its dictionary is made.
@@ -34,6 +35,9 @@ class OddReport : public ZLNReportSessionStop {
     if (const auto act = std::exchange(whenSerialized, nullptr)) act();
     return base;
   }
+
+ private:
+  mutable std::uint64_t asked_ = 0;
 };
 
 // A place in the queue that is no report's.
