@@ -14,36 +14,23 @@ constexpr std::size_t kUuidTail = 12;
 
 class LayeredReportFile : public AtomicFile {
  public:
-  LayeredReportFile(Machine& machine, MachineWatcher& watcher, std::unique_ptr<AtomicFile> file)
-      : machine_(machine),
-        watcher_(watcher),
-        file_(std::move(file)),
-        isReadable_(!machine.faults.reads) {}
+  LayeredReportFile(Machine& machine, MachineWatcher& watcher, std::shared_ptr<AtomicFile> file)
+      : machine_(machine), watcher_(watcher), file_(std::move(file)) {}
 
-  bool replace(std::string_view content, Unchanged unchanged, Error* error) override {
+  bool replace(std::string_view content, std::size_t unchangedPrefix, Error* error) override {
     if (!machine_.power.spend()) return false;
-    const bool written = !machine_.faults.reportWrites && file_->replace(content, unchanged, error);
+    const bool written =
+        !machine_.faults.reportWrites && file_->replace(content, unchangedPrefix, error);
     // What the fake has put there, which counts on what the library says is unchanged.
     const auto stored = written ? machine_.files.contents(kReportsFile) : std::nullopt;
     watcher_.reportFileWritten(stored ? std::string_view(*stored) : content, written);
     return written;
   }
 
-  void prepare() override { file_->prepare(); }
-
-  void offerOldContent(std::size_t limit,
-                       const std::function<bool(const std::string& content)>& accept) override {
-    if (machine_.power.spend() && isReadable_) file_->offerOldContent(limit, accept);
-  }
-
-  void keep() override { file_->keep(); }
-  void release() override { file_->release(); }
-
  private:
   Machine& machine_;
   MachineWatcher& watcher_;
-  std::unique_ptr<AtomicFile> file_;
-  bool isReadable_;
+  const std::shared_ptr<AtomicFile> file_;
 };
 
 }  // namespace
@@ -152,9 +139,9 @@ class Machine::Layer : public Clock,
     return written;
   }
 
-  std::unique_ptr<AtomicFile> atomicFile(const std::string& path,
+  std::shared_ptr<AtomicFile> atomicFile(const std::string& path,
                                          const std::string& sparePath) override {
-    return std::make_unique<LayeredReportFile>(machine_, watcher_,
+    return std::make_shared<LayeredReportFile>(machine_, watcher_,
                                                machine_.files.atomicFile(path, sparePath));
   }
 

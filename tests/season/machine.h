@@ -22,6 +22,7 @@
 namespace zln::season {
 
 inline constexpr char kReportsFile[] = "/support/com.zelnor.sdk/reporting/reports.json";
+inline constexpr char kSpareReportsFile[] = "/support/com.zelnor.sdk/.reports.json.spare";
 inline constexpr char kSettingsFile[] = "/support/com.zelnor.sdk/data/config.dat";
 
 // Is told what the library does to the machine, inside the library's own calls.

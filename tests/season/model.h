@@ -77,6 +77,8 @@ struct Report {
   std::string zone;
   bool filled = false;
   int failures = 0;
+  // The report file has had it.
+  bool isStored = false;
 };
 using ReportPtr = std::shared_ptr<Report>;
 
@@ -119,7 +121,7 @@ using MonitorPtr = std::shared_ptr<Monitor>;
 
 // One of the three.
 struct PoolTask {
-  bool takesUpStored = false;
+  bool loadsStored = false;
   OperationPtr operation;
   MonitorPtr monitor;
 };
@@ -158,21 +160,29 @@ struct ProcessModel {
   std::vector<std::weak_ptr<Monitor>> monitors;
   std::deque<OperationPtr> queue;
   std::vector<ReportPtr> held;
+  // Loaded or restored, and not queued yet.
+  std::deque<ReportPtr> waiting;
   bool isSuspended = false;
   std::size_t runningRequests = 0;
   std::size_t mainTasks = 0;
   std::deque<PoolTask> poolTasks;
   std::vector<Wait> waits;
-  // What an earlier process has left, until it is taken up; what could not be read; and what this
-  // very call brings or takes up.
-  bool isOpen = false;
-  std::vector<ReportPtr> old;
-  std::set<Key> unreadable;
+  // What an earlier process has left, from when it is read until it is loaded.
+  bool isRead = false;
+  std::vector<ReportPtr> stored;
+  // What this very call adds.
   std::set<Key> brought;
-  std::set<Key> takenUp;
-  // Whether the file holds what is owed: the last save succeeded.
+  // Whether the file has all pending reports: the last save succeeded.
   bool isSaved = true;
   bool hasSaved = false;
+  // What has happened since the last save: reports have begun to wait, or a waiting one was
+  // dropped.
+  bool hasNewWaiting = false;
+  bool hasDropped = false;
+  // In the order of the model, which plays an event before the library does.
+  bool lastSaveFails = false;
+  // Each save writes, and logs every report.
+  bool isVerbose = false;
   Expected expected;
 };
 
@@ -324,12 +334,8 @@ class Model : public ProcessModel {
 
   void enterForeground() {
     if (!hasReportingManager) return;
-    for (const auto& report : held) takenUp.insert(report->key);
-    for (const auto& report : std::exchange(held, {})) {
-      report->failures = 0;
-      enqueue(report, "lost: queue full");
-      dropCopy(report->key);
-    }
+    for (const auto& report : held) report->failures = 0;
+    enqueueAgain(std::exchange(held, {}));
     if (settings[transmitOnForegrounding] != 0) transmit();
   }
 
@@ -348,26 +354,26 @@ class Model : public ProcessModel {
     return task;
   }
 
-  void takeUpStored() {
-    openReportFile();
-    for (const auto& stored : std::exchange(old, {})) {
-      const auto report = std::make_shared<Report>(*stored);
+  void loadStored() {
+    readReportFile();
+    std::vector<ReportPtr> loaded;
+    for (const auto& left : std::exchange(stored, {})) {
+      const auto report = std::make_shared<Report>(*left);
       report->failures = 0;
       report->startTime = restoredTime(report->startTime);
       report->stopTime = restoredTime(report->stopTime);
-      takenUp.insert(report->key);
-      enqueue(report, "lost: queue full");
-      dropCopy(report->key);
+      loaded.push_back(report);
     }
+    enqueueAgain(loaded);
     if (settings[transmitImmediately] != 0) transmit();
   }
 
   void startOperation(const OperationPtr& operation) { expected.request = operation; }
 
-  void beginWait(const MonitorPtr& waiting) {
-    waits.push_back({waiting, settings[backgroundTimeout]});
-    waiting->hasTask = true;
-    if (waiting->isProcessing) topOfWait();
+  void beginWait(const MonitorPtr& waiter) {
+    waits.push_back({waiter, settings[backgroundTimeout]});
+    waiter->hasTask = true;
+    if (waiter->isProcessing) topOfWait();
   }
 
   bool isWaiting() const { return !waits.empty() && waits.back().goesOn; }
@@ -433,6 +439,8 @@ class Model : public ProcessModel {
     hasSaved |= succeeded;
     if (succeeded) reportFile = std::move(expected.reportSaves.front());
     expected.reportSaves.pop_front();
+    if (!succeeded) return;
+    for (const auto& report : reportFile) report->isStored = true;
   }
 
   void settingsFileSaved(bool succeeded) {
@@ -447,21 +455,20 @@ class Model : public ProcessModel {
   }
 
   // The call has returned to the game: what it brought is accepted.
-  void callReturned() {
-    takenUp.clear();
-    brought.clear();
-  }
+  void callReturned() { brought.clear(); }
 
   // The first thing that must not be, if anything.
   const std::string& problem() const { return problem_; }
   void fail(std::string problem) {
     if (problem_.empty()) problem_ = std::move(problem);
   }
-  std::vector<ReportPtr> owedReports(const Report* left = nullptr) const {
+  std::vector<ReportPtr> pendingReports(const Report* left = nullptr) const {
     std::vector<ReportPtr> reports = held;
     for (const auto& operation : queue) {
       if (operation->report.get() != left) reports.push_back(operation->report);
     }
+    reports.insert(reports.end(), waiting.begin(), waiting.end());
+    reports.insert(reports.end(), stored.begin(), stored.end());
     return reports;
   }
 
@@ -470,6 +477,7 @@ class Model : public ProcessModel {
   // The machine.
   double now = 0;
   bool readsFail = false;
+  bool writesFail = false;  // Of the report file.
   bool removalsFail = false;
   bool synchronizingFails = false;
 
@@ -650,19 +658,32 @@ class Model : public ProcessModel {
   }
 
   void enqueue(const ReportPtr& report, const char* lossWhenFull) {
-    if (isSwitchedOff(kindOf(report->key))) {
-      live_[report->key].loss = "switched off";
-      return;
-    }
-    if (queue.size() >= kFullQueue) {
-      live_[report->key].loss = lossWhenFull;
+    const bool isMoved = !waiting.empty();
+    if (isMoved) waiting.pop_front();
+    const char* loss = nullptr;
+    if (isSwitchedOff(kindOf(report->key))) loss = "switched off";
+    if (loss == nullptr && queue.size() >= kFullQueue) loss = lossWhenFull;
+    if (loss != nullptr) {
+      live_[report->key].loss = loss;
+      hasDropped |= isMoved;
       return;
     }
     ++live_[report->key].copies;
     queue.push_back(std::make_shared<Operation>(Operation{report}));
     startReady();
     if (settings[transmitImmediately] != 0) transmit();
-    save();
+    isMoved ? saveMoved() : save();
+  }
+
+  // They wait together, so that the file has each of them at every moment.
+  void enqueueAgain(const std::vector<ReportPtr>& reports) {
+    waiting.assign(reports.begin(), reports.end());
+    hasNewWaiting |= !reports.empty();
+    for (const auto& report : reports) {
+      enqueue(report, "lost: queue full");
+      dropCopy(report->key);
+    }
+    if (hasDropped) save();
   }
 
   void transmit() {
@@ -682,8 +703,19 @@ class Model : public ProcessModel {
   }
 
   void save(const Report* left = nullptr) {
-    openReportFile();
-    expected.reportSaves.push_back(owedReports(left));
+    hasNewWaiting = hasDropped = false;
+    lastSaveFails = !readReportFile() || writesFail;
+    if (isRead) {
+      expected.reportSaves.push_back(pendingReports(left));
+    } else {
+      isSaved = false;
+      ++counts["saves without the old file"];
+    }
+  }
+
+  // The file has the list already when nothing but the move has happened since a save.
+  void saveMoved() {
+    if (hasNewWaiting || hasDropped || lastSaveFails || isVerbose) save();
   }
 
   void rest() {
@@ -697,13 +729,12 @@ class Model : public ProcessModel {
     startReady();
   }
 
-  void openReportFile() {
-    if (std::exchange(isOpen, true)) return;
-    if (readsFail) {
-      for (const auto& report : reportFile) unreadable.insert(report->key);
-    } else {
-      old = reportFile;
-    }
+  // False when it cannot be read now; it is then read later, and never replaced before.
+  bool readReportFile() {
+    if (isRead || readsFail) return isRead;
+    isRead = true;
+    stored = reportFile;
+    return true;
   }
 
   void dropCopy(Key key) {
@@ -727,13 +758,11 @@ class Model : public ProcessModel {
   }
 
   const char* lossAtTheEnd(Key key, bool inACall) const {
-    const auto isIn = [key](const std::vector<ReportPtr>& reports) {
-      return std::any_of(reports.begin(), reports.end(),
-                         [key](const auto& report) { return report->key == key; });
-    };
-    if (unreadable.contains(key)) return "lost: file not read";
-    if (isIn(old)) return "lost: killed while taken up";
-    if (inACall && takenUp.contains(key)) return "lost: killed while taken up";
+    const auto pending = pendingReports();
+    const bool wasStored = std::any_of(pending.begin(), pending.end(), [&](const auto& report) {
+      return report->key == key && report->isStored;
+    });
+    if (wasStored) return nullptr;
     if (inACall && brought.contains(key)) return "lost: killed in the call";
     if (!isSaved) return "lost: file not written";
     return nullptr;

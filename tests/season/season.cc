@@ -86,17 +86,6 @@ std::size_t commonLength(std::string_view a, std::string_view b) {
   return length;
 }
 
-// Where a report has gone from a long list, such lines are left.
-std::string withoutBlankLines(std::string_view text) {
-  std::string result;
-  while (!text.empty()) {
-    const std::string_view line = text.substr(0, std::min(text.find('\n'), text.size()) + 1);
-    if (line.find_first_not_of(" \n") != std::string_view::npos) result += line;
-    text.remove_prefix(line.size());
-  }
-  return result;
-}
-
 std::string textOf(const std::vector<Key>& keys) {
   std::string text;
   for (const Key key : keys) {
@@ -181,9 +170,11 @@ class Season : private MachineWatcher {
     model_.beginProcess();
     found_.clear();
     for (const auto& report : model_.reportFile) ++found_[report->key];
+    storedText_ = storedText();
     life_ = Life::active;
     state_ = new ProcessState(machine_.environment());
-    if (dice_.perMille(20))
+    model_.isVerbose = dice_.perMille(20);
+    if (model_.isVerbose)
       state_->currentLogLevel.set(static_cast<std::uint64_t>(LogLevel::superVerbose));
     setProcessStateForTests(state_);
   }
@@ -380,8 +371,8 @@ class Season : private MachineWatcher {
 
   void runPoolTask() {
     const PoolTask task = model_.takePoolTask();
-    if (task.takesUpStored) {
-      model_.takeUpStored();
+    if (task.loadsStored) {
+      model_.loadStored();
       detail(static_cast<double>(model_.reportFile.size()));
     } else if (task.operation) {
       model_.startOperation(task.operation);
@@ -488,6 +479,7 @@ class Season : private MachineWatcher {
     machine_.faults.removals = anything && dice_.perMille(400);
     machine_.faults.synchronizing = anything && dice_.perMille(200);
     model_.readsFail = machine_.faults.reads;
+    model_.writesFail = machine_.faults.reportWrites;
     model_.removalsFail = machine_.faults.removals;
     model_.synchronizingFails = machine_.faults.synchronizing;
     detail(machine_.faults.reportWrites + 2 * machine_.faults.reads);
@@ -508,7 +500,7 @@ class Season : private MachineWatcher {
 
   void storm() {
     ++storms_;
-    machine_.faults.reportWrites = false;
+    machine_.faults.reportWrites = model_.writesFail = false;
     for (int count = 0; count < kStormAttempts && !machine_.power.isOff() && !failed(); ++count) {
       play("ad attempt");
       if (dice_.perMille(20) && !model_.poolTasks.empty()) play("pool task");
@@ -532,9 +524,7 @@ class Season : private MachineWatcher {
     record("damage files");
     constexpr const char* kDamage[] = {"", "{}", "<plist", "bplist00", "<plist><dict/></plist>"};
     if (dice_.perMille(500)) {
-      machine_.files.put(kReportsFile, kDamage[dice_.below(std::size(kDamage))]);
-      model_.damageReportFile();
-      return;
+      return damageReportFile(kDamage[dice_.below(std::size(kDamage))]);
     }
     if (!model_.settingsFile) return;
     if (dice_.perMille(500)) {
@@ -550,6 +540,29 @@ class Season : private MachineWatcher {
     machine_.files.put(kSettingsFile, *property_list::write(stored));
     model_.settingsFile->lastUpdateIsText = true;
     model_.settingsFile->isReadable = true;
+  }
+
+  // The spare file may still have all of it.
+  void damageReportFile(const char* damage) {
+    const std::string whole = storedText();
+    machine_.files.put(kReportsFile, damage);
+    if (dice_.perMille(500)) {
+      machine_.files.put(kSpareReportsFile, whole);
+      ++model_.counts["damaged report files with a spare file"];
+    } else {
+      machine_.files.remove(kSpareReportsFile, nullptr);
+      model_.damageReportFile();
+    }
+  }
+
+  // What the next process finds.
+  std::string storedText() const {
+    for (const char* path : {kReportsFile, kSpareReportsFile}) {
+      std::string text = machine_.files.contents(path).value_or("");
+      const std::optional<Value> root = property_list::read(text);
+      if (root && root->array() != nullptr) return text;
+    }
+    return "";
   }
 
   // After every step.
@@ -582,8 +595,9 @@ class Season : private MachineWatcher {
                 std::to_string(expected));
   }
 
-  // The report file holds all that the manager still has to send; it is the manager's own list,
-  // byte for byte, unless the list has changed since in a way that is not saved at once.
+  // The report file has all that the manager still has to send, then what an earlier process left
+  // and is not loaded: byte for byte, unless the list has changed since in a way that is not saved
+  // at once.
   void compareWithManager() {
     if (!model_.hasReportingManager || !model_.isSaved) return;
     const auto manager = ZLNReportingManager::sharedManager();
@@ -597,19 +611,23 @@ class Season : private MachineWatcher {
                          std::to_string(model_.held.size() + model_.queue.size()));
     }
     if (!model_.hasSaved) return;
-    const std::vector<Key> owed = keysOf(model_.owedReports());
-    const std::vector<Key> stored = keysOf(model_.reportFile);
-    for (const Key key : owed) {
-      if (std::find(stored.begin(), stored.end(), key) == stored.end()) {
-        return model_.fail("a report that is owed is not in the file:" + textOf({key}));
+    const std::vector<Key> pending = keysOf(model_.pendingReports());
+    const std::vector<Key> saved = keysOf(model_.reportFile);
+    for (const Key key : pending) {
+      if (std::find(saved.begin(), saved.end(), key) == saved.end()) {
+        return model_.fail("a pending report is not in the file:" + textOf({key}));
       }
     }
-    if (owed != stored || dice_.below(16) != 0) return;
+    if (pending != saved || dice_.below(16) != 0) return;
     Array elements;
     for (const auto& report : reports) elements.emplace_back(*report->toDictionary());
-    const std::string text = machine_.files.contents(kReportsFile).value_or("");
-    if (withoutBlankLines(text) != property_list::write(elements)) {
-      model_.fail("the report file is not the list of what is owed");
+    if (!model_.stored.empty()) {
+      const Value found = *property_list::read(storedText_);
+      elements.insert(elements.end(), found.array()->begin(), found.array()->end());
+      ++model_.counts["looks at a file with carried reports"];
+    }
+    if (machine_.files.contents(kReportsFile) != property_list::write(elements)) {
+      model_.fail("the report file is not the list of the pending reports");
     }
   }
 
@@ -800,7 +818,8 @@ class Season : private MachineWatcher {
   Life life_ = Life::active;
   int depth_ = 0;
   std::map<std::uint64_t, OperationPtr> requests_;
-  // How often the file that this process has found holds a report; and which is tried again now.
+  // The list that this process has found, how often a report is in it; and which is retried now.
+  std::string storedText_;
   std::map<Key, int> found_;
   Key retried_ = 0;
 
