@@ -6,8 +6,7 @@
 
 namespace zln::faults {
 
-// The calls that change files below the home folder, and those that read settings and user
-// defaults.
+// The calls that change files below the home folder, and those that read the library's files.
 enum class Call : std::uint8_t {
   kNone,
   kOpen,      // for writing, or making the file
@@ -16,8 +15,7 @@ enum class Call : std::uint8_t {
   kClose,     // of a file that was open for writing
   kRename,
   kExchange,  // renameat2
-  kLink,
-  kUnlink,  // of a file or a folder
+  kUnlink,    // of a file or a folder
   kMakeFolder,
   kAttribute,  // setxattr
   kFlush,      // fsync
@@ -46,10 +44,7 @@ enum class Fault : std::uint8_t {
 enum class Disk : std::uint8_t {
   kOrdinary,
   kNoExchange,    // renameat2: EINVAL
-  kNoLeases,      // F_SETLEASE: EINVAL
-  kBusyLeases,    // F_SETLEASE: EAGAIN
   kNoLocks,       // flock: ENOLCK
-  kNoLinks,       // link: EPERM
   kNoAttributes,  // setxattr: ENOTSUP
   kNoFlush,       // fsync: EIO
 };

@@ -89,8 +89,7 @@ int lastingFailure() {
 bool isAffected(Call call, int lasting) {
   if (lasting == EMFILE) return call == Call::kOpen || call == Call::kOpenToRead;
   if (lasting == ENOSPC) {
-    return call == Call::kOpen || call == Call::kWrite || call == Call::kMakeFolder ||
-           call == Call::kLink;
+    return call == Call::kOpen || call == Call::kWrite || call == Call::kMakeFolder;
   }
   return call != Call::kClose && call != Call::kOpenToRead && call != Call::kRead;
 }
@@ -152,10 +151,11 @@ ssize_t writeThrough(int file, std::size_t size, Step step) {
   return written;
 }
 
-// The list of reports is read once, and a kill there is a trial of its own.
+// The reports and their spare file, the settings, the user defaults.
 bool isReadHere(int folder, std::string_view path, int flags) {
-  return (flags & O_DIRECTORY) == 0 && isBelowHome(folder, path.data()) &&
-         (path.ends_with(".plist") || path.ends_with("config.dat"));
+  if ((flags & O_DIRECTORY) != 0 || !isBelowHome(folder, path.data())) return false;
+  return path.ends_with("/reports.json") || path.ends_with("/.reports.json.spare") ||
+         path.ends_with("/config.dat") || path.ends_with(".plist");
 }
 
 int openThrough(int folder, const char* path, int flags, mode_t mode) {
@@ -172,12 +172,6 @@ int openThrough(int folder, const char* path, int flags, mode_t mode) {
 // The mode among the arguments of a call that may make a file.
 mode_t modeOf(int flags, va_list arguments) {
   return (flags & (O_CREAT | O_TMPFILE)) != 0 ? va_arg(arguments, mode_t) : 0;
-}
-
-int leaseFailure() {
-  if (plan == nullptr) return 0;
-  if (plan->disk == Disk::kNoLeases) return EINVAL;
-  return plan->disk == Disk::kBusyLeases ? EAGAIN : 0;
 }
 
 }  // namespace
@@ -249,9 +243,6 @@ int fcntl(int file, int command, ...) {
   va_start(arguments, command);
   const long argument = va_arg(arguments, long);
   va_end(arguments);
-  if (command == F_SETLEASE && argument != F_UNLCK && leaseFailure() != 0) {
-    return failed(leaseFailure());
-  }
   const long result = syscall(SYS_fcntl, file, command, argument);
   if (command == F_DUPFD_CLOEXEC) watch(result, isWatchedFile(file));
   return static_cast<int>(result);
@@ -279,11 +270,6 @@ int unlinkat(int folder, const char* path, int flags) noexcept {
 }
 
 int unlink(const char* path) noexcept { return unlinkat(AT_FDCWD, path, 0); }
-
-int link(const char* from, const char* to) noexcept {
-  if (isRefused(isBelowHome(AT_FDCWD, to), Call::kLink, Disk::kNoLinks, EPERM)) return -1;
-  return static_cast<int>(syscall(SYS_link, from, to));
-}
 
 int mkdir(const char* path, mode_t mode) noexcept {
   if (isRefused(isBelowHome(AT_FDCWD, path), Call::kMakeFolder)) return -1;

@@ -55,8 +55,6 @@ struct Outcome {
   std::vector<std::string> wrongs;
   // How many calls of each kind the lives with the fault have made.
   std::array<std::uint32_t, kCallKinds> calls{};
-  // Reports that a kill has cost while they were taken up, where nothing could keep them.
-  int lostInTakingUp = 0;
   // The end of the game's error output.
   std::string log;
 };
@@ -332,11 +330,8 @@ class Playthrough {
     leaveForBackground();
     game_->send("return");
     const int status = game_->waitForEnd(kPatience);
-    if (isKilledByPlan()) {
-      killedLife_ = life_;
-    } else if (!WIFEXITED(status) || WEXITSTATUS(status) != kExitCode) {
-      wrong("the game does not end well");
-    }
+    const bool isWell = WIFEXITED(status) && WEXITSTATUS(status) == kExitCode;
+    if (!isWell && !isKilledByPlan()) wrong("the game does not end well");
   }
 
   void lastLife() {
@@ -436,7 +431,6 @@ class Playthrough {
   }
 
   void expectKill() {
-    killedLife_ = life_;
     const int status = game_->waitForEnd(kPatience);
     if (!WIFSIGNALED(status) || WTERMSIG(status) != SIGKILL) wrong("the game outlives its end");
   }
@@ -472,12 +466,7 @@ class Playthrough {
           std::any_of(state.reports.begin(), state.reports.end(),
                       [&](const StoredReport& report) { return report.network == network; });
       if (isStored || service_->isSettled(network)) continue;
-      // It was held, and the kill came while such reports were being queued again.
-      if (trial_.disk == Disk::kNoLinks && isKill(trial_.fault)) {
-        ++outcome_.lostInTakingUp;
-      } else {
-        wrong("attempt " + network + " is neither sent nor stored");
-      }
+      wrong("attempt " + network + " is neither sent nor stored");
     }
   }
 
@@ -487,20 +476,11 @@ class Playthrough {
            (isLasting(trial_.fault) || (trial_.call == Call::kMakeFolder && !isKill(trial_.fault)));
   }
 
-  // All that a life has left stored is sent by a later one. Where the system makes no links,
-  // nothing keeps what a life has found from that life's own saves, until it has taken up all of
-  // it.
+  // All that a life has left stored is sent by a later one.
   void checkSent(int life) {
     const Identities sent = sentAfter(life);
     for (const ReportIdentity& identity : storedAtEnd_[life]) {
-      if (sent.contains(identity)) continue;
-      const bool isKnownLoss = trial_.disk == Disk::kNoLinks && life + 1 == killedLife_ &&
-                               !storedAtEnd_[killedLife_].contains(identity);
-      if (isKnownLoss) {
-        ++outcome_.lostInTakingUp;
-      } else {
-        wrong("stored and never sent: " + identity.text());
-      }
+      if (!sent.contains(identity)) wrong("stored and never sent: " + identity.text());
     }
   }
 
@@ -570,7 +550,6 @@ class Playthrough {
   std::map<int, Identities> storedAtEnd_;
   bool hadReports_ = false;
   std::string user_;
-  int killedLife_ = 0;
   bool wroteSettingsInLastLife_ = false;
   int livesWithoutFirstSession_ = 0;
 };

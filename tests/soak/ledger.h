@@ -37,7 +37,6 @@ namespace loss {
 inline constexpr Cause kFullQueue = "the queue was full";
 inline constexpr Cause kRejected = "the server rejected it for good";
 inline constexpr Cause kRetryAtFullQueue = "a retry met a full queue";
-inline constexpr Cause kEndedWhileTakingUp = "the process ended while it took up stored reports";
 inline constexpr Cause kSwitchedOff = "switched off by the settings";
 }  // namespace loss
 
@@ -45,7 +44,6 @@ inline constexpr Cause kSwitchedOff = "switched off by the settings";
 namespace repeat {
 inline constexpr Cause kReplyLost = "the reply was lost, or the process ended before it came";
 inline constexpr Cause kEndedBeforeSave = "the process ended between the delivery and the save";
-inline constexpr Cause kEndedWhileTakingUp = "the process ended while it took up stored reports";
 inline constexpr Cause kStoodTwice = "the report stood in the file twice";
 }  // namespace repeat
 
@@ -115,7 +113,6 @@ inline std::optional<Cause> lossOf(const ReportStory& report, bool rejectedBySer
   if (mayBeOff && (report.unsettled || (report.stored && !report.queued))) {
     return loss::kSwitchedOff;
   }
-  if (report.stored && !report.saved) return loss::kEndedWhileTakingUp;
   return std::nullopt;
 }
 
@@ -149,12 +146,8 @@ class Ledger {
     findings_ = life.story.complaints;
     before_.clear();
     after_.clear();
-    inPlace_.clear();
-    for (const StoredReport& stored : life.before.reports) ++before_[subjectOf(stored)];
-    for (const StoredReport& stored : life.after.reports) {
-      ++after_[subjectOf(stored)];
-      if (stored.isInPlace) inPlace_.insert(subjectOf(stored));
-    }
+    for (const StoredReport& stored : life.before.reports) before_.insert(subjectOf(stored));
+    for (const StoredReport& stored : life.after.reports) ++after_[subjectOf(stored)];
     for (const std::string& problem : life.before.problems) find("before: " + problem);
     for (const std::string& problem : life.after.problems) find("after: " + problem);
     for (const ReportStory& report : life.story.reports) {
@@ -222,7 +215,7 @@ class Ledger {
 
   std::map<std::string, Course> coursesOf() const {
     std::map<std::string, Course> courses;
-    for (const auto& [subject, copies] : before_) courses[subject];
+    for (const std::string& subject : before_) courses[subject];
     for (const ReportStory& report : life_->story.reports) {
       if (report.subject.empty()) continue;
       Course& course = courses[report.subject];
@@ -332,9 +325,6 @@ class Ledger {
     tally_.count("Repeated deliveries", repeat::kStoodTwice, again - byLostReply);
     account.nextRepeat = course.deliveries == 0 ? repeat::kReplyLost : repeat::kEndedBeforeSave;
     if (course.deliveries > 0 && objects > 1) account.nextRepeat = repeat::kStoodTwice;
-    if (course.deliveries > 0 && !inPlace_.contains(subject)) {
-      account.nextRepeat = repeat::kEndedWhileTakingUp;
-    }
   }
 
   void settle(const std::string& subject, const Course& course) {
@@ -346,20 +336,12 @@ class Ledger {
 
   // Finds out why the report is gone, or finds that it cannot be told.
   void explainLoss(const std::string& subject, const Course& course) {
-    const auto found = before_.find(subject);
-    const int copiesBefore = found == before_.end() ? 0 : found->second;
     const bool mayBeOff = mayBeSwitchedOff(*life_, subject);
-    int recovered = 0;
     std::optional<Cause> loss;
     for (const ReportStory* report : course.reports) {
-      if (report->stored) ++recovered;
       loss = lossOf(*report, course.rejectedByServer, mayBeOff);
       if (!loss) break;
     }
-    const bool wasNotReached = recovered < copiesBefore;
-    if (course.reports.empty() && wasNotReached) loss = loss::kEndedWhileTakingUp;
-    // A process that ends when all is delivered has not ended too early.
-    if (loss == loss::kEndedWhileTakingUp && life_->plan->ending == Ending::kDrained) loss.reset();
     if (!loss) {
       find(subject + " is lost, and nothing says why");
       return;
@@ -394,7 +376,7 @@ class Ledger {
       const auto course = courses.find(subject);
       if (course == courses.end()) continue;
       const auto& reports = course->second.reports;
-      if (reports.size() == 1 && reports.front()->departed && inPlace_.contains(subject)) {
+      if (reports.size() == 1 && reports.front()->departed) {
         find(subject + " is still stored after its delivery and later saves");
       }
     }
@@ -477,11 +459,10 @@ class Ledger {
 
   Tally& tally_;
   std::map<std::string, Account> accounts_;
-  // The life that is being entered, and how often each report was stored before and after it.
+  // The life that is being entered, what was stored before it, and how often each is after it.
   const LifeRecord* life_ = nullptr;
-  std::map<std::string, int> before_;
+  std::set<std::string> before_;
   std::map<std::string, int> after_;
-  std::set<std::string> inPlace_;
   std::set<ReportIdentity> arrived_;
   std::set<std::string> firstSessions_;
   std::set<std::string> users_;

@@ -27,7 +27,6 @@ struct ReportStory {
   // The game may count on it: the call has returned, or a session report's save.
   bool accepted = false;
   bool queued = false;
-  bool saved = false;  // After it was queued.
   int deliveries = 0;
   bool rejected = false;
   // The last word on it was a temporary failure, without being queued again or held.
@@ -51,7 +50,7 @@ struct LifeStory {
   // Sessions that have begun without a report, and how many of them have no name either.
   std::set<std::string> sessionsWithoutBegin;
   int unnamedWithoutBegin = 0;
-  // Stored reports that the process has come to, in the file's order.
+  // Stored reports that the process has queued, in the file's order.
   std::size_t recovered = 0;
   bool killedItself = false;
   // What should not be in a diary.
@@ -112,8 +111,8 @@ class DiaryReader {
  private:
   struct Thread {
     int call = kNone;      // The ad call that it is in.
-    bool takesUp = false;  // It takes up the stored reports.
-    int inHand = kNone;    // The one that it has just taken.
+    bool loads = false;    // It loads the stored reports.
+    int inHand = kNone;    // The one that it has just loaded.
     int failed = kNone;    // The report that has just failed temporarily on it.
     int queueing = kNone;  // The report that it queues, until it is saved.
     int posting = kNone;
@@ -269,7 +268,7 @@ class DiaryReader {
     }
     thread.inHand = add(object, subjectOf(before_.reports[story_.recovered++]));
     at(thread.inHand).stored = true;
-    thread.takesUp = true;
+    thread.loads = true;
   }
 
   void queue(Thread& thread, std::string_view text) {
@@ -335,7 +334,6 @@ class DiaryReader {
   void endSave(Thread& thread) {
     ++thread.saves;
     if (const int report = std::exchange(thread.queueing, kNone); report != kNone) {
-      at(report).saved = true;
       if (sessionReports_.contains(report)) at(report).accepted = true;
     }
     if (thread.delivered != kNone) thread.savedDelivery = true;
@@ -354,7 +352,7 @@ class DiaryReader {
     }
     thread.delivered = kNone;
     thread.savedDelivery = false;
-    if (std::exchange(thread.takesUp, false) && story_.recovered < before_.reports.size()) {
+    if (std::exchange(thread.loads, false) && story_.recovered < before_.reports.size()) {
       complain("stored reports are left behind", object);
     }
     thread.posting = known(object);
