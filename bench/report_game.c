@@ -6,11 +6,12 @@
  *   fill       records COUNT ad attempts and leaves
  *   calls      the same, then times CALLS further ones, each PAUSE milliseconds after another
  *   start      times the two calls by which reporting starts
- *   take-up    times from the start until the last save of what is stored
- *   saves      counts these saves by their log lines, untimed
- *   deliver    the same with a server that takes the reports: time, processor time, threads
- *   lifecycle  records COUNT, times CALLS further ones, then the events of the application's life
- *   rest       records COUNT, waits until nothing goes on any more: resident memory, threads
+ *   load       times from the start until the last stored report is queued, and the first ad
+ * attempt saves      counts these saves by their log lines, untimed deliver    the same with a
+ * server that takes the reports: time, processor time, threads lifecycle  records COUNT, times
+ * CALLS further ones, then the events of the application's life restore    records COUNT with no
+ * server, which holds them, then times the return to the foreground rest       records COUNT, waits
+ * until nothing goes on any more: resident memory, threads
  */
 #include <stdatomic.h>
 #include <stdio.h>
@@ -102,22 +103,49 @@ static void measureStart(void) {
   tellTime("start_us", begin, nowNs());
 }
 
-static void measureTakeUp(void) {
-  const uint64_t begin = nowNs();
-  start();
-  tellTime("take_up_us", begin, waitUntilStill(file, 500, 500).lastChangeNs);
+static atomic_uint saves;
+static atomic_uint held;
+static atomic_ullong lastSaveNs;
+
+static void watchLine(const char* line, void* context) {
+  (void)context;
+  if (strstr(line, "report added to temporary error holding") != NULL) ++held;
+  if (strstr(line, "saved ") == NULL) return;
+  lastSaveNs = nowNs();
+  ++saves;
 }
 
-static atomic_uint saves;
+/* The last save of what is stored is told of in the log: it changes nothing in the file. */
+static void measureLoad(void) {
+  ZLNLogSetLevel(ZLNLogLevelDebug);
+  ZLNHostSetLogSink(watchLine, NULL);
+  const uint64_t begin = nowNs();
+  start();
+  waitUntilStill(file, 500, 500);
+  tellTime("load_us", begin, lastSaveNs);
+}
 
-static void countSave(const char* line, void* context) {
-  (void)context;
-  if (strstr(line, "saved ") != NULL) ++saves;
+static void measureFirstAttempt(void) {
+  start();
+  timeAttempt(0);
+}
+
+static void measureRestoring(void) {
+  ZLNLogSetLevel(ZLNLogLevelDebug);
+  ZLNHostSetLogSink(watchLine, NULL);
+  fill();
+  while (held < count) sleepMs(1);
+  ZLNLogSetLevel(ZLNLogLevelError);
+  ZLNHostApplicationWillResignActive();
+  ZLNHostApplicationDidEnterBackground();
+  const uint64_t begin = nowNs();
+  ZLNHostApplicationWillEnterForeground();
+  tellTime("restore_us", begin, nowNs());
 }
 
 static void countSaves(void) {
   ZLNLogSetLevel(ZLNLogLevelDebug);
-  ZLNHostSetLogSink(countSave, NULL);
+  ZLNHostSetLogSink(watchLine, NULL);
   start();
   waitUntilStill(file, 5000, 500);
   tell("saves", saves);
@@ -165,10 +193,12 @@ static const struct {
 } commands[] = {{"fill", fill},
                 {"calls", measureCalls},
                 {"start", measureStart},
-                {"take-up", measureTakeUp},
+                {"load", measureLoad},
+                {"first-attempt", measureFirstAttempt},
                 {"saves", countSaves},
                 {"deliver", measureDelivery},
                 {"lifecycle", measureLifecycle},
+                {"restore", measureRestoring},
                 {"rest", measureRest}};
 
 int main(int argc, char** argv) {
