@@ -101,7 +101,7 @@ bool canBeSent(const Value& value) {
   return value.string() != nullptr;
 }
 
-// How many of the reports would be taken up. One that holds what JSON does not know is dropped as
+// How many of the reports would be loaded. One that holds what JSON does not know is dropped as
 // soon as it is to be sent, but that of a key which reports do not have is of no account.
 struct Found {
   std::size_t reports = 0;
@@ -153,7 +153,7 @@ void useAsReports(const std::string& bytes, const Value* root) {
   if (reports <= kMany) {
     // The process's own session is one of them.
     require(stored->size() > sendable && stored->size() <= reports + 1,
-            "every good report is taken up, and nothing else",
+            "every good report is loaded, and nothing else",
             host.env.files.contents(kReportsFile).value_or("no file"));
   }
   if (reports < kFew && reports == sendable) checkThatTheNextProcessTakesUp(host, *stored);

@@ -69,7 +69,7 @@ bool isSameNumber(const Number& a, const Number& b);
 bool isSame(const Value& a, const Value& b,
             bool (*sameNumber)(const Number& a, const Number& b) = &isSameNumber);
 
-// Whether a report of a file would be taken up.
+// Whether a report of a file would be loaded.
 bool isReport(const Value& element);
 
 }  // namespace zln::fuzz
