@@ -28,7 +28,8 @@ inline std::vector<std::string> namesIn(const std::string& folderPath) {
 // The descriptors of this process.
 inline std::size_t openDescriptors() { return namesIn("/proc/self/fd").size(); }
 
-// While one of these exists, this process can open nothing.
+// While one of these exists, this process can open nothing. The undefined-behavior sanitizer needs
+// descriptors itself and takes every object for an invalid one without.
 class NoMoreDescriptors {
  public:
   NoMoreDescriptors() {
