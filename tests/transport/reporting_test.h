@@ -23,7 +23,7 @@ class OddReport : public ZLNReportSessionStop {
   explicit OddReport(std::optional<Value> baseAtFirst)
       : ZLNReportSessionStop(std::shared_ptr<ZLNSession>()), base(std::move(baseAtFirst)) {}
 
-  // Never the same, because nobody tells when the test changes the base.
+  // Never the same, because a test changes the base without a word.
   std::uint64_t revision() const override { return ++asked_; }
 
   std::optional<Value> base;
