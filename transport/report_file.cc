@@ -33,10 +33,12 @@ std::optional<Array> arrayIn(std::string_view content) {
   return *root->array();
 }
 
+// A power cut mostly leaves zeros where bytes are missing.
 bool hasOurForm(std::string_view content) {
   return content.starts_with(kDocumentHead) && content.ends_with(kDocumentTail) &&
          content.substr(kDocumentHead.size()).starts_with(kArrayBegin) &&
-         content.substr(0, content.size() - kDocumentTail.size()).ends_with(kArrayEnd);
+         content.substr(0, content.size() - kDocumentTail.size()).ends_with(kArrayEnd) &&
+         content.find('\0') == std::string_view::npos;
 }
 
 // The list as this class writes it; null when the content is no list.

@@ -399,11 +399,16 @@ TEST_F(ZLNReportingManagerFileTest, WhatIsNoReportIsGoneAfterLoadingAlsoWhenASav
 }
 
 TEST_F(ZLNReportingManagerFileTest, AFileThatIsNoListIsReplacedByTheFirstSave) {
-  env.files.put(kReportsFile, "no list");
+  std::string cut = *property_list::write(Array{storedAd("cut")});
+  cut[cut.size() / 2] = '\0';
+  for (const std::string& content : {std::string("no list"), cut}) {
+    restart();
+    env.files.put(kReportsFile, content);
 
-  queue("early");
+    queue("early");
 
-  EXPECT_THAT(storedNetworks(), ElementsAre("early"));
+    EXPECT_THAT(storedNetworks(), ElementsAre("early"));
+  }
 }
 
 TEST_F(ZLNReportingManagerFileTest, AFileThatCannotBeReadIsNotReplacedAndIsLoadedByTheNextProcess) {
