@@ -54,6 +54,11 @@ class OperationQueue::Scheduler : public OperationObserver,
     return entries_.size();
   }
 
+  std::uint64_t departures() const {
+    std::lock_guard lock(mutex_);
+    return departures_;
+  }
+
   std::vector<std::shared_ptr<Operation>> snapshot() const {
     std::vector<std::shared_ptr<Operation>> operations;
     visit([&](const std::shared_ptr<Operation>& operation) { operations.push_back(operation); });
@@ -107,6 +112,7 @@ class OperationQueue::Scheduler : public OperationObserver,
       if (entry->started) --running_;
       retired = std::move(entry->operation);
       entries_.erase(entry);
+      ++departures_;
     });
   }
 
@@ -144,6 +150,7 @@ class OperationQueue::Scheduler : public OperationObserver,
   Dispatch& dispatch_;
   mutable std::mutex mutex_;
   std::vector<Entry> entries_;
+  std::uint64_t departures_ = 0;
   std::size_t limit_ = SIZE_MAX;
   std::size_t running_ = 0;
   bool suspended_ = false;
@@ -167,6 +174,8 @@ void OperationQueue::addOperation(std::shared_ptr<Operation> operation) {
 }
 
 std::size_t OperationQueue::operationCount() const { return scheduler_->count(); }
+
+std::uint64_t OperationQueue::departures() const { return scheduler_->departures(); }
 
 std::vector<std::shared_ptr<Operation>> OperationQueue::operations() const {
   return scheduler_->snapshot();

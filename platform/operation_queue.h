@@ -89,6 +89,8 @@ class OperationQueue {
 
   // Snapshots, running operations included, in the order of adding.
   std::size_t operationCount() const;
+  // How many operations have left the queue since its beginning.
+  std::uint64_t departures() const;
   std::vector<std::shared_ptr<Operation>> operations() const;
 
   // Shows the operations of such a snapshot without making it. The queue stands still meanwhile:

@@ -103,6 +103,7 @@ bool ZLNReportingManager::queueReportForTransmission(const std::shared_ptr<ZLNRe
   temporaryErrorReportsAccessQueue_.barrier([&] {
     reportQueue_.addOperation(operation);
     hasMoved = stopWaiting(report);
+    if (!hasMoved) hasChanged_.set(true);
   });
   if (transmitsImmediately()) transmitPendingReports();
   hasMoved ? saveMovedReport() : saveReports();

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <list>
 #include <memory>
 #include <mutex>
@@ -102,15 +103,17 @@ class ZLNReportingManager : public ZLNReportOperationDelegate,
   std::list<std::shared_ptr<ZLNReportBase>> waitingReports_;
   BarrierQueue temporaryErrorReportsAccessQueue_{"temporaryErrorReportsAccessQueue"};
   Field<BackgroundTaskId> backgroundTaskId_{kBackgroundTaskInvalid};
-  // Whether more has changed since the last save than operations that came or went.
+  // Whether more has changed since the last save than that waiting reports were queued and
+  // operations left the queue.
   Field<bool> hasChanged_{false};
   Field<bool> hasDropped_{false};
 
   // One thread saves at a time. Guards what follows.
   std::mutex saving_;
   std::optional<ReportFile> reportFile_;
-  // How many operations the last save has seen, and how many held and queued reports it has saved.
-  std::size_t listedOperations_ = 0;
+  // How many operations had left the queue by the last save, and how many held and queued reports
+  // it has saved.
+  std::uint64_t listedDepartures_ = 0;
   std::size_t savedReports_ = 0;
 };
 

@@ -29,7 +29,7 @@ void ZLNReportingManager::saveReportsExcept(const Reports& left) {
 void ZLNReportingManager::saveMovedReport() {
   HeldLogLines lines;
   std::lock_guard turn(saving_);
-  const bool isSame = !hasChanged_.get() && reportQueue_.operationCount() == ++listedOperations_;
+  const bool isSame = !hasChanged_.get() && reportQueue_.departures() == listedDepartures_;
   ++savedReports_;
   tellOfSave((isSame && !isLogged(LogLevel::verbose)) || writeReports({}));
 }
@@ -51,6 +51,7 @@ bool ZLNReportingManager::writeReports(const Reports& left) {
   hasChanged_.set(false);
   hasDropped_.set(false);
   file.begin();
+  listedDepartures_ = reportQueue_.departures();
   const std::size_t queued = reportQueue_.operationCount();
   std::size_t operations = 0;
   Reports waiting;
@@ -65,7 +66,6 @@ bool ZLNReportingManager::writeReports(const Reports& left) {
     });
     for (const auto& report : waitingReports_) waiting.push_back(report);
   });
-  listedOperations_ = operations;
   savedReports_ = file.count();
   for (const auto& report : waiting) list(report);
   const bool isWritten = file.write();

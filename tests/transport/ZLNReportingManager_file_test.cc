@@ -747,6 +747,23 @@ TEST_F(ZLNReportingManagerKillTest, WhileReportsAreRestoredTheFileHasAllOfThem) 
   expectQueuedAndStored({"queued", "a", "b", "c"});
 }
 
+TEST_F(ZLNReportingManagerFileTest, AnOperationThatLeavesWhileReportsAreRestoredLeavesTheFile) {
+  begin(kHolding);
+  for (const char* network : {"first", "second", "third"}) hold(adReport(network));
+  queue("leaving");
+  setLevel(3);
+  whenLogged("queue report", [] {});
+  // As many operations come as go.
+  whenLogged("queue report", [] {
+    firstOperation()->completeOperation();
+    manager().reportQueue().addOperation(manager().getReportingOperationForReport(adReport("new")));
+  });
+
+  manager().restoreTemporaryErrorReports();
+
+  EXPECT_THAT(storedNetworks(), ElementsAre("first", "new", "second", "third"));
+}
+
 TEST_F(ZLNReportingManagerFileTest, ARestoredReportOfAKindSwitchedOffIsDropped) {
   begin(kHolding);
   hold(ZLNReportSessionStart::reportWithSession(ZLNSession::initWithStartTime(Date{1700000000})));
