@@ -1,10 +1,9 @@
 #include "tests/support/installation_files.h"
 
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <set>
 
+#include "platform/posix/plain_file.h"
 #include "platform/property_list.h"
 
 namespace zln {
@@ -15,11 +14,9 @@ namespace fs = std::filesystem;
 // A list with a report is longer.
 constexpr std::size_t kLongestEmptyList = 400;
 
-// Absent when there is no file.
+// Absent when there is no file. Read as the library reads: a game that runs may write meanwhile.
 std::optional<std::string> contentOf(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  if (!file) return std::nullopt;
-  return std::string(std::istreambuf_iterator<char>(file), {});
+  return readPlainFile(path, property_list::kLargestDocument);
 }
 
 // Absent when there is no file, or none whose root is of that kind, which is a problem.
