@@ -77,7 +77,7 @@ inline constexpr double kDurationTolerance = 5.0;
 // More than that a life does not take longer than its diary says.
 inline constexpr double kLifeTolerance = 2.0;
 // A report that is retried is in the file twice for a moment; killed at such moments in
-// life after life it could stand there more often. More than so many copies are not by chance.
+// over many lives there could be more copies. More than so many copies are not by chance.
 inline constexpr int kMostCopies = 8;
 
 inline bool isAd(const std::string& subject) { return subject.starts_with("ad "); }
