@@ -146,7 +146,7 @@ class Ledger {
     findings_ = life.story.complaints;
     before_.clear();
     after_.clear();
-    for (const StoredReport& stored : life.before.reports) before_.insert(subjectOf(stored));
+    for (const StoredReport& stored : life.before.reports) ++before_[subjectOf(stored)];
     for (const StoredReport& stored : life.after.reports) ++after_[subjectOf(stored)];
     for (const std::string& problem : life.before.problems) find("before: " + problem);
     for (const std::string& problem : life.after.problems) find("after: " + problem);
@@ -205,6 +205,7 @@ class Ledger {
   // What one life did to one report.
   struct Course {
     std::vector<const ReportStory*> reports;
+    int storedBefore = 0;
     int taken = 0;
     int repliesLost = 0;
     int deliveries = 0;
@@ -215,7 +216,7 @@ class Ledger {
 
   std::map<std::string, Course> coursesOf() const {
     std::map<std::string, Course> courses;
-    for (const std::string& subject : before_) courses[subject];
+    for (const auto& [subject, count] : before_) courses[subject].storedBefore = count;
     for (const ReportStory& report : life_->story.reports) {
       if (report.subject.empty()) continue;
       Course& course = courses[report.subject];
@@ -375,8 +376,9 @@ class Ledger {
       if (count > kMostCopies) find(subject + " is stored " + std::to_string(count) + " times");
       const auto course = courses.find(subject);
       if (course == courses.end()) continue;
+      // Another one that was stored may still wait for the loader to tell of it.
       const auto& reports = course->second.reports;
-      if (reports.size() == 1 && reports.front()->departed) {
+      if (reports.size() == 1 && reports.front()->departed && course->second.storedBefore < 2) {
         find(subject + " is still stored after its delivery and later saves");
       }
     }
@@ -461,7 +463,7 @@ class Ledger {
   std::map<std::string, Account> accounts_;
   // The life that is being entered, what was stored before it, and how often each is after it.
   const LifeRecord* life_ = nullptr;
-  std::set<std::string> before_;
+  std::map<std::string, int> before_;
   std::map<std::string, int> after_;
   std::set<ReportIdentity> arrived_;
   std::set<std::string> firstSessions_;
