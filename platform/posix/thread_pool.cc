@@ -14,7 +14,7 @@ namespace {
 // What a thread of a pool knows of itself.
 struct Worker {
   const void* pool;
-  // The first task that the running one has brought.
+  // The last task that the running one has brought.
   std::function<void()> next;
 };
 
@@ -37,9 +37,9 @@ class ThreadPool::State : public std::enable_shared_from_this<State> {
 
   void run(std::function<void()> task) {
     Worker* const worker = workerOfThisThread;
-    if (worker != nullptr && worker->pool == this && !worker->next) {
-      worker->next = std::move(task);
-      return;
+    if (worker != nullptr && worker->pool == this) {
+      task.swap(worker->next);
+      if (!task) return;
     }
     bool mustGrow;
     {

@@ -9,9 +9,10 @@ namespace zln {
 
 // Runs tasks on threads that come and go with the work. Tasks are taken in the order of their
 // coming, each by a thread that is free; a thread is made only when none is, up to a limit beyond
-// which tasks wait. The first task that a task brings is taken by the same thread, right after it:
-// a chain of tasks stays on one thread. Any thread may call it. Tasks that wait or run when the
-// pool is destroyed still come to their end.
+// which tasks wait. The last task that a task brings is taken by the same thread, right after it:
+// a chain of tasks stays on one thread. Those that it has brought before do not wait for its end.
+// Any thread may call it. Tasks that wait or run when the pool is destroyed still come to their
+// end.
 class ThreadPool {
  public:
   // Starts a thread that runs the body; false when there is none to be had.
