@@ -7,12 +7,12 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <cstdint>
 #include <utility>
 
 #include "platform/path.h"
 #include "platform/posix/open_folder.h"
+#include "platform/posix/plain_file.h"
 
 namespace zln {
 namespace {
@@ -30,19 +30,6 @@ bool isFolder(const std::string& path) {
 bool isOurs(const struct stat& facts, uid_t user) {
   return S_ISREG(facts.st_mode) && facts.st_nlink == 1 && facts.st_uid == user &&
          (facts.st_mode & kModeBits) == kPrivate;
-}
-
-bool writeFrom(int file, std::string_view content, std::size_t at) {
-  while (at < content.size()) {
-    const ssize_t count =
-        pwrite(file, content.data() + at, content.size() - at, static_cast<off_t>(at));
-    if (count >= 0) {
-      at += static_cast<std::size_t>(count);
-    } else if (errno != EINTR) {
-      return false;
-    }
-  }
-  return true;
 }
 
 }  // namespace

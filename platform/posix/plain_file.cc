@@ -70,6 +70,19 @@ std::optional<std::string> readToEnd(int file, std::size_t limit) {
   return std::nullopt;
 }
 
+bool writeFrom(int file, std::string_view content, std::size_t at) {
+  while (at < content.size()) {
+    const ssize_t count =
+        pwrite(file, content.data() + at, content.size() - at, static_cast<off_t>(at));
+    if (count >= 0) {
+      at += static_cast<std::size_t>(count);
+    } else if (errno != EINTR) {
+      return false;
+    }
+  }
+  return true;
+}
+
 std::optional<std::string> readPlainFile(const std::string& path, std::size_t limit) {
   const FileDescriptor file = openLocked(path);
   return file ? readToEnd(file.get(), limit) : std::nullopt;

@@ -14,6 +14,7 @@
 
 #include "platform/path.h"
 #include "platform/posix/open_folder.h"
+#include "platform/posix/plain_file.h"
 
 namespace zln {
 
@@ -72,15 +73,7 @@ int TemporaryFile::create() {
 }
 
 int TemporaryFile::write(std::string_view bytes) {
-  while (!bytes.empty()) {
-    const ssize_t count = ::write(file_.get(), bytes.data(), bytes.size());
-    if (count >= 0) {
-      bytes.remove_prefix(static_cast<std::size_t>(count));
-    } else if (errno != EINTR) {
-      return errno;
-    }
-  }
-  return 0;
+  return writeFrom(file_.get(), bytes, 0) ? 0 : errno;
 }
 
 int TemporaryFile::flush() { return fsync(file_.get()) == 0 ? 0 : errno; }
