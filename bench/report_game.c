@@ -6,12 +6,14 @@
  *   fill       records COUNT ad attempts and leaves
  *   calls      the same, then times CALLS further ones, each PAUSE milliseconds after another
  *   start      times the two calls by which reporting starts
- *   load       times from the start until the last stored report is queued, and the first ad
- * attempt saves      counts these saves by their log lines, untimed deliver    the same with a
- * server that takes the reports: time, processor time, threads lifecycle  records COUNT, times
- * CALLS further ones, then the events of the application's life restore    records COUNT with no
- * server, which holds them, then times the return to the foreground rest       records COUNT, waits
- * until nothing goes on any more: resident memory, threads
+ *   load       times from the start until the last stored report is queued
+ *   first-attempt  times the first ad attempt after a start
+ *   saves      counts these saves by their log lines, untimed
+ *   deliver    the same with a server that takes the reports: time, processor time, threads
+ *   lifecycle  records COUNT, times CALLS further ones, then the events of the application's life
+ *   restore    records COUNT with no server, which holds them, then times the return to the
+ *              foreground
+ *   rest       records COUNT, waits until nothing goes on any more: resident memory, threads
  */
 #include <stdatomic.h>
 #include <stdio.h>
