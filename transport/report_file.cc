@@ -17,7 +17,8 @@ constexpr std::string_view kArrayBegin = "<array>\n";
 constexpr std::string_view kArrayEnd = "</array>\n";
 constexpr std::string_view kEmptyArray = "<array/>\n";
 
-std::size_t bodyBegin() { return kDocumentHead.size() + kArrayBegin.size(); }
+std::string head() { return std::string(kDocumentHead).append(kArrayBegin); }
+std::string tail() { return std::string(kArrayEnd).append(kDocumentTail); }
 
 // No longer list is written, and so none is read.
 constexpr std::size_t kLargestFile = property_list::kLargestDocument;
@@ -33,35 +34,35 @@ std::optional<Array> arrayIn(std::string_view content) {
   return *root->array();
 }
 
-// A power cut mostly leaves zeros where bytes are missing.
-bool hasOurForm(std::string_view content) {
-  return content.starts_with(kDocumentHead) && content.ends_with(kDocumentTail) &&
-         content.substr(kDocumentHead.size()).starts_with(kArrayBegin) &&
-         content.substr(0, content.size() - kDocumentTail.size()).ends_with(kArrayEnd) &&
-         content.find('\0') == std::string_view::npos;
-}
-
-// The list as this class writes it; null when the content is no list.
-std::shared_ptr<const std::string> inOurForm(const std::string& content) {
-  if (hasOurForm(content)) return std::make_shared<const std::string>(content);
-  const std::optional<Array> list = arrayIn(content);
-  const auto written = list ? property_list::write(*list) : std::nullopt;
-  return written ? std::make_shared<const std::string>(*written) : nullptr;
+// Null when the content is no list. One that this class wrote is not read for that; a power cut
+// mostly leaves zeros where bytes are missing.
+ReportFile::Elements elementsIn(std::string content) {
+  const auto hasOurForm = [&] {
+    return content.starts_with(head()) && content.ends_with(tail()) &&
+           content.find('\0') == std::string::npos;
+  };
+  if (!hasOurForm()) {
+    const std::optional<Array> list = arrayIn(content);
+    const auto written = list ? property_list::write(*list) : std::nullopt;
+    if (!written) return nullptr;
+    content = *written;
+    if (list->empty()) content = head() + tail();
+  }
+  content.resize(content.size() - tail().size());
+  content.erase(0, head().size());
+  return std::make_shared<const std::string>(std::move(content));
 }
 
 }  // namespace
 
 ReportFile::ReportFile(std::string path, std::string sparePath)
-    : path_(std::move(path)),
-      sparePath_(std::move(sparePath)),
-      text_(std::string(kDocumentHead).append(kArrayBegin)),
-      end_(text_.size()) {}
+    : path_(std::move(path)), sparePath_(std::move(sparePath)), text_(head()), end_(text_.size()) {}
 
 void ReportFile::begin() {
   if (text_.capacity() < kRoom) text_.reserve(kRoom);
   listed_ = 0;
   unwritable_ = 0;
-  end_ = bodyBegin();
+  end_ = kDocumentHead.size() + kArrayBegin.size();
   isSame_ = true;
 }
 
@@ -125,33 +126,27 @@ bool ReportFile::write() {
   if (listed_ < entries_.size()) part();
   last_.clear();
   if (unwritable_ > 0 || !readStored()) return false;
-  const std::string_view stored = storedElements();
+  const std::string_view stored = stored_.last ? *stored_.last : std::string_view();
   const bool isEmpty = listed_ == 0 && stored.empty();
-  const std::size_t end = isEmpty ? kDocumentHead.size() : end_;
   if (isEmpty) {
-    text_.resize(end);
-    text_ += kEmptyArray;
-    inPlace_ = std::min(inPlace_, end);
+    // A long list that is gone does not keep its memory.
+    text_ = std::string(kDocumentHead).append(kEmptyArray).append(kDocumentTail);
+    entries_ = {};
+    last_ = {};
+    inPlace_ = 0;
   } else {
-    text_ += stored;
-    text_ += kArrayEnd;
+    text_.append(stored).append(kArrayEnd).append(kDocumentTail);
   }
-  text_ += kDocumentTail;
 
-  const bool isUnchanged = inPlace_ == end && text_.size() == size_;
+  const bool isUnchanged = text_.size() == size_ && (isEmpty || inPlace_ == end_);
   const bool isWritten = text_.size() <= kLargestFile &&
                          file_->replace(text_, isUnchanged ? size_ : inPlace_, nullptr);
   if (isWritten) {
-    inPlace_ = end;
+    inPlace_ = isEmpty ? 0 : end_;
     size_ = text_.size();
   }
-  text_.resize(end);
-  if (isEmpty) {
-    // A long list that is gone does not keep its memory.
-    text_ = std::string(kDocumentHead).append(kArrayBegin);
-    entries_ = {};
-    last_ = {};
-  }
+  text_.resize(end_);
+  if (isEmpty) text_ = head();
   return isWritten;
 }
 
@@ -161,8 +156,9 @@ ReportFile::Stored ReportFile::stored() {
 }
 
 Array ReportFile::listIn(const Stored& stored) {
-  for (const auto& content : {stored.content, stored.before}) {
-    if (auto list = content ? arrayIn(*content) : std::nullopt) return std::move(*list);
+  for (const Elements& elements : {stored.last, stored.before}) {
+    if (!elements) continue;
+    if (auto list = arrayIn(head().append(*elements).append(tail()))) return std::move(*list);
   }
   return {};
 }
@@ -171,22 +167,16 @@ bool ReportFile::readStored() {
   if (isStoredRead_) return true;
   Files& files = environment().files;
   Error error;
-  const std::optional<std::string> content = files.read(path_, kLargestFile, &error);
+  std::optional<std::string> content = files.read(path_, kLargestFile, &error);
   if (!content && error.code != kReadTooLarge && !isFileMissing(error)) return false;
   if (content) {
-    stored_.content = inOurForm(*content);
-    stored_.before = inOurForm(files.read(sparePath_, kLargestFile, nullptr).value_or(""));
-    if (!stored_.content) stored_.content.swap(stored_.before);
+    stored_.last = elementsIn(std::move(*content));
+    stored_.before = elementsIn(files.read(sparePath_, kLargestFile, nullptr).value_or(""));
+    if (!stored_.last) stored_.last.swap(stored_.before);
   }
   file_ = files.atomicFile(path_, sparePath_);
   isStoredRead_ = true;
   return true;
-}
-
-std::string_view ReportFile::storedElements() const {
-  if (!stored_.content || !hasOurForm(*stored_.content)) return {};
-  const std::size_t end = stored_.content->size() - kArrayEnd.size() - kDocumentTail.size();
-  return std::string_view(*stored_.content).substr(bodyBegin(), end - bodyBegin());
 }
 
 }  // namespace zln

@@ -46,11 +46,13 @@ class ReportFile {
   // earlier process cannot be read now; the file then stays as it is.
   bool write();
 
-  // What an earlier process left: its file, and the one before it, in case that a power cut has
+  // The elements of a list, as its text has them.
+  using Elements = std::shared_ptr<const std::string>;
+  // What an earlier process left: its list, and the one before it, in case that a power cut has
   // spoilt the first. Either may be null.
   struct Stored {
-    std::shared_ptr<const std::string> content;
-    std::shared_ptr<const std::string> before;
+    Elements last;
+    Elements before;
   };
   Stored stored();
   // True when a list that was written has it.
@@ -58,7 +60,7 @@ class ReportFile {
     stored_ = {};
     return size_ > 0;
   }
-  // The elements of the first that is a list.
+  // The first of the two that can be read.
   static Array listIn(const Stored& stored);
 
  private:
@@ -79,7 +81,6 @@ class ReportFile {
   // From here on the list differs from the last one.
   void part();
   bool readStored();
-  std::string_view storedElements() const;
 
   const std::string path_;
   const std::string sparePath_;
