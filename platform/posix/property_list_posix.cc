@@ -23,6 +23,8 @@ constexpr int kDeepestLevel = 128;
 // it. No document of ours has shorter elements.
 constexpr std::size_t kMostElements = 1000000;
 constexpr std::size_t kShortestElement = 24;
+// Room for a report's keys, so that a full queue is read without moving what has been read.
+constexpr std::size_t kOrdinaryEntries = 16;
 
 bool isBlank(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; }
 
@@ -268,6 +270,7 @@ class XmlReader {
     } else if (*tag == Tag::array || *tag == Tag::dict) {
       if (open_.size() == kDeepestLevel) return fail("too many levels");
       open_.push_back(Container{*tag == Tag::dict, {}, {}, {}});
+      if (*tag == Tag::dict) open_.back().entries.reserve(kOrdinaryEntries);
     } else {
       leaf_ = tag;
       text_.clear();
