@@ -8,14 +8,14 @@
 
 namespace zln {
 
-// Fills the bytes from the system's random source; false when there is none.
-bool fillFromSystem(std::span<unsigned char> bytes);
+// Fills the bytes, no more than 256, from the system's random source: the call, or the device where
+// a system forbids the call.
+void fillFromSystem(std::span<unsigned char> bytes);
 
 class UuidSourcePosix : public UuidSource {
  public:
-  using RandomSource = std::function<bool(std::span<unsigned char> bytes)>;
+  using RandomSource = std::function<void(std::span<unsigned char> bytes)>;
 
-  // Where the source fails, identifiers are made from what tells processes and moments apart.
   explicit UuidSourcePosix(RandomSource source = &fillFromSystem);
 
   std::string next() override;
