@@ -1,7 +1,6 @@
 """The two servers that the benchmarks need on this machine, each for the length of a with-block."""
 
 import contextlib
-import pathlib
 import selectors
 import socket
 import subprocess
@@ -11,8 +10,6 @@ import time
 HOST = "127.0.0.1"
 PORT = 18443  # Where the library of the preset bench sends everything.
 STATUS_PORT = 18444
-URL = f"https://{HOST}:{PORT}/session"
-SYSTEM_BUNDLE = pathlib.Path("/etc/ssl/certs/ca-certificates.crt")
 
 NGINX_SETTINGS = """
 daemon off;
@@ -50,7 +47,6 @@ class Certificates:
     def __init__(self, folder):
         self.folder = folder
         self.authority = folder / "ca.crt"
-        self.with_system_bundle = folder / "ca-and-system.crt"
         self._make()
 
     def _make(self):
@@ -64,8 +60,6 @@ class Certificates:
         run_openssl("x509", "-req", "-days", "30", "-in", self.folder / "server.csr", "-CA",
                     self.authority, "-CAkey", self.folder / "ca.key", "-CAcreateserial",
                     "-extfile", names, "-out", self.folder / "server.crt")
-        self.with_system_bundle.write_bytes(self.authority.read_bytes() +
-                                            SYSTEM_BUNDLE.read_bytes())
 
 
 def run_openssl(*words):
