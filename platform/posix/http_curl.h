@@ -21,33 +21,29 @@ struct HttpTimeouts {
   std::chrono::milliseconds resource = std::chrono::days(7);
 };
 
-// Sends requests over https, each on a thread of the pool, which then runs its completion.
+// Sends requests over https, each on a thread of the pool, which then runs its completion. A
+// request that is under way outlives the client.
 //
-// Certificates are verified against the file that the environment variable SSL_CERT_FILE names when
-// the request starts, else against the system's. What was read from that file is kept.
+// Each has a connection of its own. Its certificates are verified against what SSL_CERT_FILE and
+// SSL_CERT_DIR name at that time, else against the system's (TrustStore); a connection to a host
+// and port that has been verified before may take up its TLS session.
 class HttpClientCurl : public HttpClient {
  public:
   // `userAgent` gives the text of the header User-Agent. It is asked for each request, on the
   // thread that carries it. `pool` outlives the client.
   HttpClientCurl(ThreadPool& pool, std::function<std::string()> userAgent,
                  HttpTimeouts timeouts = {});
-
-  // Cancels the requests under way, whose completions then never run, and returns when no thread
-  // has any to do with them. The library itself keeps its client until the process ends: exit()
-  // meets requests under way at any point.
-  ~HttpClientCurl() override;
-
   HttpClientCurl(const HttpClientCurl&) = delete;
   HttpClientCurl& operator=(const HttpClientCurl&) = delete;
 
   void upload(HttpRequest request, std::function<void(HttpReply)> completion) override;
 
  private:
-  class Network;
+  struct Shared;
 
   ThreadPool& pool_;
   const HttpTimeouts timeouts_;
-  const std::shared_ptr<Network> network_;
+  const std::shared_ptr<Shared> shared_;
 };
 
 // "Name/1.0 ZLNSessionReporting/7.0 Linux", the app's name and version percent-encoded.

@@ -1,26 +1,47 @@
 #include "platform/posix/http_transfer.h"
 
+#include <curl/curl.h>
 #include <openssl/ssl.h>
 #include <sys/socket.h>
 
 #include <algorithm>
+#include <chrono>
+#include <cstddef>
+#include <memory>
+#include <optional>
 #include <string_view>
+#include <thread>
 #include <utility>
 
-#include "platform/posix/process_environment.h"
+#include "platform/posix/exit_gate.h"
 #include "platform/posix/url_errors.h"
 
 namespace zln {
 
 namespace {
 
+using std::chrono::milliseconds;
+using Clock = std::chrono::steady_clock;
+
+// The body of a reply, both as it is received and decompressed, and all the header lines that come
+// with it.
+constexpr std::size_t kMaxBodyBytes = 8 * 1024 * 1024;
+constexpr std::size_t kMaxHeaderBytes = 256 * 1024;
+constexpr std::size_t kMaxHeaderLines = 1000;
+constexpr int kMaxRedirects = 20;
+// A transfer looks up at least that often.
+constexpr milliseconds kLongestWait{1000};
+// A wait that fails at once, for want of memory or descriptors, must not become a busy loop.
+constexpr milliseconds kPauseAfterFailure{100};
+
 // How a message is framed follows from its body. A caller's word on it would stay behind when a
 // redirect drops the body, and the server would wait for bytes that never come.
 constexpr const char* kFramingHeaders[] = {"Content-Length", "Transfer-Encoding", "Expect"};
 
-bool isControl(char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7f; }
-
-bool hasControl(std::string_view text) { return std::any_of(text.begin(), text.end(), isControl); }
+bool hasControl(std::string_view text) {
+  return std::any_of(text.begin(), text.end(),
+                     [](char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7f; });
+}
 
 // A method or the name of a header. Anything else could end the line and begin another request.
 bool isToken(std::string_view text) {
@@ -83,7 +104,6 @@ void setSecurity(Options& options) {
   options.set(CURLOPT_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
   options.set(CURLOPT_SSL_VERIFYPEER, 1L);
   options.set(CURLOPT_SSL_VERIFYHOST, 2L);
-  options.set(CURLOPT_SSL_SESSIONID_CACHE, 0L);
 }
 
 // A program that the game starts must not hold the connection.
@@ -126,233 +146,310 @@ bool turnsIntoGet(long status, const std::string& method) {
   return status == 303 || ((status == 301 || status == 302) && method == "POST");
 }
 
-}  // namespace
-
-HttpTransfer::HttpTransfer(HttpRequest request, Completion completion, const HttpTimeouts& timeouts,
-                           TrustStore& trustStore)
-    : request_(std::move(request)),
-      completion_(std::move(completion)),
-      timeouts_(timeouts),
-      trustStore_(trustStore),
-      end_(Clock::now() + timeouts.resource) {}
-
-std::optional<int> HttpTransfer::prepare(const std::string& userAgent) {
-  if (const std::optional<int> code = refusal(request_.url)) return code;
-  if (!isToken(request_.method)) return url_error::kUnknown;
-  if (!easy_) easy_.reset(curl_easy_init());
-  if (!easy_ || !makeHeaders() || !setOptions(userAgent) || !setAuthorities()) {
-    return url_error::kUnknown;
+template <auto free>
+struct Free {
+  template <typename T>
+  void operator()(T* object) const {
+    free(object);
   }
-  beginHop();
-  return std::nullopt;
-}
+};
+template <typename T, auto free>
+using Freed = std::unique_ptr<T, Free<free>>;
 
-void HttpTransfer::beginHop() {
-  lastMove_.reset();
-  moved_ = 0;
-  headerBytes_ = 0;
-  headerLines_ = 0;
-  headComplete_ = false;
-  body_.clear();
-}
+// One request on its way to its reply. Each hop is a transfer of its own.
+class HttpTransfer {
+ public:
+  HttpTransfer(HttpRequest request, const HttpTimeouts& timeouts, TrustStore& trustStore)
+      : request_(std::move(request)),
+        timeouts_(timeouts),
+        trustStore_(trustStore),
+        end_(Clock::now() + timeouts.resource) {}
 
-bool HttpTransfer::makeHeaders() {
-  headers_.reset();
-  bool added = true;
-  for (const auto& [name, value] : request_.headers) {
-    if (!isToken(name) || !isHeaderValue(value) || isFramingHeader(name)) continue;
-    // A name with a semicolon is a header without a value; with a colon it would take one away.
-    std::string line = name;
-    line += value.empty() ? ";" : ": ";
-    added = added && addHeader(line += value);
+  HttpReply run(const std::string& userAgent) {
+    if (!easy_ || !multi_) return failed(url_error::kUnknown);
+    std::optional<HttpReply> reply;
+    while (!reply) {
+      if (const std::optional<int> code = prepare(userAgent)) return failed(*code);
+      if (curl_multi_add_handle(multi_.get(), easy_.get()) != CURLM_OK) {
+        return failed(url_error::kUnknown);
+      }
+      reply = finish(perform());
+      curl_multi_remove_handle(multi_.get(), easy_.get());
+    }
+    return *std::move(reply);
   }
-  if (!callerSets("Content-Type")) added = added && addHeader("Content-Type:");
-  if (!callerSets("Accept-Language")) added = added && addHeader("Accept-Language: en-us");
-  return added && addHeader("Expect:");
-}
 
-bool HttpTransfer::addHeader(const std::string& line) {
-  curl_slist* list = curl_slist_append(headers_.get(), line.c_str());
-  if (list == nullptr) return false;
-  static_cast<void>(headers_.release());
-  headers_.reset(list);
-  return true;
-}
-
-bool HttpTransfer::callerSets(const char* name) const {
-  return std::any_of(request_.headers.begin(), request_.headers.end(),
-                     [&](const auto& header) { return sameName(header.first, name); });
-}
-
-bool HttpTransfer::setOptions(const std::string& userAgent) {
-  Options options(easy_.get());
-  options.set(CURLOPT_PRIVATE, this);
-  options.set(CURLOPT_URL, request_.url.c_str());
-  setSecurity(options);
-  setConnection(options);
-  setMethod(options, request_);
-  options.set(CURLOPT_HTTPHEADER, headers_.get());
-  if (isHeaderValue(userAgent)) options.set(CURLOPT_USERAGENT, userAgent.c_str());
-  options.set(CURLOPT_ACCEPT_ENCODING, acceptedEncodings());
-  options.set(CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(timeouts_.connect.count()));
-  options.set(CURLOPT_MAXFILESIZE_LARGE, static_cast<curl_off_t>(kMaxBodyBytes));
-  options.set(CURLOPT_WRITEFUNCTION, &HttpTransfer::bodyCame);
-  options.set(CURLOPT_WRITEDATA, this);
-  options.set(CURLOPT_HEADERFUNCTION, &HttpTransfer::headerLineCame);
-  options.set(CURLOPT_HEADERDATA, this);
-  options.set(CURLOPT_XFERINFOFUNCTION, &HttpTransfer::bytesMoved);
-  options.set(CURLOPT_XFERINFODATA, this);
-  options.set(CURLOPT_NOPROGRESS, 0L);
-  options.set(CURLOPT_PREREQFUNCTION, &HttpTransfer::connectionStands);
-  options.set(CURLOPT_PREREQDATA, this);
-  return options.allSet();
-}
-
-// The file that the environment names, else that of the system. libcurl is told of neither: it
-// would read it for this connection alone. Where it knows of no file, it goes by what it was built
-// with.
-bool HttpTransfer::setAuthorities() {
-  const std::optional<std::string> named = environmentVariable("SSL_CERT_FILE");
-  const char* const known = curl_version_info(CURLVERSION_NOW)->cainfo;
-  if (!named && known == nullptr) return true;
-  authoritiesFile_ = named ? *named : known;
-  Options options(easy_.get());
-  options.set(CURLOPT_CAINFO, static_cast<const char*>(nullptr));
-  options.set(CURLOPT_CAPATH, static_cast<const char*>(nullptr));
-  options.set(CURLOPT_SSL_CTX_FUNCTION, &HttpTransfer::contextCame);
-  options.set(CURLOPT_SSL_CTX_DATA, this);
-  return options.allSet();
-}
-
-CURLcode HttpTransfer::contextCame(CURL*, void* context, void* self) {
-  const auto& transfer = *static_cast<HttpTransfer*>(self);
-  const TrustStore::Authorities authorities = transfer.trustStore_.of(transfer.authoritiesFile_);
-  if (!authorities) return CURLE_SSL_CACERT_BADFILE;
-  SSL_CTX_set1_cert_store(static_cast<SSL_CTX*>(context), authorities.get());
-  return CURLE_OK;
-}
-
-HttpTransfer::Clock::time_point HttpTransfer::deadline() const {
-  return lastMove_ ? std::min(end_, *lastMove_ + timeouts_.idle) : end_;
-}
-
-std::size_t HttpTransfer::bodyCame(char* bytes, std::size_t size, std::size_t count, void* self) {
-  auto& transfer = *static_cast<HttpTransfer*>(self);
-  const std::size_t length = size * count;
-  if (length > kMaxBodyBytes - transfer.body_.size()) return transfer.refuse();
-  transfer.body_.append(bytes, length);
-  return length;
-}
-
-std::size_t HttpTransfer::headerLineCame(char* bytes, std::size_t size, std::size_t count,
-                                         void* self) {
-  auto& transfer = *static_cast<HttpTransfer*>(self);
-  const std::size_t length = size * count;
-  transfer.restartIdleClock();
-  const std::string_view line(bytes, length);
-  if (line.starts_with("HTTP/")) transfer.headComplete_ = false;
-  if (line == "\r\n" || line == "\n") transfer.headComplete_ = true;
-  transfer.headerBytes_ += length;
-  ++transfer.headerLines_;
-  if (transfer.headerBytes_ > kMaxHeaderBytes || transfer.headerLines_ > kMaxHeaderLines) {
-    return transfer.refuse();
+ private:
+  // Makes the handle ready for the URL that is to be asked next. Otherwise the code of the error.
+  std::optional<int> prepare(const std::string& userAgent) {
+    if (const std::optional<int> code = refusal(request_.url)) return code;
+    if (!isToken(request_.method)) return url_error::kUnknown;
+    if (!makeHeaders() || !setOptions(userAgent)) return url_error::kUnknown;
+    if (!shareTrust()) return url_error::kSecureConnectionFailed;
+    lastMove_.reset();
+    moved_ = 0;
+    headerBytes_ = 0;
+    headerLines_ = 0;
+    headComplete_ = false;
+    body_.clear();
+    return std::nullopt;
   }
-  return length;
-}
 
-std::size_t HttpTransfer::refuse() {
-  tooLarge_ = true;
-  return CURL_WRITEFUNC_ERROR;
-}
-
-int HttpTransfer::bytesMoved(void* self, curl_off_t, curl_off_t received, curl_off_t,
-                             curl_off_t sent) {
-  auto& transfer = *static_cast<HttpTransfer*>(self);
-  if (transfer.moved_ != received + sent) {
-    transfer.moved_ = received + sent;
-    transfer.restartIdleClock();
+  bool makeHeaders() {
+    headers_.reset();
+    bool added = true;
+    for (const auto& [name, value] : request_.headers) {
+      if (!isToken(name) || !isHeaderValue(value) || isFramingHeader(name)) continue;
+      // A name with a semicolon is a header without a value; with a colon it would take one away.
+      std::string line = name;
+      line += value.empty() ? ";" : ": ";
+      added = added && addHeader(line += value);
+    }
+    if (!callerSets("Content-Type")) added = added && addHeader("Content-Type:");
+    if (!callerSets("Accept-Language")) added = added && addHeader("Accept-Language: en-us");
+    return added && addHeader("Expect:");
   }
-  // A body may be packed so that nothing comes of it, however much is received.
-  transfer.tooLarge_ = transfer.tooLarge_ || received > static_cast<curl_off_t>(kMaxBodyBytes);
-  return transfer.tooLarge_ ? 1 : 0;
-}
 
-int HttpTransfer::connectionStands(void* self, char*, char*, int, int) {
-  static_cast<HttpTransfer*>(self)->restartIdleClock();
-  return CURL_PREREQFUNC_OK;
-}
-
-std::optional<HttpReply> HttpTransfer::finish(CURLcode result) {
-  if (tooLarge_) return failed(url_error::kDataLengthExceedsMaximum);
-  if (result != CURLE_OK) return failed(urlErrorCode(result, info(CURLINFO_OS_ERRNO)));
-  // A connection that is closed within the head ends a transfer in good order.
-  if (!headComplete_) return failed(url_error::kNetworkConnectionLost);
-  if (!isLengthClear()) return failed(url_error::kCannotParseResponse);
-  if (!isRedirect()) return reply();
-  if (redirects_ == kMaxRedirects) return failed(url_error::kTooManyRedirects);
-  follow();
-  return std::nullopt;
-}
-
-// libcurl takes the last of several lengths, and what a line has of digits. Nobody knows then where
-// the body ends.
-bool HttpTransfer::isLengthClear() const {
-  curl_header* header = nullptr;
-  std::optional<std::string> length;
-  for (std::size_t i = 0;
-       curl_easy_header(easy_.get(), "Content-Length", i, CURLH_HEADER, -1, &header) == CURLHE_OK;
-       ++i) {
-    if (!isNumber(header->value) || (length && *length != header->value)) return false;
-    length = header->value;
+  bool addHeader(const std::string& line) {
+    curl_slist* list = curl_slist_append(headers_.get(), line.c_str());
+    if (list == nullptr) return false;
+    static_cast<void>(headers_.release());
+    headers_.reset(list);
+    return true;
   }
-  return true;
-}
 
-bool HttpTransfer::isRedirect() const {
-  const char* target = nullptr;
-  curl_easy_getinfo(easy_.get(), CURLINFO_REDIRECT_URL, &target);
-  return target != nullptr && isFollowed(info(CURLINFO_RESPONSE_CODE));
-}
+  bool callerSets(const char* name) const {
+    return std::any_of(request_.headers.begin(), request_.headers.end(),
+                       [&](const auto& header) { return sameName(header.first, name); });
+  }
 
-void HttpTransfer::follow() {
-  const char* target = nullptr;
-  curl_easy_getinfo(easy_.get(), CURLINFO_REDIRECT_URL, &target);
-  ++redirects_;
-  request_.url = target;
-  if (!turnsIntoGet(info(CURLINFO_RESPONSE_CODE), request_.method)) return;
-  request_.method = "GET";
-  request_.body.clear();
-  std::erase_if(request_.headers,
-                [](const auto& header) { return sameName(header.first, "Content-Type"); });
-}
+  bool setOptions(const std::string& userAgent) {
+    Options options(easy_.get());
+    options.set(CURLOPT_URL, request_.url.c_str());
+    setSecurity(options);
+    setConnection(options);
+    setMethod(options, request_);
+    options.set(CURLOPT_HTTPHEADER, headers_.get());
+    if (isHeaderValue(userAgent)) options.set(CURLOPT_USERAGENT, userAgent.c_str());
+    options.set(CURLOPT_ACCEPT_ENCODING, acceptedEncodings());
+    options.set(CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(timeouts_.connect.count()));
+    options.set(CURLOPT_MAXFILESIZE_LARGE, static_cast<curl_off_t>(kMaxBodyBytes));
+    options.set(CURLOPT_WRITEFUNCTION, &HttpTransfer::bodyCame);
+    options.set(CURLOPT_WRITEDATA, this);
+    options.set(CURLOPT_HEADERFUNCTION, &HttpTransfer::headerLineCame);
+    options.set(CURLOPT_HEADERDATA, this);
+    options.set(CURLOPT_XFERINFOFUNCTION, &HttpTransfer::bytesMoved);
+    options.set(CURLOPT_XFERINFODATA, this);
+    options.set(CURLOPT_NOPROGRESS, 0L);
+    options.set(CURLOPT_PREREQFUNCTION, &HttpTransfer::connectionStands);
+    options.set(CURLOPT_PREREQDATA, this);
+    return options.allSet();
+  }
 
-HttpReply HttpTransfer::failed(int code) const { return {{}, {}, urlError(code, request_.url)}; }
+  // libcurl is told of no authorities: it would read them for this connection alone. The handle
+  // lets go of what it has shared before that may go.
+  bool shareTrust() {
+    std::shared_ptr<const Trust> trust = trustStore_.now();
+    if (!trust) return false;
+    Options options(easy_.get());
+    options.set(CURLOPT_CAINFO, static_cast<const char*>(nullptr));
+    options.set(CURLOPT_CAPATH, static_cast<const char*>(nullptr));
+    options.set(CURLOPT_SSL_CTX_FUNCTION, &HttpTransfer::contextCame);
+    options.set(CURLOPT_SSL_CTX_DATA, this);
+    options.set(CURLOPT_SHARE, trust->sessions.get());
+    trust_.swap(trust);
+    return options.allSet();
+  }
 
-HttpReply HttpTransfer::reply() const {
-  const auto status = static_cast<int>(info(CURLINFO_RESPONSE_CODE));
-  return {body_, HttpResponse{request_.url, status, responseHeaders()}, {}};
-}
-
-HttpHeaders HttpTransfer::responseHeaders() const {
-  HttpHeaders headers;
-  curl_header* header = nullptr;
-  while ((header = curl_easy_nextheader(easy_.get(), CURLH_HEADER, -1, header)) != nullptr) {
-    const auto known = std::find_if(headers.begin(), headers.end(), [&](const auto& other) {
-      return sameName(other.first, header->name);
-    });
-    if (known == headers.end()) {
-      headers.emplace_back(header->name, header->value);
-    } else {
-      known->second.append(", ").append(header->value);
+  CURLcode perform() {
+    while (true) {
+      int count = 0;
+      curl_multi_perform(multi_.get(), &count);
+      const CURLMsg* const message = curl_multi_info_read(multi_.get(), &count);
+      if (message != nullptr && message->msg == CURLMSG_DONE) return message->data.result;
+      const Clock::time_point now = Clock::now();
+      if (deadline() <= now) return CURLE_OPERATION_TIMEDOUT;
+      wait(deadline() - now);
     }
   }
-  return headers;
-}
 
-long HttpTransfer::info(CURLINFO what) const {
-  long value = 0;
-  curl_easy_getinfo(easy_.get(), what, &value);
-  return value;
+  // The moment at which the transfer has timed out if nothing moves until then.
+  Clock::time_point deadline() const {
+    return lastMove_ ? std::min(end_, *lastMove_ + timeouts_.idle) : end_;
+  }
+
+  void wait(Clock::duration longest) const {
+    const auto time = std::min(std::chrono::ceil<milliseconds>(longest), kLongestWait);
+    const ExitGate::Break pause;
+    if (curl_multi_poll(multi_.get(), nullptr, 0, static_cast<int>(time.count()), nullptr) !=
+        CURLM_OK) {
+      std::this_thread::sleep_for(kPauseAfterFailure);
+    }
+  }
+
+  // ---- What libcurl tells ----
+
+  static HttpTransfer& of(void* self) { return *static_cast<HttpTransfer*>(self); }
+
+  static CURLcode contextCame(CURL*, void* context, void* self) {
+    SSL_CTX_set1_cert_store(static_cast<SSL_CTX*>(context), of(self).trust_->authorities.get());
+    return CURLE_OK;
+  }
+
+  static int connectionStands(void* self, char*, char*, int, int) {
+    of(self).restartIdleClock();
+    return CURL_PREREQFUNC_OK;
+  }
+
+  static std::size_t headerLineCame(char* bytes, std::size_t size, std::size_t count, void* self) {
+    HttpTransfer& transfer = of(self);
+    const std::size_t length = size * count;
+    transfer.restartIdleClock();
+    const std::string_view line(bytes, length);
+    if (line.starts_with("HTTP/")) transfer.headComplete_ = false;
+    if (line == "\r\n" || line == "\n") transfer.headComplete_ = true;
+    transfer.headerBytes_ += length;
+    ++transfer.headerLines_;
+    if (transfer.headerBytes_ > kMaxHeaderBytes || transfer.headerLines_ > kMaxHeaderLines) {
+      return transfer.refuse();
+    }
+    return length;
+  }
+
+  static std::size_t bodyCame(char* bytes, std::size_t size, std::size_t count, void* self) {
+    HttpTransfer& transfer = of(self);
+    const std::size_t length = size * count;
+    if (length > kMaxBodyBytes - transfer.body_.size()) return transfer.refuse();
+    transfer.body_.append(bytes, length);
+    return length;
+  }
+
+  static int bytesMoved(void* self, curl_off_t, curl_off_t received, curl_off_t, curl_off_t sent) {
+    HttpTransfer& transfer = of(self);
+    if (transfer.moved_ != received + sent) {
+      transfer.moved_ = received + sent;
+      transfer.restartIdleClock();
+    }
+    // A body may be packed so that nothing comes of it, however much is received.
+    transfer.tooLarge_ = transfer.tooLarge_ || received > static_cast<curl_off_t>(kMaxBodyBytes);
+    return transfer.tooLarge_ ? 1 : 0;
+  }
+
+  // Ends the transfer because the reply is too large.
+  std::size_t refuse() {
+    tooLarge_ = true;
+    return CURL_WRITEFUNC_ERROR;
+  }
+
+  void restartIdleClock() { lastMove_ = Clock::now(); }
+
+  // ---- The end of a hop ----
+
+  // Absent when a redirect leads on. A session is not tried twice with a server that may not like
+  // it.
+  std::optional<HttpReply> finish(CURLcode result) {
+    if (result != CURLE_OK) trustStore_.forgetSessions(trust_);
+    if (tooLarge_) return failed(url_error::kDataLengthExceedsMaximum);
+    if (result != CURLE_OK) return failed(urlErrorCode(result, info(CURLINFO_OS_ERRNO)));
+    // A connection that is closed within the head ends a transfer in good order.
+    if (!headComplete_) return failed(url_error::kNetworkConnectionLost);
+    if (!isLengthClear()) return failed(url_error::kCannotParseResponse);
+    if (!isRedirect()) return reply();
+    if (redirects_ == kMaxRedirects) return failed(url_error::kTooManyRedirects);
+    follow();
+    return std::nullopt;
+  }
+
+  // libcurl takes the last of several lengths, and what a line has of digits. Nobody knows then
+  // where the body ends.
+  bool isLengthClear() const {
+    curl_header* header = nullptr;
+    std::optional<std::string> length;
+    for (std::size_t i = 0;
+         curl_easy_header(easy_.get(), "Content-Length", i, CURLH_HEADER, -1, &header) == CURLHE_OK;
+         ++i) {
+      if (!isNumber(header->value) || (length && *length != header->value)) return false;
+      length = header->value;
+    }
+    return true;
+  }
+
+  const char* redirectTarget() const {
+    const char* target = nullptr;
+    curl_easy_getinfo(easy_.get(), CURLINFO_REDIRECT_URL, &target);
+    return target;
+  }
+
+  bool isRedirect() const {
+    return redirectTarget() != nullptr && isFollowed(info(CURLINFO_RESPONSE_CODE));
+  }
+
+  void follow() {
+    ++redirects_;
+    request_.url = redirectTarget();
+    if (!turnsIntoGet(info(CURLINFO_RESPONSE_CODE), request_.method)) return;
+    request_.method = "GET";
+    request_.body.clear();
+    std::erase_if(request_.headers,
+                  [](const auto& header) { return sameName(header.first, "Content-Type"); });
+  }
+
+  HttpReply failed(int code) const { return {{}, {}, urlError(code, request_.url)}; }
+
+  HttpReply reply() const {
+    const auto status = static_cast<int>(info(CURLINFO_RESPONSE_CODE));
+    return {body_, HttpResponse{request_.url, status, responseHeaders()}, {}};
+  }
+
+  HttpHeaders responseHeaders() const {
+    HttpHeaders headers;
+    curl_header* header = nullptr;
+    while ((header = curl_easy_nextheader(easy_.get(), CURLH_HEADER, -1, header)) != nullptr) {
+      const auto known = std::find_if(headers.begin(), headers.end(), [&](const auto& other) {
+        return sameName(other.first, header->name);
+      });
+      if (known == headers.end()) {
+        headers.emplace_back(header->name, header->value);
+      } else {
+        known->second.append(", ").append(header->value);
+      }
+    }
+    return headers;
+  }
+
+  long info(CURLINFO what) const {
+    long value = 0;
+    curl_easy_getinfo(easy_.get(), what, &value);
+    return value;
+  }
+
+  HttpRequest request_;
+  const HttpTimeouts& timeouts_;
+  TrustStore& trustStore_;
+  const Clock::time_point end_;
+  int redirects_ = 0;
+  std::shared_ptr<const Trust> trust_;
+
+  // Of the hop under way. The clock of idleness stands still until there is a connection.
+  std::optional<Clock::time_point> lastMove_;
+  curl_off_t moved_ = 0;
+  std::size_t headerBytes_ = 0;
+  std::size_t headerLines_ = 0;
+  bool headComplete_ = false;
+  std::string body_;
+  bool tooLarge_ = false;
+
+  // The handles point into what stands above them, so they are the first to go.
+  Freed<curl_slist, &curl_slist_free_all> headers_;
+  Freed<CURL, &curl_easy_cleanup> easy_{curl_easy_init()};
+  Freed<CURLM, &curl_multi_cleanup> multi_{curl_multi_init()};
+};
+
+}  // namespace
+
+HttpReply transfer(HttpRequest request, const std::string& userAgent, const HttpTimeouts& timeouts,
+                   TrustStore& trustStore) {
+  return HttpTransfer(std::move(request), timeouts, trustStore).run(userAgent);
 }
 
 }  // namespace zln

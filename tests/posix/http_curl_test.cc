@@ -2,13 +2,21 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <malloc.h>
+#include <openssl/core_names.h>
 #include <openssl/crypto.h>
+#include <openssl/evp.h>
+#include <openssl/params.h>
+#include <openssl/rand.h>
+#include <openssl/ssl.h>
 #include <unistd.h>
 
 #include <array>
 #include <atomic>
 #include <chrono>
+#include <cstddef>
 #include <cstdlib>
+#include <fstream>
 #include <future>
 #include <latch>
 #include <memory>
@@ -22,6 +30,9 @@
 #include "tests/support/environment_variable.h"
 #include "tests/support/https_server.h"
 #include "tests/support/loopback_server.h"
+#include "tests/support/sanitizers.h"
+#include "tests/support/temporary_folder.h"
+#include "tests/support/test_certificates.h"
 
 namespace zln {
 namespace {
@@ -370,6 +381,193 @@ TEST_F(HttpClientCurlTest, AsksTheEnvironmentForTheAuthoritiesWithEachRequest) {
   EXPECT_EQ(-1202, codeOf(postTo("/")));
 }
 
+// Sessions.
+
+// Requests one after the other, and which of them have taken up an earlier session.
+class HttpSessionsTest : public HttpClientCurlTest {
+ protected:
+  void expectGood(const std::string& url) {
+    const HttpReply reply = send(post(url));
+    EXPECT_EQ(200, statusOf(reply)) << codeOf(reply);
+  }
+  void expectGood() { expectGood(server.url("/")); }
+
+  static std::vector<bool> resumedAt(const HttpsServer& asked) {
+    std::vector<bool> resumed;
+    for (const ReceivedRequest& request : asked.requests()) resumed.push_back(request.isResumed);
+    return resumed;
+  }
+
+  void trust(const std::string& pem) { std::ofstream(server.caFile()) << pem; }
+};
+
+TEST_F(HttpSessionsTest, ALaterConnectionTakesUpTheSessionOfAnEarlierOne) {
+  for (int i = 0; i < 3; ++i) expectGood();
+
+  EXPECT_THAT(resumedAt(server), ElementsAre(false, true, true));
+  EXPECT_EQ(3, server.connections());
+}
+
+TEST_F(HttpSessionsTest, HostsOnOneAddressDoNotShareThem) {
+  const std::string other = "https://localhost:" + std::to_string(server.port()) + "/";
+
+  expectGood();
+  expectGood(other);
+  expectGood();
+  expectGood(other);
+
+  EXPECT_THAT(resumedAt(server), ElementsAre(false, false, true, true));
+}
+
+TEST_F(HttpSessionsTest, PortsOfOneHostDoNotShareThem) {
+  HttpsServer other;
+  other.show(server.chain());
+  for (HttpsServer* each : {&server, &other}) {
+    each->configure([](SSL_CTX* it) {
+      std::string keys(80, 'k');
+      ASSERT_EQ(1, SSL_CTX_set_tlsext_ticket_keys(it, keys.data(), keys.size()));
+    });
+  }
+
+  expectGood();
+  expectGood(other.url("/"));
+
+  EXPECT_THAT(resumedAt(other), ElementsAre(false));
+}
+
+TEST_F(HttpSessionsTest, AChangeOfTheAuthoritiesEndsThem) {
+  const TestAuthority another;
+  expectGood();
+
+  trust(server.chain().rootPem() + another.certificatePem());
+  expectGood();
+  EXPECT_THAT(resumedAt(server), ElementsAre(false, false));
+
+  trust(another.certificatePem());
+  EXPECT_EQ(-1202, codeOf(postTo("/")));
+}
+
+TEST_F(HttpSessionsTest, AFolderOfAuthoritiesThatChangesEndsThem) {
+  const TemporaryFolder folder;
+  const EnvironmentVariable folders("SSL_CERT_DIR", folder.path());
+  expectGood();
+
+  std::ofstream(folder.path() + "/0a1b2c3d.0") << server.chain().rootPem();
+  expectGood();
+  expectGood();
+
+  EXPECT_THAT(resumedAt(server), ElementsAre(false, false, true));
+}
+
+TEST_F(HttpSessionsTest, AServerThatKnowsThemNoMoreIsAskedWhoItIs) {
+  expectGood();
+
+  server.show(server.chain());
+  expectGood();
+  EXPECT_THAT(resumedAt(server), ElementsAre(false, false));
+
+  for (const CertificateFlaw flaw : {CertificateFlaw::kWrongHost, CertificateFlaw::kExpired}) {
+    const CertificateChain chain(flaw);
+    server.show(chain);
+    trust(server.chain().rootPem() + chain.rootPem());
+    EXPECT_EQ(-1202, codeOf(postTo("/")));
+  }
+}
+
+TEST_F(HttpSessionsTest, AServerThatGivesNoneIsGreetedAnewEachTime) {
+  server.configure([](SSL_CTX* it) {
+    SSL_CTX_set_num_tickets(it, 0);
+    SSL_CTX_set_session_cache_mode(it, SSL_SESS_CACHE_OFF);
+  });
+
+  for (int i = 0; i < 3; ++i) expectGood();
+
+  EXPECT_THAT(resumedAt(server), ElementsAre(false, false, false));
+}
+
+// The callback for a session that is offered: what it says of the ticket.
+SSL_TICKET_RETURN sayOfTicket(SSL*, SSL_SESSION*, const unsigned char*, std::size_t,
+                              SSL_TICKET_STATUS, void* answer) {
+  return *static_cast<SSL_TICKET_RETURN*>(answer);
+}
+
+TEST_F(HttpSessionsTest, AServerThatForgetsOneGivesTheNext) {
+  static SSL_TICKET_RETURN answer = SSL_TICKET_RETURN_IGNORE;
+  expectGood();
+
+  server.configure(
+      [](SSL_CTX* it) { SSL_CTX_set_session_ticket_cb(it, nullptr, &sayOfTicket, &answer); });
+  expectGood();
+  answer = SSL_TICKET_RETURN_USE;
+  expectGood();
+
+  EXPECT_THAT(resumedAt(server), ElementsAre(false, false, true));
+}
+
+TEST_F(HttpSessionsTest, OneThatAConnectionFailedWithIsNotOfferedAgain) {
+  static SSL_TICKET_RETURN answer = SSL_TICKET_RETURN_ABORT;
+  expectGood();
+
+  server.configure(
+      [](SSL_CTX* it) { SSL_CTX_set_session_ticket_cb(it, nullptr, &sayOfTicket, &answer); });
+  EXPECT_NE(0, codeOf(postTo("/")));
+  expectGood();
+
+  EXPECT_THAT(resumedAt(server), ElementsAre(false, false));
+}
+
+TEST_F(HttpSessionsTest, OneThatAReplyWasLostWithIsNotOfferedAgain) {
+  expectGood();
+  server.play({{handshake(), readRequest(), reset()}, {handshake(), readRequest(), reset()}});
+  EXPECT_NE(0, codeOf(postTo("/")));
+
+  EXPECT_NE(0, codeOf(postTo("/")));
+
+  EXPECT_THAT(resumedAt(server), ElementsAre(false, true, false));
+}
+
+// A ticket that nobody can read, the server included.
+int useAKeyOfTheMoment(SSL*, unsigned char* name, unsigned char* vector, EVP_CIPHER_CTX* cipher,
+                       EVP_MAC_CTX* mac, int encrypts) {
+  if (encrypts == 0) return 0;
+  unsigned char key[32];
+  char digest[] = "SHA256";
+  for (const auto& [bytes, size] : {std::pair(key, 32), {name, 16}, {vector, 16}}) {
+    if (RAND_bytes(bytes, size) != 1) return -1;
+  }
+  const OSSL_PARAM settings[] = {
+      OSSL_PARAM_construct_octet_string(OSSL_MAC_PARAM_KEY, key, sizeof key),
+      OSSL_PARAM_construct_utf8_string(OSSL_MAC_PARAM_DIGEST, digest, 0),
+      OSSL_PARAM_construct_end()};
+  return EVP_EncryptInit_ex(cipher, EVP_aes_256_cbc(), nullptr, key, vector) == 1 &&
+                 EVP_MAC_CTX_set_params(mac, settings) == 1
+             ? 1
+             : -1;
+}
+
+TEST_F(HttpSessionsTest, ATicketMayBeGarbage) {
+  server.configure(
+      [](SSL_CTX* it) { SSL_CTX_set_tlsext_ticket_key_evp_cb(it, &useAKeyOfTheMoment); });
+
+  for (int i = 0; i < 3; ++i) expectGood();
+
+  EXPECT_THAT(resumedAt(server), ElementsAre(false, false, false));
+}
+
+TEST_F(HttpSessionsTest, AThousandConnectionsThatNeverTakeOneUpLeaveNothingBehind) {
+  if (kSanitized) GTEST_SKIP() << "a sanitizer keeps memory in its own way";
+  server.configure(
+      [](SSL_CTX* it) { SSL_CTX_set_tlsext_ticket_key_evp_cb(it, &useAKeyOfTheMoment); });
+  server.play(
+      {handshake(), readHead(), say("HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n"), stall()});
+  for (int i = 0; i < 100; ++i) expectGood();
+  const std::size_t before = mallinfo2().uordblks;
+
+  for (int i = 0; i < 900; ++i) expectGood();
+
+  EXPECT_LT(mallinfo2().uordblks, before + 512 * 1024);
+}
+
 // Time-outs.
 
 TEST_F(HttpClientCurlTest, AStallTimesOutAlsoWhenNothingIsSentUp) {
@@ -457,20 +655,14 @@ TEST_F(HttpClientCurlTest, ManyRequestsCompleteOnceEach) {
   EXPECT_THAT(completions, Each(Eq(1)));
 }
 
-TEST_F(HttpClientCurlTest, ADestroyedClientCancelsWithoutCompletion) {
-  server.answer(rawReply("", End::kStall));
-  CountedThreads poolThreads;
-  std::atomic<int> completions = 0;
+TEST_F(HttpClientCurlTest, ARequestOutlivesItsClient) {
+  std::promise<HttpReply> reply;
   {
-    ThreadPool otherPool(poolThreads.starter(), 10ms);
-    HttpClientCurl other(otherPool, userAgent);
-    other.upload(post(server.url("/")), [&](HttpReply) { ++completions; });
-    ASSERT_TRUE(server.waitForRequests(1));
+    HttpClientCurl other(pool, userAgent);
+    other.upload(post(server.url("/")), [&](HttpReply came) { reply.set_value(std::move(came)); });
   }
 
-  EXPECT_TRUE(poolThreads.waitUntilNoneRuns());
-  EXPECT_EQ(0, completions);
-  EXPECT_TRUE(server.waitUntilDeserted());
+  EXPECT_EQ(200, statusOf(reply.get_future().get()));
 }
 
 // The end of the process.

@@ -7,12 +7,15 @@
 #include <openssl/x509_vfy.h>
 
 #include <chrono>
+#include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "tests/support/environment_variable.h"
 #include "tests/support/temporary_folder.h"
 #include "tests/support/test_certificates.h"
 
@@ -23,35 +26,51 @@ using testing::Each;
 using testing::IsNull;
 using testing::NotNull;
 
+using Certificate = std::unique_ptr<X509, decltype(&X509_free)>;
+
+// What OpenSSL says of the certificate to one who trusts the authorities; X509_V_OK is good.
+int verdict(const Trust& trust, X509* certificate) {
+  const std::unique_ptr<X509_STORE_CTX, decltype(&X509_STORE_CTX_free)> context(
+      X509_STORE_CTX_new(), X509_STORE_CTX_free);
+  X509_STORE_CTX_init(context.get(), trust.authorities.get(), certificate, nullptr);
+  X509_verify_cert(context.get());
+  return X509_STORE_CTX_get_error(context.get());
+}
+
+int verdict(const Trust& trust, const TestAuthority& authority) {
+  return verdict(trust, authority.issue(CertificateFlaw::kNone).certificate.get());
+}
+
+Certificate readCertificate(const std::string& path) {
+  const std::unique_ptr<BIO, decltype(&BIO_free)> file(BIO_new_file(path.c_str(), "rb"), BIO_free);
+  X509* const read = file ? PEM_read_bio_X509(file.get(), nullptr, nullptr, nullptr) : nullptr;
+  return {read, X509_free};
+}
+
 class TrustStoreTest : public testing::Test {
  protected:
+  TrustStoreTest() { std::filesystem::create_directory(hashed); }
+
   void write(const std::string& text) { std::ofstream(file, std::ios::binary) << text; }
 
-  // The bytes of a certificate between other lines than those of a certificate.
-  static std::string labelled(const std::string& pem, const std::string& label) {
-    std::string text = pem;
-    for (std::size_t at = 0; (at = text.find("CERTIFICATE", at)) != std::string::npos;) {
-      text.replace(at, std::string("CERTIFICATE").size(), label);
-      at += label.size();
-    }
-    return text;
+  // Puts the authority's certificate where one with its name is looked for.
+  void putInFolder(const TestAuthority& authority, int number) {
+    const std::string path = folder.path() + "/new";
+    std::ofstream(path, std::ios::binary) << authority.certificatePem();
+    const Certificate certificate = readCertificate(path);
+    char name[32];
+    std::snprintf(name, sizeof name, "/%08lx.%d", X509_subject_name_hash(certificate.get()),
+                  number);
+    std::filesystem::rename(path, hashed + name);
   }
 
-  // What OpenSSL says of the certificate to one who trusts the authorities; X509_V_OK is good.
-  static int verdict(const TrustStore::Authorities& authorities, const Identity& server) {
-    const std::unique_ptr<X509_STORE_CTX, decltype(&X509_STORE_CTX_free)> context(
-        X509_STORE_CTX_new(), X509_STORE_CTX_free);
-    X509_STORE_CTX_init(context.get(), authorities.get(), server.certificate.get(), nullptr);
-    X509_verify_cert(context.get());
-    return X509_STORE_CTX_get_error(context.get());
-  }
-
-  int verdict(const TestAuthority& authority) {
-    return verdict(store.of(file), authority.issue(CertificateFlaw::kNone));
-  }
+  int verdict(const TestAuthority& authority) { return zln::verdict(*store.now(), authority); }
 
   TemporaryFolder folder;
   const std::string file = folder.path() + "/authorities.pem";
+  const std::string hashed = folder.path() + "/hashed";
+  EnvironmentVariable namedFile{"SSL_CERT_FILE", file};
+  EnvironmentVariable namedFolders{"SSL_CERT_DIR", hashed};
   TestAuthority first;
   TestAuthority second;
   TestAuthority third;
@@ -61,11 +80,42 @@ class TrustStoreTest : public testing::Test {
 TEST_F(TrustStoreTest, TrustsEachAuthorityOfTheFileAndNoOther) {
   write(first.certificatePem() + "A line between two.\n" + second.certificatePem());
 
+  EXPECT_EQ(X509_V_OK, verdict(first));
+  EXPECT_EQ(X509_V_OK, verdict(second));
+  EXPECT_EQ(X509_V_ERR_UNABLE_TO_GET_ISSUER_CERT_LOCALLY, verdict(third));
+}
+
+TEST_F(TrustStoreTest, TrustsTheAuthoritiesOfFoldersBesideThoseOfTheFile) {
+  const TemporaryFolder empty;
+  write(first.certificatePem());
+  namedFolders.set(empty.path() + ":" + hashed);
+  putInFolder(second, 0);
+
   for (int i = 0; i < 2; ++i) {
     EXPECT_EQ(X509_V_OK, verdict(first));
     EXPECT_EQ(X509_V_OK, verdict(second));
     EXPECT_EQ(X509_V_ERR_UNABLE_TO_GET_ISSUER_CERT_LOCALLY, verdict(third));
   }
+}
+
+TEST_F(TrustStoreTest, FoldersAloneAreEnough) {
+  namedFile.set("");
+  putInFolder(TestAuthority("Authority of two keys"), 0);
+  const TestAuthority renewed("Authority of two keys");
+  putInFolder(renewed, 1);
+
+  EXPECT_EQ(X509_V_OK, verdict(renewed));
+  EXPECT_EQ(X509_V_ERR_UNABLE_TO_GET_ISSUER_CERT_LOCALLY, verdict(first));
+}
+
+TEST_F(TrustStoreTest, WithoutVariablesTheSystemsCount) {
+  namedFile.set("");
+  namedFolders.set("");
+  const Certificate known = readCertificate(curl_version_info(CURLVERSION_NOW)->cainfo);
+  if (!known) GTEST_SKIP() << "this system trusts nobody";
+
+  EXPECT_EQ(X509_V_OK, zln::verdict(*store.now(), known.get()));
+  EXPECT_EQ(X509_V_ERR_UNABLE_TO_GET_ISSUER_CERT_LOCALLY, verdict(first));
 }
 
 TEST_F(TrustStoreTest, FindsTheRightOneOfTwoWithTheSameName) {
@@ -85,70 +135,17 @@ TEST_F(TrustStoreTest, TakesOneWithTheSameNameForAnImpostor) {
   EXPECT_EQ(X509_V_ERR_UNABLE_TO_GET_ISSUER_CERT_LOCALLY, verdict(impostor));
 }
 
-TEST_F(TrustStoreTest, FindsANameThatIsWrittenInAnotherWay) {
-  write(TestAuthority("AUTHORITY  of Spaces").certificatePem());
-  const TrustStore::Authorities authorities = store.of(file);
-  const std::unique_ptr<X509_NAME, decltype(&X509_NAME_free)> name(X509_NAME_new(), X509_NAME_free);
-  X509_NAME_add_entry_by_txt(name.get(), "CN", MBSTRING_ASC,
-                             reinterpret_cast<const unsigned char*>("authority of spaces"), -1, -1,
-                             0);
-  const std::unique_ptr<X509_STORE_CTX, decltype(&X509_STORE_CTX_free)> context(
-      X509_STORE_CTX_new(), X509_STORE_CTX_free);
-  X509_STORE_CTX_init(context.get(), authorities.get(), nullptr, nullptr);
-
-  const std::unique_ptr<X509_OBJECT, decltype(&X509_OBJECT_free)> found(
-      X509_STORE_CTX_get_obj_by_subject(context.get(), X509_LU_X509, name.get()), X509_OBJECT_free);
-
-  EXPECT_THAT(found, NotNull());
-}
-
-TEST_F(TrustStoreTest, TakesTheOlderAndTheTrustedForm) {
-  write(labelled(first.certificatePem(), "X509 CERTIFICATE") +
-        labelled(second.certificatePem(), "TRUSTED CERTIFICATE"));
-
-  EXPECT_EQ(X509_V_OK, verdict(first));
-  EXPECT_EQ(X509_V_OK, verdict(second));
-}
-
-TEST_F(TrustStoreTest, PassesOverWhatIsNoCertificate) {
-  write(labelled(first.certificatePem(), "X509 CRL") + "-----BEGIN CERTIFICATE-----\nAAAA\n" +
-        "-----END CERTIFICATE-----\n" + second.certificatePem());
-
-  EXPECT_EQ(X509_V_ERR_UNABLE_TO_GET_ISSUER_CERT_LOCALLY, verdict(first));
-  EXPECT_EQ(X509_V_OK, verdict(second));
-}
-
-TEST_F(TrustStoreTest, IsNullWithoutACertificate) {
+TEST_F(TrustStoreTest, IsNullWithoutACertificateInTheFile) {
+  putInFolder(first, 0);
   for (const char* text : {"", "no certificate", "-----BEGIN CERTIFICATE-----\n",
                            "-----BEGIN CERTIFICATE-----\nAAAA\n-----END CERTIFICATE-----\n"}) {
     write(text);
-    EXPECT_THAT(TrustStore().of(file), IsNull()) << text;
+    EXPECT_THAT(TrustStore().now(), IsNull()) << text;
   }
-  EXPECT_THAT(store.of(folder.path() + "/nothing"), IsNull());
-  EXPECT_THAT(store.of(folder.path()), IsNull());
-}
-
-// Every beginning and every damaged byte of a certificate: nothing may be read beyond its end.
-TEST_F(TrustStoreTest, ReadsDamagedCertificatesWithoutHarm) {
-  const std::unique_ptr<BIO, decltype(&BIO_free)> memory(BIO_new(BIO_s_mem()), BIO_free);
-  unsigned char* bytes = nullptr;
-  const Identity server = first.issue(CertificateFlaw::kNone);
-  const int length = i2d_X509(server.certificate.get(), &bytes);
-  ASSERT_GT(length, 0);
-  for (int at = 0; at < length; ++at) {
-    PEM_write_bio(memory.get(), PEM_STRING_X509, "", bytes, at);
-    std::string damaged(reinterpret_cast<const char*>(bytes), static_cast<std::size_t>(length));
-    damaged[static_cast<std::size_t>(at)] = static_cast<char>(0xff);
-    PEM_write_bio(memory.get(), PEM_STRING_X509, "",
-                  reinterpret_cast<const unsigned char*>(damaged.data()), length);
-  }
-  OPENSSL_free(bytes);
-  char* text = nullptr;
-  const long size = BIO_get_mem_data(memory.get(), &text);
-  write(std::string(text, static_cast<std::size_t>(size)) + second.certificatePem());
-
-  EXPECT_NE(X509_V_OK, verdict(first));
-  EXPECT_EQ(X509_V_OK, verdict(second));
+  namedFile.set(folder.path() + "/nothing");
+  EXPECT_THAT(store.now(), IsNull());
+  namedFile.set(folder.path());
+  EXPECT_THAT(store.now(), IsNull());
 }
 
 TEST_F(TrustStoreTest, ReadsAFileAgainThatHasAnotherTimeOrSize) {
@@ -170,30 +167,90 @@ TEST_F(TrustStoreTest, ReadsAFileAgainThatHasAnotherTimeOrSize) {
   EXPECT_EQ(X509_V_OK, verdict(third));
 }
 
-TEST_F(TrustStoreTest, AuthoritiesOutliveTheStore) {
+TEST_F(TrustStoreTest, IsTheSameAsLongAsNothingChanges) {
   write(first.certificatePem());
-  const TrustStore::Authorities authorities = TrustStore().of(file);
+  const auto before = store.now();
 
-  EXPECT_EQ(X509_V_OK, verdict(authorities, first.issue(CertificateFlaw::kNone)));
+  EXPECT_EQ(before, store.now());
+}
+
+// Each change, and that sessions do not outlive it.
+TEST_F(TrustStoreTest, AChangeOfFileOrFolderMakesNewTrust) {
+  write(first.certificatePem());
+  auto before = store.now();
+  const auto expectNew = [&] {
+    const auto after = store.now();
+    ASSERT_THAT(after, NotNull());
+    EXPECT_NE(before->sessions, after->sessions);
+    before = after;
+  };
+
+  write(first.certificatePem() + second.certificatePem());
+  expectNew();
+  putInFolder(third, 0);
+  expectNew();
+  EXPECT_EQ(X509_V_OK, verdict(third));
+  std::filesystem::remove_all(hashed);
+  expectNew();
+  EXPECT_EQ(X509_V_ERR_UNABLE_TO_GET_ISSUER_CERT_LOCALLY, verdict(third));
+  namedFolders.set(folder.path());
+  expectNew();
+  const TemporaryFolder other;
+  std::filesystem::copy(file, other.path() + "/copy.pem");
+  namedFile.set(other.path() + "/copy.pem");
+  expectNew();
+}
+
+TEST_F(TrustStoreTest, AFileThatIsGoneGoesOnToCountWithoutSessions) {
+  write(first.certificatePem());
+  const auto before = store.now();
+
+  std::filesystem::remove(file);
+
+  EXPECT_EQ(X509_V_OK, verdict(first));
+  EXPECT_NE(before->sessions, store.now()->sessions);
+  EXPECT_EQ(store.now(), store.now());
+  write(second.certificatePem());
+  EXPECT_EQ(X509_V_ERR_UNABLE_TO_GET_ISSUER_CERT_LOCALLY, verdict(first));
+}
+
+TEST_F(TrustStoreTest, ForgetsTheSessionsItGivesAndNoLaterOnes) {
+  write(first.certificatePem());
+  const auto before = store.now();
+
+  store.forgetSessions(before);
+  const auto after = store.now();
+  store.forgetSessions(before);
+
+  EXPECT_NE(before->sessions, after->sessions);
+  EXPECT_EQ(before->authorities, after->authorities);
+  EXPECT_EQ(after, store.now());
+}
+
+TEST_F(TrustStoreTest, TrustOutlivesTheStore) {
+  write(first.certificatePem());
+  const auto trust = TrustStore().now();
+
+  EXPECT_EQ(X509_V_OK, zln::verdict(*trust, first));
 }
 
 TEST_F(TrustStoreTest, LeavesNoErrorBehind) {
   write("-----BEGIN CERTIFICATE-----\nAAAA\n");
 
-  store.of(file);
+  store.now();
 
   EXPECT_EQ(0U, ERR_peek_error());
 }
 
 TEST_F(TrustStoreTest, ServesManyThreads) {
-  write(first.certificatePem() + second.certificatePem());
-  const Identity server = second.issue(CertificateFlaw::kNone);
+  write(first.certificatePem());
+  putInFolder(second, 0);
   constexpr int kThreads = 4;
   std::vector<int> verdicts(kThreads, -1);
   std::vector<std::thread> threads;
 
   for (int& said : verdicts) {
-    threads.emplace_back([&] { said = verdict(store.of(file), server); });
+    threads.emplace_back([&] { said = verdict(second); });
   }
   for (std::thread& thread : threads) thread.join();
 

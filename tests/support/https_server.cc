@@ -213,6 +213,7 @@ std::optional<ReceivedRequest> ServerConnection::readRequest(milliseconds pauseI
     if (unread_.size() < size / 4 * 3 && !pause(pauseInBody)) return std::nullopt;
   }
   request.body = unread_.substr(0, size);
+  request.isResumed = SSL_session_reused(ssl_.get()) == 1;
   unread_.erase(0, size);
   record_(request);
   return request;

@@ -27,7 +27,8 @@ struct ReceivedRequest {
   std::string target;
   HttpHeaders headers;
   std::string body;
-  int connection = 0;  // Connections are counted from 1.
+  int connection = 0;      // Connections are counted from 1.
+  bool isResumed = false;  // Its connection has taken up the TLS session of an earlier one.
 
   // The value of the first such header, whatever its case; empty when there is none.
   std::string header(const std::string& name) const;
