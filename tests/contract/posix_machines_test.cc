@@ -7,7 +7,6 @@
 #include <memory>
 #include <mutex>
 #include <optional>
-#include <span>
 #include <string>
 #include <utility>
 #include <vector>
@@ -145,15 +144,6 @@ class PosixUuidsMachine : public UuidSourceMachine {
   UuidSourcePosix uuids_;
 };
 
-// Without the system's random numbers.
-class PosixUuidsMachineWithoutRandom : public UuidSourceMachine {
- public:
-  UuidSource& uuids() override { return uuids_; }
-
- private:
-  UuidSourcePosix uuids_{[](std::span<unsigned char>) { return false; }};
-};
-
 // One machine of this kind.
 template <typename Machine, typename Made>
 auto posix() {
@@ -170,10 +160,8 @@ INSTANTIATE_TEST_SUITE_P(Posix, FilesContract, (posix<FilesMachine, PosixFilesMa
 INSTANTIATE_TEST_SUITE_P(Posix, LogSinkContract, (posix<LogSinkMachine, PosixLogMachine>()));
 INSTANTIATE_TEST_SUITE_P(Posix, UserDefaultsContract,
                          (posix<UserDefaultsMachine, PosixUserDefaultsMachine>()));
-INSTANTIATE_TEST_SUITE_P(
-    Posix, UuidSourceContract,
-    testing::Values(makerOf<UuidSourceMachine, PosixUuidsMachine>("random"),
-                    makerOf<UuidSourceMachine, PosixUuidsMachineWithoutRandom>("noRandom")));
+INSTANTIATE_TEST_SUITE_P(Posix, UuidSourceContract,
+                         (posix<UuidSourceMachine, PosixUuidsMachine>()));
 
 }  // namespace
 }  // namespace zln
