@@ -25,8 +25,8 @@ using Clock = std::chrono::steady_clock;
 
 // The body of a reply, both as it is received and decompressed, and all the header lines that come
 // with it.
-constexpr std::size_t kMaxBodyBytes = 8 * 1024 * 1024;
-constexpr std::size_t kMaxHeaderBytes = 256 * 1024;
+constexpr std::size_t kMaxBodyBytes = std::size_t{8} << 20;
+constexpr std::size_t kMaxHeaderBytes = std::size_t{256} << 10;
 constexpr std::size_t kMaxHeaderLines = 1000;
 constexpr int kMaxRedirects = 20;
 // A transfer looks up at least that often.
