@@ -354,7 +354,7 @@ class HttpTransfer {
     // A connection that is closed within the head ends a transfer in good order.
     if (!headComplete_) return failed(url_error::kNetworkConnectionLost);
     if (!isLengthClear()) return failed(url_error::kCannotParseResponse);
-    if (!isRedirect()) return reply();
+    if (redirectTarget() == nullptr || !isFollowed(info(CURLINFO_RESPONSE_CODE))) return reply();
     if (redirects_ == kMaxRedirects) return failed(url_error::kTooManyRedirects);
     follow();
     return std::nullopt;
@@ -378,10 +378,6 @@ class HttpTransfer {
     const char* target = nullptr;
     curl_easy_getinfo(easy_.get(), CURLINFO_REDIRECT_URL, &target);
     return target;
-  }
-
-  bool isRedirect() const {
-    return redirectTarget() != nullptr && isFollowed(info(CURLINFO_RESPONSE_CODE));
   }
 
   void follow() {
