@@ -247,7 +247,7 @@ class HttpTransfer {
   }
 
   // libcurl is told of no authorities: it would read them for this connection alone. The handle
-  // lets go of what it has shared before that may go.
+  // releases what it has shared before that is destroyed.
   bool shareTrust() {
     std::shared_ptr<const Trust> trust = trustStore_.now();
     if (!trust) return false;

@@ -504,7 +504,7 @@ TEST_F(HttpSessionsTest, AServerThatForgetsOneGivesTheNext) {
   EXPECT_THAT(resumedAt(server), ElementsAre(false, false, true));
 }
 
-// A ticket that nobody can read, the server included.
+// A ticket that no one can read, the server included.
 int useAKeyOfTheMoment(SSL*, unsigned char* name, unsigned char* vector, EVP_CIPHER_CTX* cipher,
                        EVP_MAC_CTX* mac, int encrypts) {
   if (encrypts == 0) return 0;
