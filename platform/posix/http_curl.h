@@ -26,7 +26,7 @@ struct HttpTimeouts {
 //
 // Each has a connection of its own. Its certificates are verified against what SSL_CERT_FILE and
 // SSL_CERT_DIR name at that time, else against the system's (TrustStore); a connection to a host
-// and port that has been verified before may take up its TLS session.
+// and port that has been verified before may resume its TLS session.
 class HttpClientCurl : public HttpClient {
  public:
   // `userAgent` gives the text of the header User-Agent. It is asked for each request, on the

@@ -383,7 +383,7 @@ TEST_F(HttpClientCurlTest, AsksTheEnvironmentForTheAuthoritiesWithEachRequest) {
 
 // Sessions.
 
-// Requests one after the other, and which of them have taken up an earlier session.
+// Sequential requests, and which of them have resumed an earlier session.
 class HttpSessionsTest : public HttpClientCurlTest {
  protected:
   void expectGood(const std::string& url) {
@@ -401,7 +401,7 @@ class HttpSessionsTest : public HttpClientCurlTest {
   void trust(const std::string& pem) { std::ofstream(server.caFile()) << pem; }
 };
 
-TEST_F(HttpSessionsTest, ALaterConnectionTakesUpTheSessionOfAnEarlierOne) {
+TEST_F(HttpSessionsTest, ALaterConnectionResumesTheSessionOfAnEarlierOne) {
   for (int i = 0; i < 3; ++i) expectGood();
 
   EXPECT_THAT(resumedAt(server), ElementsAre(false, true, true));
@@ -557,7 +557,7 @@ TEST_F(HttpSessionsTest, ATicketMayBeGarbage) {
   EXPECT_THAT(resumedAt(server), ElementsAre(false, false, false));
 }
 
-TEST_F(HttpSessionsTest, AThousandConnectionsThatNeverTakeOneUpLeaveNothingBehind) {
+TEST_F(HttpSessionsTest, AThousandConnectionsThatNeverResumeLeaveNothingBehind) {
   if (kSanitized) GTEST_SKIP() << "a sanitizer keeps memory in its own way";
   server.configure(
       [](SSL_CTX* it) { SSL_CTX_set_tlsext_ticket_key_evp_cb(it, &useAKeyOfTheMoment); });

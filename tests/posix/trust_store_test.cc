@@ -112,7 +112,7 @@ TEST_F(TrustStoreTest, WithoutVariablesTheSystemsCount) {
   namedFile.set("");
   namedFolders.set("");
   const Certificate known = readCertificate(curl_version_info(CURLVERSION_NOW)->cainfo);
-  if (!known) GTEST_SKIP() << "this system trusts nobody";
+  if (!known) GTEST_SKIP() << "this system has no authorities";
 
   EXPECT_EQ(X509_V_OK, zln::verdict(*store.now(), known.get()));
   EXPECT_EQ(X509_V_ERR_UNABLE_TO_GET_ISSUER_CERT_LOCALLY, verdict(first));

@@ -28,7 +28,7 @@ struct ReceivedRequest {
   HttpHeaders headers;
   std::string body;
   int connection = 0;      // Connections are counted from 1.
-  bool isResumed = false;  // Its connection has taken up the TLS session of an earlier one.
+  bool isResumed = false;  // Its connection has resumed the TLS session of an earlier one.
 
   // The value of the first such header, whatever its case; empty when there is none.
   std::string header(const std::string& name) const;
